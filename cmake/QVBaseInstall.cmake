@@ -1,0 +1,34 @@
+# Installation and the CMake package: after installing, a client project does
+#   find_package(qvbase 1.2 REQUIRED)
+#   target_link_libraries(app PRIVATE qvbase::qvbase12)
+include(CMakePackageConfigHelpers)
+
+set(QVBASE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/qvbase)
+
+install(TARGETS qvbase12
+  EXPORT qvbaseTargets
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/qvbase
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN "*.h")
+install(FILES ${PROJECT_BINARY_DIR}/include/qvbase/QVVersion.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qvbase)
+if(WIN32)
+  install(FILES ${QVBASE_MINGW_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+install(EXPORT qvbaseTargets
+  NAMESPACE qvbase::
+  DESTINATION ${QVBASE_CMAKE_DIR})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/qvbaseConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/qvbaseConfig.cmake
+  INSTALL_DESTINATION ${QVBASE_CMAKE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/qvbaseConfigVersion.cmake
+  VERSION ${PROJECT_VERSION}
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/qvbaseConfig.cmake
+  ${PROJECT_BINARY_DIR}/qvbaseConfigVersion.cmake
+  DESTINATION ${QVBASE_CMAKE_DIR})

@@ -1,0 +1,10 @@
+// qvbase.h - every public header of the library.
+// Part of qvbase, the QVKernel foundation class library.
+//
+// Clients include this one header (or one class family's own) and link the
+// CMake target qvbase::qvbase12.
+#pragma once
+
+#include <qvbase/QVCompat.h>
+#include <qvbase/QVExport.h>
+#include <qvbase/QVVersion.h>

@@ -1,0 +1,557 @@
+// RegistryPosix.cpp - the registry as a .reg text file, for POSIX systems.
+// Part of qvbase, the QVKernel foundation class library.
+//
+// The store is one file, named by QVBASE_REGISTRY or else
+// $XDG_CONFIG_HOME/qvbase/registry.reg (~/.config when XDG_CONFIG_HOME is not
+// set). Reads parse the file as it is; the file is only ever replaced whole,
+// by rename, so a reader never sees half a write. A change takes an exclusive
+// lock on "<store>.lock", reads the current file, changes it in memory, writes
+// a temporary file beside it and renames it over the store: writers in several
+// processes queue on the lock and each sees the others' changes. A file that
+// does not parse fails every call with ERROR_BADDB and is left as it is.
+#include "native/Registry.h"
+
+#include "native/RegFile.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <pwd.h>
+#include <set>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qvbase {
+namespace native {
+
+using regfile::Key;
+using regfile::Root;
+using regfile::Tree;
+
+struct RegKeyOpaque {
+  Root root;
+  std::vector<std::string> path; // names below the root
+  DWORD access;
+};
+
+namespace {
+
+RegKeyOpaque gLocalMachine{Root::kLocalMachine, {}, kKeyAllAccess};
+RegKeyOpaque gCurrentUser{Root::kCurrentUser, {}, kKeyAllAccess};
+
+// Handles handed out and not yet closed, so that a stale or foreign pointer is
+// answered with ERROR_INVALID_HANDLE instead of being followed.
+std::mutex gHandlesMutex;
+std::set<RegKeyOpaque*>& LiveHandles() {
+  static std::set<RegKeyOpaque*>* handles = new std::set<RegKeyOpaque*>;
+  return *handles;
+}
+
+thread_local std::string tLastError;
+
+LONG Succeed() {
+  tLastError.clear();
+  return ERROR_SUCCESS;
+}
+
+LONG FailWith(LONG code, std::string text) {
+  tLastError = std::move(text);
+  return code;
+}
+
+LONG Fail(LONG code) {
+  const char* text = "registry call failed";
+  switch (code) {
+  case ERROR_FILE_NOT_FOUND: text = "not found"; break;
+  case ERROR_ACCESS_DENIED: text = "access denied"; break;
+  case ERROR_INVALID_HANDLE: text = "invalid key handle"; break;
+  case ERROR_INVALID_PARAMETER: text = "invalid parameter"; break;
+  case ERROR_BAD_PATHNAME: text = "invalid key name"; break;
+  case ERROR_MORE_DATA: text = "the buffer is too small"; break;
+  case ERROR_NO_MORE_ITEMS: text = "no more items"; break;
+  case ERROR_KEY_DELETED: text = "the key has been deleted"; break;
+  }
+  return FailWith(code, text);
+}
+
+bool IsRootHandle(RegKey key) { return key == &gLocalMachine || key == &gCurrentUser; }
+
+bool IsValidHandle(RegKey key) {
+  if (!key)
+    return false;
+  if (IsRootHandle(key))
+    return true;
+  std::lock_guard<std::mutex> lock(gHandlesMutex);
+  return LiveHandles().count(key) != 0;
+}
+
+RegKey NewHandle(Root root, std::vector<std::string> path, DWORD access) {
+  RegKey key = new RegKeyOpaque{root, std::move(path), access};
+  std::lock_guard<std::mutex> lock(gHandlesMutex);
+  LiveHandles().insert(key);
+  return key;
+}
+
+std::string StorePath() {
+  if (const char* path = std::getenv("QVBASE_REGISTRY"); path && *path)
+    return path;
+  std::string base;
+  if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg) {
+    base = xdg;
+  } else {
+    const char* home = std::getenv("HOME");
+    if (!home || !*home) {
+      struct passwd* pw = getpwuid(getuid());
+      home = pw ? pw->pw_dir : "/tmp";
+    }
+    base = std::string(home) + "/.config";
+  }
+  return base + "/qvbase/registry.reg";
+}
+
+std::string ErrnoText(const char* what, const std::string& path) {
+  return std::string(what) + " " + path + ": " + std::strerror(errno);
+}
+
+// Creates every missing directory above `path`.
+bool MakeParentDirectories(const std::string& path) {
+  std::size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos || slash == 0)
+    return true;
+  std::string dir = path.substr(0, slash);
+  struct stat st;
+  if (stat(dir.c_str(), &st) == 0)
+    return S_ISDIR(st.st_mode);
+  if (!MakeParentDirectories(dir))
+    return false;
+  return mkdir(dir.c_str(), 0777) == 0 || errno == EEXIST;
+}
+
+// Reads the whole store into `tree`. A missing file is an empty store.
+LONG LoadStore(const std::string& path, Tree* tree) {
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    if (errno == ENOENT || errno == ENOTDIR)
+      return ERROR_SUCCESS;
+    return FailWith(ERROR_CANTREAD, ErrnoText("cannot read registry store", path));
+  }
+  std::string bytes;
+  char buffer[65536];
+  while (true) {
+    ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n < 0) {
+      int saved = errno;
+      close(fd);
+      errno = saved;
+      return FailWith(ERROR_CANTREAD, ErrnoText("cannot read registry store", path));
+    }
+    if (n == 0)
+      break;
+    bytes.append(buffer, static_cast<std::size_t>(n));
+  }
+  close(fd);
+  std::vector<regfile::Entry> entries;
+  regfile::ParseError error;
+  if (!regfile::Parse(bytes, &entries, &error))
+    return FailWith(ERROR_BADDB, path + ":" + std::to_string(error.line) + ": " + error.message);
+  regfile::Apply(entries, tree);
+  return ERROR_SUCCESS;
+}
+
+bool WriteAll(int fd, const std::string& bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0)
+      return false;
+    done += static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+// Replaces the store with `tree`: a temporary file beside it, flushed to disk,
+// then renamed over it. The store keeps its permissions.
+LONG SaveStore(const std::string& path, const Tree& tree) {
+  std::string temp = path + ".tmp." + std::to_string(getpid());
+  mode_t mode = 0666;
+  struct stat st;
+  bool exists = stat(path.c_str(), &st) == 0;
+  int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
+  if (fd < 0)
+    return FailWith(ERROR_CANTWRITE, ErrnoText("cannot write registry store", temp));
+  if (exists)
+    fchmod(fd, st.st_mode & 07777);
+  std::string bytes = regfile::Write(tree, regfile::Encoding::kUtf8);
+  if (!WriteAll(fd, bytes) || fsync(fd) != 0) {
+    int saved = errno;
+    close(fd);
+    unlink(temp.c_str());
+    errno = saved;
+    return FailWith(ERROR_CANTWRITE, ErrnoText("cannot write registry store", temp));
+  }
+  close(fd);
+  if (rename(temp.c_str(), path.c_str()) != 0) {
+    int saved = errno;
+    unlink(temp.c_str());
+    errno = saved;
+    return FailWith(ERROR_CANTWRITE, ErrnoText("cannot replace registry store", path));
+  }
+  return ERROR_SUCCESS;
+}
+
+// Holds the store's writer lock for its lifetime. Writers in other processes
+// (and other threads: each lock has its own open file) wait for it.
+class WriterLock {
+public:
+  explicit WriterLock(const std::string& storePath) {
+    std::string lockPath = storePath + ".lock";
+    if (!MakeParentDirectories(lockPath)) {
+      m_error = ErrnoText("cannot create the directory of", storePath);
+      return;
+    }
+    m_fd = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (m_fd < 0) {
+      m_error = ErrnoText("cannot open lock file", lockPath);
+      return;
+    }
+    while (flock(m_fd, LOCK_EX) != 0) {
+      if (errno != EINTR) {
+        m_error = ErrnoText("cannot lock", lockPath);
+        close(m_fd);
+        m_fd = -1;
+        return;
+      }
+    }
+  }
+  ~WriterLock() {
+    if (m_fd >= 0) {
+      flock(m_fd, LOCK_UN);
+      close(m_fd);
+    }
+  }
+  WriterLock(const WriterLock&) = delete;
+  WriterLock& operator=(const WriterLock&) = delete;
+
+  bool Held() const { return m_fd >= 0; }
+  const std::string& Error() const { return m_error; }
+
+private:
+  int m_fd = -1;
+  std::string m_error;
+};
+
+// Runs `read` on a snapshot of the store.
+template <typename F> LONG ReadStore(F&& read) {
+  Tree tree;
+  LONG rc = LoadStore(StorePath(), &tree);
+  if (rc != ERROR_SUCCESS)
+    return rc;
+  return read(tree);
+}
+
+// Runs `change` on the current store under the writer lock; `change` returns
+// its result and sets `*changed` when the store must be written back.
+template <typename F> LONG ChangeStore(F&& change) {
+  std::string path = StorePath();
+  WriterLock lock(path);
+  if (!lock.Held())
+    return FailWith(ERROR_CANTWRITE, lock.Error());
+  Tree tree;
+  LONG rc = LoadStore(path, &tree);
+  if (rc != ERROR_SUCCESS)
+    return rc;
+  bool changed = false;
+  rc = change(tree, &changed);
+  if (changed) {
+    LONG saved = SaveStore(path, tree);
+    if (saved != ERROR_SUCCESS)
+      return saved;
+  }
+  return rc;
+}
+
+// The key a handle names, or null when it has been deleted.
+Key* Resolve(Tree& tree, RegKey key) { return tree.RootKey(key->root).Find(key->path); }
+
+bool ValidName(const char* name) {
+  for (const char* p = name; p && *p; ++p)
+    if (static_cast<unsigned char>(*p) < 0x20)
+      return false;
+  return true;
+}
+
+LONG CopyOut(const std::vector<BYTE>& data, DWORD type, DWORD* typeOut, BYTE* out, DWORD* size) {
+  if (out && !size)
+    return Fail(ERROR_INVALID_PARAMETER);
+  if (typeOut)
+    *typeOut = type;
+  if (!size)
+    return Succeed();
+  DWORD needed = static_cast<DWORD>(data.size());
+  if (out) {
+    if (*size < needed) {
+      *size = needed;
+      return Fail(ERROR_MORE_DATA);
+    }
+    if (needed)
+      std::memcpy(out, data.data(), needed);
+  }
+  *size = needed;
+  return Succeed();
+}
+
+LONG CopyName(const std::string& name, char* out, DWORD* size) {
+  if (!out || !size)
+    return Fail(ERROR_INVALID_PARAMETER);
+  if (*size <= name.size())
+    return Fail(ERROR_MORE_DATA);
+  std::memcpy(out, name.c_str(), name.size() + 1);
+  *size = static_cast<DWORD>(name.size());
+  return Succeed();
+}
+
+} // namespace
+
+RegKey const kRegLocalMachine = &gLocalMachine;
+RegKey const kRegCurrentUser = &gCurrentUser;
+
+LONG OpenRegKey(RegKey parent, const char* subKey, DWORD access, RegKey* result) {
+  if (!result)
+    return Fail(ERROR_INVALID_PARAMETER);
+  *result = nullptr;
+  if (!IsValidHandle(parent))
+    return Fail(ERROR_INVALID_HANDLE);
+  std::vector<std::string> names;
+  if ((subKey && *subKey == '\\') || !regfile::SplitKeyPath(subKey ? subKey : "", &names))
+    return Fail(ERROR_BAD_PATHNAME);
+  return ReadStore([&](Tree& tree) -> LONG {
+    Key* base = Resolve(tree, parent);
+    if (!base)
+      return Fail(ERROR_KEY_DELETED);
+    if (!base->Find(names))
+      return Fail(ERROR_FILE_NOT_FOUND);
+    std::vector<std::string> path = parent->path;
+    path.insert(path.end(), names.begin(), names.end());
+    *result = NewHandle(parent->root, std::move(path), access);
+    return Succeed();
+  });
+}
+
+LONG CreateRegKey(RegKey parent, const char* subKey, const char* /*className*/, DWORD access,
+                  RegKey* result, DWORD* disposition) {
+  if (!result)
+    return Fail(ERROR_INVALID_PARAMETER);
+  *result = nullptr;
+  if (!IsValidHandle(parent))
+    return Fail(ERROR_INVALID_HANDLE);
+  std::vector<std::string> names;
+  if ((subKey && *subKey == '\\') || !regfile::SplitKeyPath(subKey ? subKey : "", &names))
+    return Fail(ERROR_BAD_PATHNAME);
+  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
+    Key* key = Resolve(tree, parent);
+    if (!key)
+      return Fail(ERROR_KEY_DELETED);
+    if (!key->Find(names) && !(parent->access & kKeyCreateSubKey))
+      return Fail(ERROR_ACCESS_DENIED);
+    for (const std::string& name : names) {
+      bool created = false;
+      key = key->AddSubKey(name, &created);
+      *changed = *changed || created;
+    }
+    if (disposition)
+      *disposition = *changed ? kRegCreatedNewKey : kRegOpenedExistingKey;
+    std::vector<std::string> path = parent->path;
+    path.insert(path.end(), names.begin(), names.end());
+    *result = NewHandle(parent->root, std::move(path), access);
+    return Succeed();
+  });
+}
+
+LONG CloseRegKey(RegKey key) {
+  if (!key)
+    return Fail(ERROR_INVALID_HANDLE);
+  if (IsRootHandle(key))
+    return Succeed();
+  {
+    std::lock_guard<std::mutex> lock(gHandlesMutex);
+    if (LiveHandles().erase(key) == 0)
+      return Fail(ERROR_INVALID_HANDLE);
+  }
+  delete key;
+  return Succeed();
+}
+
+LONG QueryRegValue(RegKey key, const char* name, DWORD* type, BYTE* data, DWORD* size) {
+  if (!IsValidHandle(key))
+    return Fail(ERROR_INVALID_HANDLE);
+  if (!(key->access & kKeyQueryValue))
+    return Fail(ERROR_ACCESS_DENIED);
+  return ReadStore([&](Tree& tree) -> LONG {
+    Key* k = Resolve(tree, key);
+    if (!k)
+      return Fail(ERROR_KEY_DELETED);
+    const regfile::Value* value = k->FindValue(name ? name : "");
+    if (!value)
+      return Fail(ERROR_FILE_NOT_FOUND);
+    return CopyOut(value->data, value->type, type, data, size);
+  });
+}
+
+LONG SetRegValue(RegKey key, const char* name, DWORD type, const BYTE* data, DWORD size) {
+  if (!IsValidHandle(key))
+    return Fail(ERROR_INVALID_HANDLE);
+  if (!(key->access & kKeySetValue))
+    return Fail(ERROR_ACCESS_DENIED);
+  // A .reg file cannot write a line break inside a value name.
+  if (!ValidName(name) || (size && !data))
+    return Fail(ERROR_INVALID_PARAMETER);
+  std::vector<BYTE> bytes(data, data + (data ? size : 0));
+  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
+    Key* k = Resolve(tree, key);
+    if (!k)
+      return Fail(ERROR_KEY_DELETED);
+    k->SetValue(name ? name : "", type, std::move(bytes));
+    *changed = true;
+    return Succeed();
+  });
+}
+
+LONG DeleteRegValue(RegKey key, const char* name) {
+  if (!IsValidHandle(key))
+    return Fail(ERROR_INVALID_HANDLE);
+  if (!(key->access & kKeySetValue))
+    return Fail(ERROR_ACCESS_DENIED);
+  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
+    Key* k = Resolve(tree, key);
+    if (!k)
+      return Fail(ERROR_KEY_DELETED);
+    if (!k->RemoveValue(name ? name : ""))
+      return Fail(ERROR_FILE_NOT_FOUND);
+    *changed = true;
+    return Succeed();
+  });
+}
+
+namespace {
+
+// Deletes the key `names` below `parent`; with `recursive` false it must have
+// no sub-keys. An empty `names` means the parent itself.
+LONG DeleteKey(RegKey parent, const char* subKey, bool recursive) {
+  if (!IsValidHandle(parent))
+    return Fail(ERROR_INVALID_HANDLE);
+  std::vector<std::string> names;
+  if ((subKey && *subKey == '\\') || !regfile::SplitKeyPath(subKey ? subKey : "", &names))
+    return Fail(ERROR_BAD_PATHNAME);
+  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
+    Key* base = Resolve(tree, parent);
+    if (!base)
+      return Fail(ERROR_KEY_DELETED);
+    Key* target = base->Find(names);
+    if (!target)
+      return Fail(ERROR_FILE_NOT_FOUND);
+    if (recursive && names.empty()) {
+      // Everything below the key goes; the key stays.
+      *changed = !target->subKeys.empty() || !target->values.empty();
+      target->subKeys.clear();
+      target->values.clear();
+      return Succeed();
+    }
+    std::vector<std::string> full = parent->path;
+    full.insert(full.end(), names.begin(), names.end());
+    if (full.empty())
+      return Fail(ERROR_ACCESS_DENIED); // a hive cannot be deleted
+    if (!recursive && !target->subKeys.empty())
+      return Fail(ERROR_ACCESS_DENIED);
+    std::string last = full.back();
+    full.pop_back();
+    tree.RootKey(parent->root).Find(full)->RemoveSubKey(last);
+    *changed = true;
+    return Succeed();
+  });
+}
+
+} // namespace
+
+LONG DeleteRegKey(RegKey parent, const char* subKey) { return DeleteKey(parent, subKey, false); }
+
+LONG DeleteRegTree(RegKey parent, const char* subKey) { return DeleteKey(parent, subKey, true); }
+
+LONG EnumRegKey(RegKey key, DWORD index, char* name, DWORD* nameSize) {
+  if (!IsValidHandle(key))
+    return Fail(ERROR_INVALID_HANDLE);
+  if (!(key->access & kKeyEnumerateSubKeys))
+    return Fail(ERROR_ACCESS_DENIED);
+  return ReadStore([&](Tree& tree) -> LONG {
+    Key* k = Resolve(tree, key);
+    if (!k)
+      return Fail(ERROR_KEY_DELETED);
+    if (index >= k->subKeys.size())
+      return Fail(ERROR_NO_MORE_ITEMS);
+    return CopyName(k->subKeys[index]->name, name, nameSize);
+  });
+}
+
+LONG EnumRegValue(RegKey key, DWORD index, char* name, DWORD* nameSize, DWORD* type, BYTE* data,
+                  DWORD* dataSize) {
+  if (!IsValidHandle(key))
+    return Fail(ERROR_INVALID_HANDLE);
+  if (!(key->access & kKeyQueryValue))
+    return Fail(ERROR_ACCESS_DENIED);
+  return ReadStore([&](Tree& tree) -> LONG {
+    Key* k = Resolve(tree, key);
+    if (!k)
+      return Fail(ERROR_KEY_DELETED);
+    if (index >= k->values.size())
+      return Fail(ERROR_NO_MORE_ITEMS);
+    const regfile::Value& value = k->values[index];
+    LONG rc = CopyName(value.name, name, nameSize);
+    if (rc != ERROR_SUCCESS)
+      return rc;
+    return CopyOut(value.data, value.type, type, data, dataSize);
+  });
+}
+
+LONG QueryRegKeyInfo(RegKey key, DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* values,
+                     DWORD* maxValueNameLength, DWORD* maxValueLength) {
+  if (!IsValidHandle(key))
+    return Fail(ERROR_INVALID_HANDLE);
+  if (!(key->access & kKeyQueryValue))
+    return Fail(ERROR_ACCESS_DENIED);
+  return ReadStore([&](Tree& tree) -> LONG {
+    Key* k = Resolve(tree, key);
+    if (!k)
+      return Fail(ERROR_KEY_DELETED);
+    DWORD maxSub = 0, maxName = 0, maxData = 0;
+    for (const auto& sub : k->subKeys)
+      maxSub = std::max<DWORD>(maxSub, static_cast<DWORD>(sub->name.size()));
+    for (const auto& v : k->values) {
+      maxName = std::max<DWORD>(maxName, static_cast<DWORD>(v.name.size()));
+      maxData = std::max<DWORD>(maxData, static_cast<DWORD>(v.data.size()));
+    }
+    if (subKeys)
+      *subKeys = static_cast<DWORD>(k->subKeys.size());
+    if (maxSubKeyLength)
+      *maxSubKeyLength = maxSub;
+    if (values)
+      *values = static_cast<DWORD>(k->values.size());
+    if (maxValueNameLength)
+      *maxValueNameLength = maxName;
+    if (maxValueLength)
+      *maxValueLength = maxData;
+    return Succeed();
+  });
+}
+
+std::string RegLastErrorText() { return tLastError; }
+
+std::string RegStoreDescription() { return StorePath(); }
+
+} // namespace native
+} // namespace qvbase

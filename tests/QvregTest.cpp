@@ -1,0 +1,223 @@
+// qvreg, the registry command-line tool: commands, output and exit status.
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using qvtest::RunResult;
+
+RunResult Qvreg(std::vector<std::string> args) {
+  args.insert(args.begin(), qvtest::BuiltProgram("qvreg"));
+  return qvtest::Run(args);
+}
+
+// Tools print "\n"; under Windows the C runtime writes "\r\n".
+std::string Lines(std::string text) {
+  for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
+    text.erase(p, 1);
+  return text;
+}
+
+bool IsOneLine(const std::string& text) {
+  std::string t = Lines(text);
+  return !t.empty() && t.find('\n') == t.size() - 1;
+}
+
+TEST(Qvreg, HelpPrintsUsageAndSucceeds) {
+  RunResult r = Qvreg({"--help"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.out.find("usage: qvreg"), std::string::npos);
+  EXPECT_NE(r.out.find("export KEY"), std::string::npos);
+}
+
+TEST(Qvreg, WrongUsageExitsWithTwoAndOneLine) {
+  qvtest::ScratchRegistry registry;
+  const std::vector<std::vector<std::string>> rows = {
+      {},
+      {"frobnicate"},
+      {"get"},
+      {"get", "HKEY_CLASSES_ROOT\\x"},
+      {"set", "HKCU\\Software\\x", "v", "float", "1"},
+      {"set", "HKCU\\Software\\x", "v", "dword", "4294967296"},
+      {"set", "HKCU\\Software\\x", "v", "dword", "-1"},
+      {"set", "HKCU\\Software\\x", "v", "binary", "0g"},
+      {"delete", "HKCU\\Software\\x"},
+      {"delete-key", "HKCU"},
+      {"export", "HKCU\\Software\\x", "--utf16"},
+  };
+  for (const auto& row : rows) {
+    std::string trace;
+    for (const auto& a : row)
+      trace += a + " ";
+    SCOPED_TRACE(trace);
+    RunResult r = Qvreg(row);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(IsOneLine(r.err)) << r.err;
+    EXPECT_EQ(r.err.rfind("qvreg: ", 0), 0u) << r.err;
+  }
+}
+
+TEST(Qvreg, SetThenGetEveryType) {
+  qvtest::ScratchRegistry registry;
+  std::string key = registry.FullKeyName() + "\\Config";
+  struct Row {
+    std::vector<std::string> set;
+    std::string printed;
+  };
+  const Row rows[] = {
+      {{"errorfile", "sz", "C:\\trace \"quoted\".log"}, "C:\\trace \"quoted\".log\n"},
+      {{"", "sz", "the default"}, "the default\n"},
+      {{"path", "expand_sz", "%TEMP%\\x"}, "%TEMP%\\x\n"},
+      {{"list", "multi_sz", "one", "two"}, "one\ntwo\n"},
+      {{"count", "dword", "0x2A"}, "42\n"},
+      {{"big", "qword", "18446744073709551615"}, "18446744073709551615\n"},
+      {{"blob", "binary", "00,01,FE,ff"}, "00,01,fe,ff\n"},
+      {{"nothing", "none"}, "\n"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.set[0]);
+    std::vector<std::string> set = {"set", key};
+    set.insert(set.end(), row.set.begin(), row.set.end());
+    RunResult r = Qvreg(set);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_TRUE(r.err.empty());
+    RunResult g = Qvreg({"get", key, row.set[0]});
+    EXPECT_EQ(g.status, 0) << g.err;
+    EXPECT_EQ(Lines(g.out), row.printed);
+  }
+  // Without a name, get reads the default value.
+  EXPECT_EQ(Lines(Qvreg({"get", key}).out), "the default\n");
+}
+
+TEST(Qvreg, MissingKeyOrValueFailsWithOne) {
+  qvtest::ScratchRegistry registry;
+  RunResult r = Qvreg({"get", registry.FullKeyName() + "\\Nowhere", "x"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(IsOneLine(r.err)) << r.err;
+  EXPECT_NE(r.err.find("Nowhere"), std::string::npos);
+  ASSERT_EQ(Qvreg({"set", registry.FullKeyName(), "x", "dword", "1"}).status, 0);
+  r = Qvreg({"get", registry.FullKeyName(), "y"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(IsOneLine(r.err));
+  EXPECT_EQ(Qvreg({"delete", registry.FullKeyName(), "y"}).status, 1);
+  EXPECT_EQ(Qvreg({"delete-key", registry.FullKeyName() + "\\Nowhere"}).status, 1);
+}
+
+TEST(Qvreg, DeleteRemovesValuesAndKeys) {
+  qvtest::ScratchRegistry registry;
+  std::string key = registry.FullKeyName() + "\\A\\B";
+  ASSERT_EQ(Qvreg({"set", key, "x", "sz", "1"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "y", "sz", "2"}).status, 0);
+  EXPECT_EQ(Qvreg({"delete", key, "x"}).status, 0);
+  EXPECT_EQ(Qvreg({"get", key, "x"}).status, 1);
+  EXPECT_EQ(Qvreg({"get", key, "y"}).status, 0);
+  EXPECT_EQ(Qvreg({"delete-key", registry.FullKeyName() + "\\A"}).status, 0);
+  EXPECT_EQ(Qvreg({"get", key, "y"}).status, 1);
+}
+
+TEST(Qvreg, ListShowsSubKeysThenValues) {
+  qvtest::ScratchRegistry registry;
+  std::string key = registry.FullKeyName();
+  ASSERT_EQ(Qvreg({"set", key + "\\Sub", "x", "sz", "1"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "name", "sz", "text"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "", "dword", "5"}).status, 0);
+  RunResult r = Qvreg({"list", key});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(Lines(r.out), "Sub\\\nname\tsz\ttext\n@\tdword\t5\n");
+}
+
+std::string Substitute(std::string text, const std::string& key) {
+  const std::string placeholder = "@KEY@";
+  for (std::size_t p; (p = text.find(placeholder)) != std::string::npos;)
+    text.replace(p, placeholder.size(), key);
+  return text;
+}
+
+TEST(Qvreg, ImportThenExportMatchesTheHandWrittenFile) {
+  qvtest::ScratchRegistry registry;
+  qvtest::TempDir dir;
+  std::string input = Substitute(qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-input.reg"), registry.KeyPath());
+  std::string expected =
+      Substitute(qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-expected.reg"), registry.KeyPath());
+  qvtest::WriteFile(dir.File("in.reg"), input);
+  RunResult r = Qvreg({"import", dir.File("in.reg")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  r = Qvreg({"export", registry.FullKeyName(), dir.File("out.reg")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(qvtest::ReadFile(dir.File("out.reg")), expected);
+}
+
+TEST(Qvreg, Utf16ExportImportsBackUnchanged) {
+  qvtest::ScratchRegistry registry;
+  qvtest::TempDir dir;
+  std::string key = registry.FullKeyName() + "\\K";
+  ASSERT_EQ(Qvreg({"set", key, "accent", "sz", "caf\xC3\xA9"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "n", "dword", "7"}).status, 0);
+  ASSERT_EQ(Qvreg({"export", key, dir.File("wide.reg"), "--utf16"}).status, 0);
+  std::string wide = qvtest::ReadFile(dir.File("wide.reg"));
+  ASSERT_GE(wide.size(), 2u);
+  EXPECT_EQ(wide.substr(0, 2), "\xFF\xFE");
+  ASSERT_EQ(Qvreg({"delete-key", key}).status, 0);
+  RunResult r = Qvreg({"import", dir.File("wide.reg")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(Lines(Qvreg({"get", key, "accent"}).out), "caf\xC3\xA9\n");
+  EXPECT_EQ(Lines(Qvreg({"get", key, "n"}).out), "7\n");
+}
+
+TEST(Qvreg, MalformedImportChangesNothingAndNamesTheLine) {
+  qvtest::ScratchRegistry registry;
+  qvtest::TempDir dir;
+  std::string key = registry.FullKeyName();
+  qvtest::WriteFile(dir.File("bad.reg"), "Windows Registry Editor Version 5.00\n\n[" + key +
+                                             "\\Good]\n\"x\"=\"1\"\n\"y\"=dword:nothex\n");
+  RunResult r = Qvreg({"import", dir.File("bad.reg")});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(IsOneLine(r.err)) << r.err;
+  EXPECT_NE(r.err.find("bad.reg:5:"), std::string::npos) << r.err;
+  EXPECT_EQ(Qvreg({"get", key + "\\Good", "x"}).status, 1);
+}
+
+TEST(Qvreg, ImportAppliesDeletions) {
+  qvtest::ScratchRegistry registry;
+  qvtest::TempDir dir;
+  std::string key = registry.FullKeyName();
+  ASSERT_EQ(Qvreg({"set", key + "\\Old", "x", "sz", "1"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key + "\\Keep", "x", "sz", "1"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key + "\\Keep", "y", "sz", "2"}).status, 0);
+  qvtest::WriteFile(dir.File("del.reg"), "Windows Registry Editor Version 5.00\n\n[-" + key +
+                                             "\\Old]\n\n[" + key + "\\Keep]\n\"x\"=-\n");
+  ASSERT_EQ(Qvreg({"import", dir.File("del.reg")}).status, 0);
+  EXPECT_EQ(Qvreg({"get", key + "\\Old", "x"}).status, 1);
+  EXPECT_EQ(Qvreg({"get", key + "\\Keep", "x"}).status, 1);
+  EXPECT_EQ(Qvreg({"get", key + "\\Keep", "y"}).status, 0);
+}
+
+TEST(Qvreg, StoreNamesWhereTheRegistryLives) {
+  qvtest::ScratchRegistry registry;
+  RunResult r = Qvreg({"store"});
+  EXPECT_EQ(r.status, 0);
+#if defined(_WIN32)
+  EXPECT_EQ(Lines(r.out), "Windows registry\n");
+#else
+  EXPECT_EQ(r.out, registry.StoreFile() + "\n");
+#endif
+}
+
+#if !defined(_WIN32)
+TEST(Qvreg, CorruptStoreFailsWithFileAndLine) {
+  qvtest::ScratchRegistry registry;
+  const std::string bytes = "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\X]\n\"v\"=hex:1,\n";
+  qvtest::WriteFile(registry.StoreFile(), bytes);
+  RunResult r = Qvreg({"set", "HKCU\\Software\\Y", "v", "sz", "1"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(IsOneLine(r.err)) << r.err;
+  EXPECT_NE(r.err.find(registry.StoreFile() + ":4:"), std::string::npos) << r.err;
+  EXPECT_EQ(qvtest::ReadFile(registry.StoreFile()), bytes);
+}
+#endif
+
+} // namespace

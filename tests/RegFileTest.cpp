@@ -1,0 +1,391 @@
+// The .reg text format: parsing, writing, the text conversions and bad input.
+#include "native/RegFile.h"
+
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace regfile = qvbase::native::regfile;
+using regfile::Entry;
+using regfile::Root;
+using regfile::Tree;
+
+const std::string kHeader = "Windows Registry Editor Version 5.00\n\n";
+
+std::vector<BYTE> Bytes(const std::string& s) { return std::vector<BYTE>(s.begin(), s.end()); }
+
+// Parses `text` and applies it to a fresh tree; fails the test on a parse error.
+Tree Load(const std::string& text) {
+  std::vector<Entry> entries;
+  regfile::ParseError error;
+  EXPECT_TRUE(regfile::Parse(text, &entries, &error)) << error.line << ": " << error.message;
+  Tree tree;
+  regfile::Apply(entries, &tree);
+  return tree;
+}
+
+regfile::ParseError ParseFailure(const std::string& text) {
+  std::vector<Entry> entries;
+  regfile::ParseError error;
+  EXPECT_FALSE(regfile::Parse(text, &entries, &error));
+  EXPECT_TRUE(entries.empty());
+  return error;
+}
+
+const regfile::Value* Find(Tree& tree, const std::string& path, const std::string& name) {
+  std::vector<std::string> names;
+  regfile::SplitKeyPath(path, &names);
+  regfile::Key* key = tree.RootKey(Root::kLocalMachine).Find(names);
+  return key ? key->FindValue(name) : nullptr;
+}
+
+TEST(RegFile, ParsesEveryValueForm) {
+  Tree tree = Load(kHeader +
+                   "[HKEY_LOCAL_MACHINE\\Software\\Varnel\\Config]\n"
+                   "\"errorfile\"=\"C:\\\\trace.log\"\n"
+                   "@=\"default\"\n"
+                   "\"count\"=dword:0000002a\n"
+                   "\"short\"=dword:7\n"
+                   "\"blob\"=hex:de,ad,BE,ef\n"
+                   "\"empty\"=hex:\n"
+                   "\"big\"=hex(b):08,07,06,05,04,03,02,01\n"
+                   "\"wide\"=hex(2):41,00,42,00,00,00\n"
+                   "\"none\"=hex(0):\n");
+  const regfile::Value* v = Find(tree, "Software\\Varnel\\Config", "errorfile");
+  ASSERT_NE(v, nullptr);
+  EXPECT_EQ(v->type, 1u);
+  EXPECT_EQ(v->data, Bytes(std::string("C:\\trace.log", 12) + '\0'));
+  v = Find(tree, "Software\\Varnel\\Config", "");
+  ASSERT_NE(v, nullptr);
+  EXPECT_EQ(v->data, Bytes(std::string("default", 7) + '\0'));
+  v = Find(tree, "Software\\Varnel\\Config", "count");
+  ASSERT_NE(v, nullptr);
+  EXPECT_EQ(v->type, 4u);
+  EXPECT_EQ(v->data, (std::vector<BYTE>{0x2a, 0, 0, 0}));
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "short")->data, (std::vector<BYTE>{7, 0, 0, 0}));
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "blob")->data,
+            (std::vector<BYTE>{0xde, 0xad, 0xbe, 0xef}));
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "blob")->type, 3u);
+  EXPECT_TRUE(Find(tree, "Software\\Varnel\\Config", "empty")->data.empty());
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "big")->type, 11u);
+  // Version 5 files keep text types as UTF-16; the tree holds the bytes.
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "wide")->data, Bytes(std::string("AB\0", 3)));
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "none")->type, 0u);
+}
+
+TEST(RegFile, Regedit4TextDataIsRawBytes) {
+  Tree tree = Load("REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex(2):41,42,00\n");
+  EXPECT_EQ(Find(tree, "K", "x")->data, Bytes(std::string("AB\0", 3)));
+}
+
+TEST(RegFile, ContinuedHexListsJoin) {
+  Tree tree = Load(kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,02,\\\n  03,\\\n\t04\n");
+  EXPECT_EQ(Find(tree, "K", "x")->data, (std::vector<BYTE>{1, 2, 3, 4}));
+}
+
+TEST(RegFile, CommentsBlankLinesAndCrLfAreIgnored) {
+  Tree tree = Load("Windows Registry Editor Version 5.00\r\n\r\n; a comment\r\n"
+                   "[HKEY_LOCAL_MACHINE\\K]\r\n  \"x\" = \"y\"  \r\n");
+  EXPECT_EQ(Find(tree, "K", "x")->data, Bytes(std::string("y\0", 2)));
+}
+
+TEST(RegFile, ByteOrderMarksAreRecognised) {
+  std::string utf8 = "\xEF\xBB\xBF" + kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"\xC3\xA9\"\n";
+  Tree fromUtf8 = Load(utf8);
+  EXPECT_EQ(Find(fromUtf8, "K", "x")->data, Bytes(std::string("\xC3\xA9\0", 3)));
+
+  std::string text = kHeader + "[HKEY_LOCAL_MACHINE\\K]\r\n\"x\"=\"\xC3\xA9\"\r\n";
+  std::vector<std::uint16_t> units = regfile::BytesToUtf16(text);
+  std::string utf16 = "\xFF\xFE";
+  for (std::uint16_t u : units) {
+    utf16.push_back(static_cast<char>(u & 0xFF));
+    utf16.push_back(static_cast<char>(u >> 8));
+  }
+  Tree tree = Load(utf16);
+  EXPECT_EQ(Find(tree, "K", "x")->data, Bytes(std::string("\xC3\xA9\0", 3)));
+}
+
+TEST(RegFile, DeletionsRemoveKeysAndValues) {
+  Tree tree = Load(kHeader +
+                   "[HKEY_LOCAL_MACHINE\\A\\B]\n\"x\"=\"1\"\n\"y\"=\"2\"\n"
+                   "[HKEY_LOCAL_MACHINE\\A\\C]\n"
+                   "[-HKEY_LOCAL_MACHINE\\A\\B]\n"
+                   "[HKEY_LOCAL_MACHINE\\A\\C]\n\"z\"=\"3\"\n\"z\"=-\n"
+                   "[-HKEY_LOCAL_MACHINE\\Never\\There]\n");
+  regfile::Key& root = tree.RootKey(Root::kLocalMachine);
+  EXPECT_EQ(root.Find({"A", "B"}), nullptr);
+  ASSERT_NE(root.Find({"A", "C"}), nullptr);
+  EXPECT_EQ(root.Find({"A", "C"})->FindValue("z"), nullptr);
+}
+
+TEST(RegFile, KeyNamesCompareWithoutCaseAndSortThatWay) {
+  Tree tree = Load(kHeader + "[HKEY_LOCAL_MACHINE\\Soft\\beta]\n[HKEY_LOCAL_MACHINE\\SOFT\\Alpha]\n"
+                             "[HKEY_LOCAL_MACHINE\\soft\\gamma]\n\"V\"=\"1\"\n\"v\"=\"2\"\n");
+  regfile::Key* soft = tree.RootKey(Root::kLocalMachine).FindSubKey("sOfT");
+  ASSERT_NE(soft, nullptr);
+  EXPECT_EQ(soft->name, "Soft"); // the first spelling is kept
+  ASSERT_EQ(soft->subKeys.size(), 3u);
+  EXPECT_EQ(soft->subKeys[0]->name, "Alpha");
+  EXPECT_EQ(soft->subKeys[1]->name, "beta");
+  EXPECT_EQ(soft->subKeys[2]->name, "gamma");
+  ASSERT_EQ(soft->subKeys[2]->values.size(), 1u);
+  EXPECT_EQ(soft->subKeys[2]->values[0].data, Bytes(std::string("2\0", 2)));
+}
+
+TEST(RegFile, ValuesKeepTheOrderTheyWereFirstWritten) {
+  regfile::Key key;
+  key.SetValue("zeta", 1, Bytes("a"));
+  key.SetValue("alpha", 1, Bytes("b"));
+  key.SetValue("ZETA", 3, Bytes("c"));
+  ASSERT_EQ(key.values.size(), 2u);
+  EXPECT_EQ(key.values[0].name, "zeta");
+  EXPECT_EQ(key.values[0].type, 3u);
+  EXPECT_EQ(key.values[1].name, "alpha");
+}
+
+TEST(RegFile, HiveNamesTakeShortFormsOnlyOutsideFiles) {
+  Root root;
+  EXPECT_TRUE(regfile::ParseRootName("HKLM", &root));
+  EXPECT_EQ(root, Root::kLocalMachine);
+  EXPECT_TRUE(regfile::ParseRootName("hkey_current_user", &root));
+  EXPECT_EQ(root, Root::kCurrentUser);
+  EXPECT_FALSE(regfile::ParseRootName("HKEY_CLASSES_ROOT", &root));
+  regfile::ParseError error = ParseFailure(kHeader + "[HKLM\\Software]\n");
+  EXPECT_EQ(error.line, 3u);
+}
+
+TEST(RegFile, KeyPathsSplitOnBackslashes) {
+  std::vector<std::string> names;
+  EXPECT_TRUE(regfile::SplitKeyPath("Software\\Varnel\\Config\\", &names));
+  EXPECT_EQ(names, (std::vector<std::string>{"Software", "Varnel", "Config"}));
+  EXPECT_TRUE(regfile::SplitKeyPath("", &names));
+  EXPECT_TRUE(names.empty());
+  EXPECT_FALSE(regfile::SplitKeyPath("a\\\\b", &names));
+  EXPECT_FALSE(regfile::SplitKeyPath("\\a", &names));
+  EXPECT_FALSE(regfile::SplitKeyPath(std::string(256, 'k'), &names));
+  EXPECT_TRUE(regfile::SplitKeyPath(std::string(255, 'k'), &names));
+  EXPECT_FALSE(regfile::SplitKeyPath("line\nbreak", &names));
+}
+
+// Malformed files: each row is a file and the line its error must name.
+TEST(RegFile, MalformedFilesNameTheLine) {
+  struct Row {
+    const char* what;
+    std::string text;
+    unsigned line;
+    const char* message;
+  };
+  const Row rows[] = {
+      {"empty file", "", 1, "empty"},
+      {"wrong header", "Windows Registry Editor Version 4.00\n", 1, "expected the line"},
+      {"value before key", kHeader + "\"x\"=\"y\"\n", 3, "before any [key]"},
+      {"key without bracket", kHeader + "[HKEY_LOCAL_MACHINE\\K\n", 3, "must end with ']'"},
+      {"unknown hive", kHeader + "[HKEY_USERS\\K]\n", 3, "unknown root key"},
+      {"empty key name", kHeader + "[HKEY_LOCAL_MACHINE\\A\\\\B]\n", 3, "invalid key name"},
+      {"root deletion", kHeader + "[-HKEY_LOCAL_MACHINE]\n", 3, "cannot be deleted"},
+      {"missing equals", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\" \"y\"\n", 4, "expected '='"},
+      {"unclosed quote", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\n", 4, "no closing quote"},
+      {"bad escape", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"C:\\temp\"\n", 4, "invalid escape"},
+      {"text after string", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\" z\n", 4, "after the closing"},
+      {"long dword", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=dword:123456789\n", 4, "dword"},
+      {"bad dword digit", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=dword:12g4\n", 4, "dword"},
+      {"bad hex byte", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,zz\n", 4, "hexadecimal byte"},
+      {"three-digit byte", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:123\n", 4, "hexadecimal byte"},
+      {"trailing comma", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,\n", 4, "hexadecimal byte"},
+      {"bad hex type", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex(q):01\n", 4, "hex(type)"},
+      {"odd UTF-16", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex(1):41\n", 4, "odd number"},
+      {"unknown data", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=string:y\n", 4, "unknown value data"},
+      {"empty name", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"\"=\"y\"\n", 4, "empty value name"},
+      {"value after deletion", kHeader + "[-HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\"\n", 4, "key deletion"},
+      {"stray text", kHeader + "[HKEY_LOCAL_MACHINE\\K]\nx=y\n", 4, "expected a [key]"},
+      {"no final line break", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\"", 4, "truncated"},
+      {"continuation at end", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,\\\n", 4, "truncated"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    regfile::ParseError error = ParseFailure(row.text);
+    EXPECT_EQ(error.line, row.line);
+    EXPECT_NE(error.message.find(row.message), std::string::npos) << error.message;
+  }
+}
+
+TEST(RegFile, EveryCutOfAFileThatEndsMidLineIsRejected) {
+  Tree original;
+  regfile::Key* key = original.RootKey(Root::kCurrentUser).AddSubKey("K");
+  key->SetValue("text", 1, Bytes(std::string("quote \" and \\ here\0", 20)));
+  key->SetValue("blob", 3, std::vector<BYTE>(60, 0xAB));
+  key->SetValue("n", 4, std::vector<BYTE>{1, 2, 3, 4});
+  std::string file = regfile::Write(original, regfile::Encoding::kUtf8);
+  for (std::size_t cut = 0; cut < file.size(); ++cut) {
+    std::string prefix = file.substr(0, cut);
+    std::vector<Entry> entries;
+    regfile::ParseError error;
+    bool ok = regfile::Parse(prefix, &entries, &error);
+    if (cut == 0 || prefix.back() != '\n') {
+      EXPECT_FALSE(ok) << "cut at " << cut;
+    }
+  }
+}
+
+// Values whose bytes a quoted .reg string cannot hold must still come back
+// exactly: quotes, backslashes, line breaks, bytes above 127 (UTF-8 or not),
+// no terminator, embedded zeros.
+TEST(RegFile, AwkwardStringsRoundTripExactly) {
+  const std::string samples[] = {
+      std::string("plain\0", 6),
+      std::string("quote \" backslash \\ end\\\0", 26),
+      std::string("line\nbreak\r\n\0", 13),
+      std::string("caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80\0", 15),
+      std::string("latin1 \xE9\xE8\xFC\0", 11),
+      std::string("\xED\xB2\x80 surrogate bytes\0", 20),
+      std::string("no terminator"),
+      std::string("embedded\0zero\0", 14),
+      std::string("tab\there\0", 9),
+      std::string(),
+  };
+  for (DWORD type : {1u, 2u, 7u}) {
+    Tree tree;
+    regfile::Key* key = tree.RootKey(Root::kLocalMachine).AddSubKey("K");
+    int i = 0;
+    for (const std::string& s : samples)
+      key->SetValue("v" + std::to_string(i++), type, Bytes(s));
+    for (auto encoding : {regfile::Encoding::kUtf8, regfile::Encoding::kUtf16}) {
+      Tree back = Load(regfile::Write(tree, encoding));
+      regfile::Key* k = back.RootKey(Root::kLocalMachine).FindSubKey("K");
+      ASSERT_NE(k, nullptr);
+      i = 0;
+      for (const std::string& s : samples) {
+        SCOPED_TRACE("type " + std::to_string(type) + " sample " + std::to_string(i));
+        const regfile::Value* v = k->FindValue("v" + std::to_string(i++));
+        ASSERT_NE(v, nullptr);
+        EXPECT_EQ(v->type, type);
+        EXPECT_EQ(v->data, Bytes(s));
+      }
+    }
+  }
+}
+
+TEST(RegFile, NamesWithQuotesBackslashesAndHighBytesRoundTrip) {
+  Tree tree;
+  regfile::Key* key = tree.RootKey(Root::kCurrentUser).AddSubKey("caf\xC3\xA9 ]key[");
+  key->SetValue("na\"me\\", 4, {1, 0, 0, 0});
+  key->SetValue("\xE9t\xE9", 4, {2, 0, 0, 0});
+  Tree back = Load(regfile::Write(tree, regfile::Encoding::kUtf8));
+  regfile::Key* k = back.RootKey(Root::kCurrentUser).FindSubKey("caf\xC3\xA9 ]key[");
+  ASSERT_NE(k, nullptr);
+  ASSERT_NE(k->FindValue("na\"me\\"), nullptr);
+  ASSERT_NE(k->FindValue("\xE9t\xE9"), nullptr);
+  EXPECT_EQ(k->FindValue("\xE9t\xE9")->data[0], 2);
+}
+
+TEST(RegFile, PlainStringsAreWrittenQuotedAndOthersAsUtf16Hex) {
+  Tree tree;
+  regfile::Key* key = tree.RootKey(Root::kLocalMachine).AddSubKey("K");
+  key->SetValue("a", 1, Bytes(std::string("say \"hi\" C:\\x\0", 14)));
+  key->SetValue("b", 1, Bytes(std::string("a\nb\0", 4)));
+  key->SetValue("c", 4, {0x2a, 0, 0, 0});
+  key->SetValue("d", 4, {1, 2});
+  EXPECT_EQ(regfile::Write(tree, regfile::Encoding::kUtf8),
+            kHeader + "[HKEY_LOCAL_MACHINE\\K]\n"
+                      "\"a\"=\"say \\\"hi\\\" C:\\\\x\"\n"
+                      "\"b\"=hex(1):61,00,0a,00,62,00,00,00\n"
+                      "\"c\"=dword:0000002a\n"
+                      "\"d\"=hex(4):01,02\n"
+                      "\n");
+}
+
+TEST(RegFile, LongHexListsWrapAsRegeditWrapsThem) {
+  Tree tree;
+  tree.RootKey(Root::kLocalMachine).AddSubKey("K")->SetValue("long", 3, std::vector<BYTE>(60, 0x11));
+  std::string text = regfile::Write(tree, regfile::Encoding::kUtf8);
+  std::size_t start = 0;
+  int continued = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find('\n', start);
+    std::string line = text.substr(start, end - start);
+    EXPECT_LE(line.size(), 78u) << line;
+    if (!line.empty() && line.back() == '\\') {
+      ++continued;
+      EXPECT_EQ(line[line.size() - 2], ',');
+    }
+    start = end + 1;
+  }
+  // "long"=hex: takes 22 bytes, a continuation line 25: 60 bytes need 3 lines.
+  EXPECT_EQ(continued, 2);
+  Tree back = Load(text);
+  EXPECT_EQ(back.RootKey(Root::kLocalMachine).FindSubKey("K")->FindValue("long")->data,
+            std::vector<BYTE>(60, 0x11));
+}
+
+TEST(RegFile, Utf16FormHasBomAndCrLf) {
+  Tree tree;
+  tree.RootKey(Root::kCurrentUser).AddSubKey("K")->SetValue("x", 1, Bytes(std::string("\xC3\xA9\0", 3)));
+  std::string out = regfile::Write(tree, regfile::Encoding::kUtf16);
+  ASSERT_GE(out.size(), 4u);
+  EXPECT_EQ(out.substr(0, 4), std::string("\xFF\xFEW\0", 4));
+  EXPECT_NE(out.find(std::string("\r\0\n\0", 4)), std::string::npos);
+  EXPECT_NE(out.find(std::string("\xE9\0", 2)), std::string::npos); // U+00E9
+}
+
+TEST(RegFile, WholeTreeMatchesTheHandWrittenExport) {
+  std::string input = qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-input.reg");
+  std::string expected = qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-expected.reg");
+  auto substitute = [](std::string s) {
+    const std::string placeholder = "@KEY@", key = "Software\\Test";
+    for (std::size_t p; (p = s.find(placeholder)) != std::string::npos;)
+      s.replace(p, placeholder.size(), key);
+    return s;
+  };
+  Tree tree = Load(substitute(input));
+  std::vector<std::string> path = {"Software", "Test"};
+  regfile::Key* key = tree.RootKey(Root::kCurrentUser).Find(path);
+  ASSERT_NE(key, nullptr);
+  EXPECT_EQ(regfile::WriteKey(Root::kCurrentUser, path, *key, regfile::Encoding::kUtf8),
+            substitute(expected));
+}
+
+TEST(RegFile, TextConversionsAreExactInversesOnRandomBytes) {
+  std::mt19937 random(20261121);
+  for (int round = 0; round < 3000; ++round) {
+    std::string bytes(random() % 24, '\0');
+    for (char& c : bytes) {
+      unsigned r = random();
+      // Lean towards the bytes UTF-8 is made of, so valid sequences occur.
+      c = static_cast<char>((r & 3) == 0 ? 0xC0 + (r >> 8) % 0x35 : (r & 3) == 1 ? 0x80 + (r >> 8) % 0x40 : r >> 8);
+    }
+    std::vector<std::uint16_t> units = regfile::BytesToUtf16(bytes);
+    ASSERT_EQ(regfile::Utf16ToBytes(units.data(), units.size()), bytes);
+  }
+}
+
+TEST(RegFile, RandomGarbageNeverCrashesTheParser) {
+  std::mt19937 random(42);
+  const std::string alphabet = "[]\\\"@=-:,;(){}hexdword0123456789abcdefHKEY_LOCAL_MACHINE \t\r\n\xC3\xA9\xFF";
+  for (int round = 0; round < 3000; ++round) {
+    std::string text = (round % 2 ? kHeader : std::string());
+    std::size_t n = random() % 200;
+    for (std::size_t i = 0; i < n; ++i)
+      text += alphabet[random() % alphabet.size()];
+    std::vector<Entry> entries;
+    regfile::ParseError error;
+    if (regfile::Parse(text, &entries, &error)) {
+      Tree tree;
+      regfile::Apply(entries, &tree);
+      // Whatever parsed writes out and parses again to the same file.
+      std::string written = regfile::Write(tree, regfile::Encoding::kUtf8);
+      Tree again = Load(written);
+      EXPECT_EQ(regfile::Write(again, regfile::Encoding::kUtf8), written);
+    } else {
+      EXPECT_GE(error.line, 1u);
+      EXPECT_FALSE(error.message.empty());
+    }
+  }
+}
+
+} // namespace

@@ -1,0 +1,450 @@
+// The platform layer's registry: the same calls and results on every target,
+// and on POSIX the file store's own guarantees.
+#include "native/Registry.h"
+
+#include "native/Process.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace native = qvbase::native;
+using native::RegKey;
+
+// Opens (creating) the scratch key with full access, closed at the end.
+class ScratchKey {
+public:
+  explicit ScratchKey(const qvtest::ScratchRegistry& registry, const std::string& below = "") {
+    std::string path = registry.KeyPath() + (below.empty() ? "" : "\\" + below);
+    m_rc = native::CreateRegKey(native::kRegCurrentUser, path.c_str(), nullptr,
+                                native::kKeyAllAccess, &m_key, &m_disposition);
+  }
+  ~ScratchKey() {
+    if (m_key)
+      native::CloseRegKey(m_key);
+  }
+  RegKey get() const { return m_key; }
+  LONG rc() const { return m_rc; }
+  DWORD disposition() const { return m_disposition; }
+
+private:
+  RegKey m_key = nullptr;
+  LONG m_rc;
+  DWORD m_disposition = 0;
+};
+
+LONG SetString(RegKey key, const char* name, const std::string& text) {
+  return native::SetRegValue(key, name, native::kRegSz, reinterpret_cast<const BYTE*>(text.c_str()),
+                             static_cast<DWORD>(text.size() + 1));
+}
+
+LONG SetDword(RegKey key, const char* name, DWORD value) {
+  return native::SetRegValue(key, name, native::kRegDword, reinterpret_cast<const BYTE*>(&value),
+                             sizeof value);
+}
+
+std::string GetString(RegKey key, const char* name) {
+  char buffer[512] = {};
+  DWORD size = sizeof buffer, type = 0;
+  EXPECT_EQ(native::QueryRegValue(key, name, &type, reinterpret_cast<BYTE*>(buffer), &size),
+            ERROR_SUCCESS);
+  EXPECT_EQ(type, native::kRegSz);
+  return std::string(buffer, size ? size - 1 : 0);
+}
+
+TEST(Registry, CreateReportsNewThenExisting) {
+  qvtest::ScratchRegistry registry;
+  {
+    ScratchKey key(registry, "A\\B");
+    ASSERT_EQ(key.rc(), ERROR_SUCCESS);
+    EXPECT_EQ(key.disposition(), native::kRegCreatedNewKey);
+  }
+  ScratchKey again(registry, "a\\b");
+  ASSERT_EQ(again.rc(), ERROR_SUCCESS);
+  EXPECT_EQ(again.disposition(), native::kRegOpenedExistingKey);
+}
+
+TEST(Registry, OpenMissingKeyIsFileNotFound) {
+  qvtest::ScratchRegistry registry;
+  RegKey key = reinterpret_cast<RegKey>(1);
+  std::string path = registry.KeyPath() + "\\Missing";
+  EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, path.c_str(), native::kKeyRead, &key),
+            ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(key, nullptr);
+}
+
+TEST(Registry, OpenWithEmptyNameGivesANewHandleOnTheSameKey) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  ASSERT_EQ(SetString(key.get(), "x", "value"), ERROR_SUCCESS);
+  RegKey same = nullptr;
+  ASSERT_EQ(native::OpenRegKey(key.get(), "", native::kKeyRead, &same), ERROR_SUCCESS);
+  EXPECT_EQ(GetString(same, "x"), "value");
+  EXPECT_EQ(native::CloseRegKey(same), ERROR_SUCCESS);
+}
+
+TEST(Registry, QueryReportsTypeAndSizeWithTerminator) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  ASSERT_EQ(SetString(key.get(), "errorfile", "C:\\trace.log"), ERROR_SUCCESS);
+  DWORD type = 0, size = 0;
+  // No buffer: the size needed, terminator included.
+  ASSERT_EQ(native::QueryRegValue(key.get(), "errorfile", &type, nullptr, &size), ERROR_SUCCESS);
+  EXPECT_EQ(type, native::kRegSz);
+  EXPECT_EQ(size, 13u);
+  // A buffer too small: ERROR_MORE_DATA and the size needed.
+  BYTE small[4];
+  size = sizeof small;
+  EXPECT_EQ(native::QueryRegValue(key.get(), "errorfile", &type, small, &size), ERROR_MORE_DATA);
+  EXPECT_EQ(size, 13u);
+  char buffer[32];
+  size = sizeof buffer;
+  ASSERT_EQ(native::QueryRegValue(key.get(), "errorfile", nullptr, reinterpret_cast<BYTE*>(buffer),
+                                  &size),
+            ERROR_SUCCESS);
+  EXPECT_EQ(size, 13u);
+  EXPECT_STREQ(buffer, "C:\\trace.log");
+}
+
+TEST(Registry, DwordAndBinaryValuesKeepTheirTypes) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  ASSERT_EQ(SetDword(key.get(), "count", 0xA1B2C3D4u), ERROR_SUCCESS);
+  const BYTE blob[] = {0, 1, 2, 0xFE, 0xFF};
+  ASSERT_EQ(native::SetRegValue(key.get(), "blob", native::kRegBinary, blob, sizeof blob), ERROR_SUCCESS);
+  DWORD type = 0, value = 0, size = sizeof value;
+  ASSERT_EQ(native::QueryRegValue(key.get(), "count", &type, reinterpret_cast<BYTE*>(&value), &size),
+            ERROR_SUCCESS);
+  EXPECT_EQ(type, native::kRegDword);
+  EXPECT_EQ(size, 4u);
+  EXPECT_EQ(value, 0xA1B2C3D4u);
+  BYTE back[16];
+  size = sizeof back;
+  ASSERT_EQ(native::QueryRegValue(key.get(), "blob", &type, back, &size), ERROR_SUCCESS);
+  EXPECT_EQ(type, native::kRegBinary);
+  ASSERT_EQ(size, sizeof blob);
+  EXPECT_EQ(std::memcmp(back, blob, sizeof blob), 0);
+}
+
+TEST(Registry, DefaultValueHasTheEmptyName) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  ASSERT_EQ(SetString(key.get(), nullptr, "default"), ERROR_SUCCESS);
+  EXPECT_EQ(GetString(key.get(), ""), "default");
+  EXPECT_EQ(GetString(key.get(), nullptr), "default");
+}
+
+TEST(Registry, MissingValueIsFileNotFound) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  DWORD size = 0;
+  EXPECT_EQ(native::QueryRegValue(key.get(), "nothing", nullptr, nullptr, &size), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(native::DeleteRegValue(key.get(), "nothing"), ERROR_FILE_NOT_FOUND);
+}
+
+TEST(Registry, AwkwardTextRoundTrips) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  const std::string samples[] = {
+      "say \"hello\"",
+      "C:\\Program Files\\Varnel\\",
+      "two\nlines\r\nand a tab\t",
+      "caf\xC3\xA9 \xE9\xE8\xFC \xC0\xFF",
+      "",
+  };
+  int i = 0;
+  for (const std::string& s : samples) {
+    std::string name = "v" + std::to_string(i++);
+    ASSERT_EQ(SetString(key.get(), name.c_str(), s), ERROR_SUCCESS);
+  }
+  // Read back through a new handle, after everything was written.
+  RegKey again = nullptr;
+  ASSERT_EQ(native::OpenRegKey(native::kRegCurrentUser, registry.KeyPath().c_str(), native::kKeyRead,
+                               &again),
+            ERROR_SUCCESS);
+  i = 0;
+  for (const std::string& s : samples) {
+    SCOPED_TRACE(i);
+    std::string name = "v" + std::to_string(i++);
+    EXPECT_EQ(GetString(again, name.c_str()), s);
+  }
+  native::CloseRegKey(again);
+}
+
+TEST(Registry, SubKeysEnumerateInNameOrderIgnoringCase) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  for (const char* name : {"delta", "Alpha", "charlie", "Bravo"}) {
+    RegKey sub = nullptr;
+    ASSERT_EQ(native::CreateRegKey(key.get(), name, nullptr, native::kKeyAllAccess, &sub, nullptr),
+              ERROR_SUCCESS);
+    native::CloseRegKey(sub);
+  }
+  std::vector<std::string> names;
+  for (DWORD i = 0;; ++i) {
+    char name[64];
+    DWORD size = sizeof name;
+    LONG rc = native::EnumRegKey(key.get(), i, name, &size);
+    if (rc == ERROR_NO_MORE_ITEMS)
+      break;
+    ASSERT_EQ(rc, ERROR_SUCCESS);
+    EXPECT_EQ(size, std::strlen(name));
+    names.push_back(name);
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"Alpha", "Bravo", "charlie", "delta"}));
+  char tiny[3];
+  DWORD size = sizeof tiny;
+  EXPECT_EQ(native::EnumRegKey(key.get(), 0, tiny, &size), ERROR_MORE_DATA);
+}
+
+TEST(Registry, ValuesEnumerateWithNameTypeAndData) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  ASSERT_EQ(SetString(key.get(), "a", "text"), ERROR_SUCCESS);
+  ASSERT_EQ(SetDword(key.get(), "b", 7), ERROR_SUCCESS);
+  DWORD subKeys = 9, values = 0, maxName = 0, maxData = 0;
+  ASSERT_EQ(native::QueryRegKeyInfo(key.get(), &subKeys, nullptr, &values, &maxName, &maxData),
+            ERROR_SUCCESS);
+  EXPECT_EQ(subKeys, 0u);
+  EXPECT_EQ(values, 2u);
+  EXPECT_EQ(maxName, 1u);
+  EXPECT_EQ(maxData, 5u);
+  char name[16];
+  BYTE data[16];
+  DWORD nameSize = sizeof name, dataSize = sizeof data, type = 0;
+  ASSERT_EQ(native::EnumRegValue(key.get(), 0, name, &nameSize, &type, data, &dataSize), ERROR_SUCCESS);
+  EXPECT_STREQ(name, "a");
+  EXPECT_EQ(nameSize, 1u);
+  EXPECT_EQ(type, native::kRegSz);
+  EXPECT_EQ(dataSize, 5u);
+  nameSize = sizeof name;
+  dataSize = sizeof data;
+  ASSERT_EQ(native::EnumRegValue(key.get(), 1, name, &nameSize, &type, data, &dataSize), ERROR_SUCCESS);
+  EXPECT_STREQ(name, "b");
+  EXPECT_EQ(type, native::kRegDword);
+  nameSize = sizeof name;
+  EXPECT_EQ(native::EnumRegValue(key.get(), 2, name, &nameSize, &type, data, &dataSize),
+            ERROR_NO_MORE_ITEMS);
+}
+
+TEST(Registry, DeleteKeyRefusesKeysWithSubKeys) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry, "Parent\\Child");
+  ASSERT_EQ(key.rc(), ERROR_SUCCESS);
+  std::string parent = registry.KeyPath() + "\\Parent";
+  EXPECT_EQ(native::DeleteRegKey(native::kRegCurrentUser, parent.c_str()), ERROR_ACCESS_DENIED);
+  std::string child = parent + "\\Child";
+  EXPECT_EQ(native::DeleteRegKey(native::kRegCurrentUser, child.c_str()), ERROR_SUCCESS);
+  EXPECT_EQ(native::DeleteRegKey(native::kRegCurrentUser, parent.c_str()), ERROR_SUCCESS);
+  RegKey gone = nullptr;
+  EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, parent.c_str(), native::kKeyRead, &gone),
+            ERROR_FILE_NOT_FOUND);
+}
+
+TEST(Registry, DeleteTreeRemovesEverythingBelow) {
+  qvtest::ScratchRegistry registry;
+  {
+    ScratchKey deep(registry, "T\\U\\V");
+    ASSERT_EQ(SetString(deep.get(), "x", "y"), ERROR_SUCCESS);
+  }
+  std::string t = registry.KeyPath() + "\\T";
+  EXPECT_EQ(native::DeleteRegTree(native::kRegCurrentUser, t.c_str()), ERROR_SUCCESS);
+  RegKey gone = nullptr;
+  EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, t.c_str(), native::kKeyRead, &gone),
+            ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(native::DeleteRegTree(native::kRegCurrentUser, t.c_str()), ERROR_FILE_NOT_FOUND);
+}
+
+TEST(Registry, HandleOfADeletedKeyReportsKeyDeleted) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry, "Doomed");
+  ASSERT_EQ(key.rc(), ERROR_SUCCESS);
+  std::string path = registry.KeyPath() + "\\Doomed";
+  ASSERT_EQ(native::DeleteRegKey(native::kRegCurrentUser, path.c_str()), ERROR_SUCCESS);
+  EXPECT_EQ(SetString(key.get(), "x", "y"), ERROR_KEY_DELETED);
+}
+
+TEST(Registry, ReadOnlyHandleCannotWrite) {
+  qvtest::ScratchRegistry registry;
+  { ScratchKey create(registry); }
+  RegKey key = nullptr;
+  ASSERT_EQ(native::OpenRegKey(native::kRegCurrentUser, registry.KeyPath().c_str(), native::kKeyRead,
+                               &key),
+            ERROR_SUCCESS);
+  EXPECT_EQ(SetString(key, "x", "y"), ERROR_ACCESS_DENIED);
+  EXPECT_FALSE(native::RegLastErrorText().empty());
+  native::CloseRegKey(key);
+}
+
+// Child role: writes `count` values "<prefix>-<i>" into the key, one call each.
+int WriterRole(const std::vector<std::string>& args) {
+  if (args.size() < 3)
+    return 98;
+  const std::string& keyPath = args[0];
+  const std::string& prefix = args[1];
+  int count = std::stoi(args[2]);
+  RegKey key = nullptr;
+  if (native::CreateRegKey(native::kRegCurrentUser, keyPath.c_str(), nullptr, native::kKeyAllAccess,
+                           &key, nullptr) != ERROR_SUCCESS)
+    return 2;
+  for (int i = 0; i < count; ++i) {
+    std::string name = prefix + "-" + std::to_string(i);
+    if (SetDword(key, name.c_str(), static_cast<DWORD>(i)) != ERROR_SUCCESS)
+      return 3;
+  }
+  native::CloseRegKey(key);
+  return 0;
+}
+const bool kWriterRegistered = qvtest::RegisterChildRole("registry-writer", WriterRole);
+
+TEST(Registry, ConcurrentWritersInTwoProcessesLoseNothing) {
+  ASSERT_TRUE(kWriterRegistered);
+  qvtest::ScratchRegistry registry;
+  const int kCount = 60;
+  std::vector<native::Process> writers;
+  for (const char* prefix : {"first", "second"})
+    writers.push_back(native::SpawnProcess({qvtest::SelfPath(), "--qvtest-child", "registry-writer",
+                                            registry.KeyPath(), prefix, std::to_string(kCount)}));
+  for (native::Process p : writers) {
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(native::WaitProcess(p), 0);
+  }
+  ScratchKey key(registry);
+  DWORD values = 0;
+  ASSERT_EQ(native::QueryRegKeyInfo(key.get(), nullptr, nullptr, &values, nullptr, nullptr), ERROR_SUCCESS);
+  EXPECT_EQ(values, 2u * kCount);
+  for (const char* prefix : {"first", "second"}) {
+    for (int i = 0; i < kCount; ++i) {
+      std::string name = std::string(prefix) + "-" + std::to_string(i);
+      DWORD value = 0, size = sizeof value;
+      ASSERT_EQ(native::QueryRegValue(key.get(), name.c_str(), nullptr, reinterpret_cast<BYTE*>(&value),
+                                      &size),
+                ERROR_SUCCESS)
+          << name;
+      EXPECT_EQ(value, static_cast<DWORD>(i));
+    }
+  }
+}
+
+#if !defined(_WIN32)
+
+TEST(RegistryStore, WritesGoToTheFileNamedByTheEnvironment) {
+  qvtest::ScratchRegistry registry;
+  EXPECT_EQ(native::RegStoreDescription(), registry.StoreFile());
+  EXPECT_FALSE(qvtest::FileExists(registry.StoreFile()));
+  ScratchKey key(registry);
+  ASSERT_EQ(SetString(key.get(), "errorfile", "/tmp/trace.log"), ERROR_SUCCESS);
+  std::string text = qvtest::ReadFile(registry.StoreFile());
+  EXPECT_EQ(text.rfind("Windows Registry Editor Version 5.00\n", 0), 0u);
+  EXPECT_NE(text.find("\"errorfile\"=\"/tmp/trace.log\"\n"), std::string::npos);
+}
+
+TEST(RegistryStore, DefaultLocationIsUnderTheConfigDirectory) {
+  qvtest::ScopedEnv noStore("QVBASE_REGISTRY", nullptr);
+  {
+    qvtest::ScopedEnv xdg("XDG_CONFIG_HOME", "/some/config");
+    EXPECT_EQ(native::RegStoreDescription(), "/some/config/qvbase/registry.reg");
+  }
+  qvtest::ScopedEnv noXdg("XDG_CONFIG_HOME", nullptr);
+  qvtest::ScopedEnv home("HOME", "/home/someone");
+  EXPECT_EQ(native::RegStoreDescription(), "/home/someone/.config/qvbase/registry.reg");
+}
+
+TEST(RegistryStore, MissingDirectoriesAreCreatedOnFirstWrite) {
+  qvtest::TempDir dir;
+  std::string store = dir.File("a/b/registry.reg");
+  qvtest::ScopedEnv env("QVBASE_REGISTRY", store.c_str());
+  RegKey key = nullptr;
+  ASSERT_EQ(native::CreateRegKey(native::kRegLocalMachine, "Software\\Varnel\\Config", nullptr,
+                                 native::kKeyAllAccess, &key, nullptr),
+            ERROR_SUCCESS);
+  native::CloseRegKey(key);
+  EXPECT_TRUE(qvtest::FileExists(store));
+}
+
+TEST(RegistryStore, WritesReplaceTheFileWholeAndLeaveNoTemporaries) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  for (int i = 0; i < 5; ++i)
+    ASSERT_EQ(SetDword(key.get(), ("n" + std::to_string(i)).c_str(), i), ERROR_SUCCESS);
+  namespace fs = std::filesystem;
+  std::vector<std::string> files;
+  for (const auto& entry : fs::directory_iterator(fs::path(registry.StoreFile()).parent_path()))
+    files.push_back(entry.path().filename().string());
+  std::sort(files.begin(), files.end());
+  EXPECT_EQ(files, (std::vector<std::string>{"registry.reg", "registry.reg.lock"}));
+}
+
+TEST(RegistryStore, WritesKeepTheFilePermissions) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  ASSERT_EQ(SetDword(key.get(), "a", 1), ERROR_SUCCESS);
+  namespace fs = std::filesystem;
+  fs::permissions(registry.StoreFile(), fs::perms::owner_read | fs::perms::owner_write);
+  ASSERT_EQ(SetDword(key.get(), "b", 2), ERROR_SUCCESS);
+  EXPECT_EQ(fs::status(registry.StoreFile()).permissions() & fs::perms::all,
+            fs::perms::owner_read | fs::perms::owner_write);
+}
+
+// A store that does not parse fails every call, names file and line, and is
+// left byte for byte as it was.
+TEST(RegistryStore, MalformedOrTruncatedStoreIsReportedAndLeftUntouched) {
+  struct Row {
+    const char* what;
+    std::string bytes;
+    const char* where;
+  };
+  const Row rows[] = {
+      {"truncated mid-line", "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\Software]\n\"x\"=\"ab", ":4: "},
+      {"bad data", "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\Software]\n\"x\"=dword:zz\n", ":4: "},
+      {"no header", "[HKEY_CURRENT_USER\\Software]\n", ":1: "},
+      {"empty", "", ":1: "},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    qvtest::ScratchRegistry registry;
+    qvtest::WriteFile(registry.StoreFile(), row.bytes);
+    RegKey key = nullptr;
+    EXPECT_EQ(native::CreateRegKey(native::kRegCurrentUser, "Software\\New", nullptr,
+                                   native::kKeyAllAccess, &key, nullptr),
+              ERROR_BADDB);
+    std::string text = native::RegLastErrorText();
+    EXPECT_NE(text.find(registry.StoreFile() + row.where), std::string::npos) << text;
+    EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, "Software", native::kKeyRead, &key),
+              ERROR_BADDB);
+    EXPECT_EQ(native::DeleteRegTree(native::kRegCurrentUser, "Software"), ERROR_BADDB);
+    EXPECT_EQ(qvtest::ReadFile(registry.StoreFile()), row.bytes);
+  }
+}
+
+TEST(RegistryStore, ForeignHandlesAreRejected) {
+  qvtest::ScratchRegistry registry;
+  int notAKey = 0;
+  RegKey bogus = reinterpret_cast<RegKey>(&notAKey);
+  DWORD size = 0;
+  EXPECT_EQ(native::QueryRegValue(bogus, "x", nullptr, nullptr, &size), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(native::CloseRegKey(bogus), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(native::CloseRegKey(nullptr), ERROR_INVALID_HANDLE);
+  EXPECT_EQ(native::CloseRegKey(native::kRegLocalMachine), ERROR_SUCCESS);
+}
+
+TEST(RegistryStore, ValueNamesWithLineBreaksAreRefused) {
+  qvtest::ScratchRegistry registry;
+  ScratchKey key(registry);
+  EXPECT_EQ(SetDword(key.get(), "two\nlines", 1), ERROR_INVALID_PARAMETER);
+}
+
+TEST(RegistryStore, HivesCannotBeDeleted) {
+  qvtest::ScratchRegistry registry;
+  EXPECT_EQ(native::DeleteRegKey(native::kRegLocalMachine, ""), ERROR_ACCESS_DENIED);
+}
+
+#endif // !_WIN32
+
+} // namespace
