@@ -100,7 +100,8 @@ LONG EnumRegKey(RegKey key, DWORD index, char* name, DWORD* nameSize);
 LONG EnumRegValue(RegKey key, DWORD index, char* name, DWORD* nameSize, DWORD* type, BYTE* data,
                   DWORD* dataSize);
 
-// Counts and longest lengths, as RegQueryInfoKeyA reports them. Any pointer
+// Counts and longest lengths, as RegQueryInfoKeyA reports them (on Windows the
+// lengths are those of the UTF-16 form kept there: an upper bound). Any pointer
 // may be null.
 LONG QueryRegKeyInfo(RegKey key, DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* values,
                      DWORD* maxValueNameLength, DWORD* maxValueLength);
