@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Sets up this machine, then builds and tests every target it can run:
+# linux, linux-asan and linux-m32 natively, mingw64 under Wine; mingw32 is
+# built only. Also installs the linux build and builds a client project
+# against the installed copy. Warnings are errors here.
+# Ends with CTest's summary of the last target; exits non-zero on any failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tools/setup.sh
+export QVBASE_WERROR="${QVBASE_WERROR:-ON}"
+
+step() { printf '\n==== %s\n' "$*"; }
+
+step "linux: build and test"
+cmake --workflow --preset linux
+
+step "install and build a client against the installed copy"
+rm -rf build/install-check build/consumer
+cmake --install build/linux --prefix build/install-check >/dev/null
+cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$PWD/build/install-check" >/dev/null
+cmake --build build/consumer
+ctest --test-dir build/consumer --output-on-failure
+
+step "linux-asan: build and test under AddressSanitizer and UndefinedBehaviorSanitizer"
+cmake --workflow --preset linux-asan
+
+step "linux-m32: build and test the 32-bit library"
+cmake --workflow --preset linux-m32
+
+step "mingw32: build the 32-bit Windows library"
+cmake --workflow --preset mingw32
+
+step "mingw64: build and test under Wine"
+cmake --workflow --preset mingw64
