@@ -13,6 +13,7 @@
 
 #include "native/RegFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -317,6 +318,77 @@ LONG CopyName(const std::string& name, char* out, DWORD* size) {
   return Succeed();
 }
 
+// Checks the handle and its access (none needed when `access` is 0), then
+// runs `read(tree, key)` on the key the handle names in a snapshot of the store.
+template <typename F> LONG ReadKey(RegKey handle, DWORD access, F&& read) {
+  if (!IsValidHandle(handle))
+    return Fail(ERROR_INVALID_HANDLE);
+  if (access && !(handle->access & access))
+    return Fail(ERROR_ACCESS_DENIED);
+  return ReadStore([&](Tree& tree) -> LONG {
+    Key* key = Resolve(tree, handle);
+    if (!key)
+      return Fail(ERROR_KEY_DELETED);
+    return read(tree, *key);
+  });
+}
+
+// The same for changes: `change(tree, key, &changed)` under the writer lock.
+template <typename F> LONG ChangeKey(RegKey handle, DWORD access, F&& change) {
+  if (!IsValidHandle(handle))
+    return Fail(ERROR_INVALID_HANDLE);
+  if (access && !(handle->access & access))
+    return Fail(ERROR_ACCESS_DENIED);
+  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
+    Key* key = Resolve(tree, handle);
+    if (!key)
+      return Fail(ERROR_KEY_DELETED);
+    return change(tree, *key, changed);
+  });
+}
+
+// A sub-key argument: null or empty for the key itself, no leading backslash.
+bool SplitSubKey(const char* subKey, std::vector<std::string>* names) {
+  return !(subKey && *subKey == '\\') && regfile::SplitKeyPath(subKey ? subKey : "", names);
+}
+
+std::vector<std::string> Join(const std::vector<std::string>& path,
+                              const std::vector<std::string>& names) {
+  std::vector<std::string> full = path;
+  full.insert(full.end(), names.begin(), names.end());
+  return full;
+}
+
+// Deletes the key `subKey` below `parent`; with `recursive` false it must have
+// no sub-keys. A recursive delete of the parent itself (empty `subKey`)
+// empties it and keeps it, as RegDeleteTreeA does.
+LONG DeleteKey(RegKey parent, const char* subKey, bool recursive) {
+  std::vector<std::string> names;
+  if (!SplitSubKey(subKey, &names))
+    return IsValidHandle(parent) ? Fail(ERROR_BAD_PATHNAME) : Fail(ERROR_INVALID_HANDLE);
+  return ChangeKey(parent, 0, [&](Tree& tree, Key& base, bool* changed) -> LONG {
+    Key* target = base.Find(names);
+    if (!target)
+      return Fail(ERROR_FILE_NOT_FOUND);
+    if (recursive && names.empty()) {
+      *changed = !target->subKeys.empty() || !target->values.empty();
+      target->subKeys.clear();
+      target->values.clear();
+      return Succeed();
+    }
+    std::vector<std::string> full = Join(parent->path, names);
+    if (full.empty())
+      return Fail(ERROR_ACCESS_DENIED); // a hive cannot be deleted
+    if (!recursive && !target->subKeys.empty())
+      return Fail(ERROR_ACCESS_DENIED);
+    std::string last = full.back();
+    full.pop_back();
+    tree.RootKey(parent->root).Find(full)->RemoveSubKey(last);
+    *changed = true;
+    return Succeed();
+  });
+}
+
 } // namespace
 
 RegKey const kRegLocalMachine = &gLocalMachine;
@@ -326,20 +398,13 @@ LONG OpenRegKey(RegKey parent, const char* subKey, DWORD access, RegKey* result)
   if (!result)
     return Fail(ERROR_INVALID_PARAMETER);
   *result = nullptr;
-  if (!IsValidHandle(parent))
-    return Fail(ERROR_INVALID_HANDLE);
   std::vector<std::string> names;
-  if ((subKey && *subKey == '\\') || !regfile::SplitKeyPath(subKey ? subKey : "", &names))
-    return Fail(ERROR_BAD_PATHNAME);
-  return ReadStore([&](Tree& tree) -> LONG {
-    Key* base = Resolve(tree, parent);
-    if (!base)
-      return Fail(ERROR_KEY_DELETED);
-    if (!base->Find(names))
+  if (!SplitSubKey(subKey, &names))
+    return IsValidHandle(parent) ? Fail(ERROR_BAD_PATHNAME) : Fail(ERROR_INVALID_HANDLE);
+  return ReadKey(parent, 0, [&](Tree&, Key& base) -> LONG {
+    if (!base.Find(names))
       return Fail(ERROR_FILE_NOT_FOUND);
-    std::vector<std::string> path = parent->path;
-    path.insert(path.end(), names.begin(), names.end());
-    *result = NewHandle(parent->root, std::move(path), access);
+    *result = NewHandle(parent->root, Join(parent->path, names), access);
     return Succeed();
   });
 }
@@ -349,17 +414,14 @@ LONG CreateRegKey(RegKey parent, const char* subKey, const char* /*className*/, 
   if (!result)
     return Fail(ERROR_INVALID_PARAMETER);
   *result = nullptr;
-  if (!IsValidHandle(parent))
-    return Fail(ERROR_INVALID_HANDLE);
   std::vector<std::string> names;
-  if ((subKey && *subKey == '\\') || !regfile::SplitKeyPath(subKey ? subKey : "", &names))
-    return Fail(ERROR_BAD_PATHNAME);
-  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
-    Key* key = Resolve(tree, parent);
-    if (!key)
-      return Fail(ERROR_KEY_DELETED);
-    if (!key->Find(names) && !(parent->access & kKeyCreateSubKey))
+  if (!SplitSubKey(subKey, &names))
+    return IsValidHandle(parent) ? Fail(ERROR_BAD_PATHNAME) : Fail(ERROR_INVALID_HANDLE);
+  return ChangeKey(parent, 0, [&](Tree&, Key& base, bool* changed) -> LONG {
+    // Creating needs the parent's right to create; opening what exists does not.
+    if (!base.Find(names) && !(parent->access & kKeyCreateSubKey))
       return Fail(ERROR_ACCESS_DENIED);
+    Key* key = &base;
     for (const std::string& name : names) {
       bool created = false;
       key = key->AddSubKey(name, &created);
@@ -367,9 +429,7 @@ LONG CreateRegKey(RegKey parent, const char* subKey, const char* /*className*/, 
     }
     if (disposition)
       *disposition = *changed ? kRegCreatedNewKey : kRegOpenedExistingKey;
-    std::vector<std::string> path = parent->path;
-    path.insert(path.end(), names.begin(), names.end());
-    *result = NewHandle(parent->root, std::move(path), access);
+    *result = NewHandle(parent->root, Join(parent->path, names), access);
     return Succeed();
   });
 }
@@ -389,15 +449,8 @@ LONG CloseRegKey(RegKey key) {
 }
 
 LONG QueryRegValue(RegKey key, const char* name, DWORD* type, BYTE* data, DWORD* size) {
-  if (!IsValidHandle(key))
-    return Fail(ERROR_INVALID_HANDLE);
-  if (!(key->access & kKeyQueryValue))
-    return Fail(ERROR_ACCESS_DENIED);
-  return ReadStore([&](Tree& tree) -> LONG {
-    Key* k = Resolve(tree, key);
-    if (!k)
-      return Fail(ERROR_KEY_DELETED);
-    const regfile::Value* value = k->FindValue(name ? name : "");
+  return ReadKey(key, kKeyQueryValue, [&](Tree&, Key& k) -> LONG {
+    const regfile::Value* value = k.FindValue(name ? name : "");
     if (!value)
       return Fail(ERROR_FILE_NOT_FOUND);
     return CopyOut(value->data, value->type, type, data, size);
@@ -405,112 +458,44 @@ LONG QueryRegValue(RegKey key, const char* name, DWORD* type, BYTE* data, DWORD*
 }
 
 LONG SetRegValue(RegKey key, const char* name, DWORD type, const BYTE* data, DWORD size) {
-  if (!IsValidHandle(key))
-    return Fail(ERROR_INVALID_HANDLE);
-  if (!(key->access & kKeySetValue))
-    return Fail(ERROR_ACCESS_DENIED);
   // A .reg file cannot write a line break inside a value name.
-  if (!ValidName(name) || (size && !data))
+  if (IsValidHandle(key) && (!ValidName(name) || (size && !data)))
     return Fail(ERROR_INVALID_PARAMETER);
   std::vector<BYTE> bytes(data, data + (data ? size : 0));
-  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
-    Key* k = Resolve(tree, key);
-    if (!k)
-      return Fail(ERROR_KEY_DELETED);
-    k->SetValue(name ? name : "", type, std::move(bytes));
+  return ChangeKey(key, kKeySetValue, [&](Tree&, Key& k, bool* changed) -> LONG {
+    k.SetValue(name ? name : "", type, std::move(bytes));
     *changed = true;
     return Succeed();
   });
 }
 
 LONG DeleteRegValue(RegKey key, const char* name) {
-  if (!IsValidHandle(key))
-    return Fail(ERROR_INVALID_HANDLE);
-  if (!(key->access & kKeySetValue))
-    return Fail(ERROR_ACCESS_DENIED);
-  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
-    Key* k = Resolve(tree, key);
-    if (!k)
-      return Fail(ERROR_KEY_DELETED);
-    if (!k->RemoveValue(name ? name : ""))
+  return ChangeKey(key, kKeySetValue, [&](Tree&, Key& k, bool* changed) -> LONG {
+    if (!k.RemoveValue(name ? name : ""))
       return Fail(ERROR_FILE_NOT_FOUND);
     *changed = true;
     return Succeed();
   });
 }
-
-namespace {
-
-// Deletes the key `names` below `parent`; with `recursive` false it must have
-// no sub-keys. An empty `names` means the parent itself.
-LONG DeleteKey(RegKey parent, const char* subKey, bool recursive) {
-  if (!IsValidHandle(parent))
-    return Fail(ERROR_INVALID_HANDLE);
-  std::vector<std::string> names;
-  if ((subKey && *subKey == '\\') || !regfile::SplitKeyPath(subKey ? subKey : "", &names))
-    return Fail(ERROR_BAD_PATHNAME);
-  return ChangeStore([&](Tree& tree, bool* changed) -> LONG {
-    Key* base = Resolve(tree, parent);
-    if (!base)
-      return Fail(ERROR_KEY_DELETED);
-    Key* target = base->Find(names);
-    if (!target)
-      return Fail(ERROR_FILE_NOT_FOUND);
-    if (recursive && names.empty()) {
-      // Everything below the key goes; the key stays.
-      *changed = !target->subKeys.empty() || !target->values.empty();
-      target->subKeys.clear();
-      target->values.clear();
-      return Succeed();
-    }
-    std::vector<std::string> full = parent->path;
-    full.insert(full.end(), names.begin(), names.end());
-    if (full.empty())
-      return Fail(ERROR_ACCESS_DENIED); // a hive cannot be deleted
-    if (!recursive && !target->subKeys.empty())
-      return Fail(ERROR_ACCESS_DENIED);
-    std::string last = full.back();
-    full.pop_back();
-    tree.RootKey(parent->root).Find(full)->RemoveSubKey(last);
-    *changed = true;
-    return Succeed();
-  });
-}
-
-} // namespace
 
 LONG DeleteRegKey(RegKey parent, const char* subKey) { return DeleteKey(parent, subKey, false); }
 
 LONG DeleteRegTree(RegKey parent, const char* subKey) { return DeleteKey(parent, subKey, true); }
 
 LONG EnumRegKey(RegKey key, DWORD index, char* name, DWORD* nameSize) {
-  if (!IsValidHandle(key))
-    return Fail(ERROR_INVALID_HANDLE);
-  if (!(key->access & kKeyEnumerateSubKeys))
-    return Fail(ERROR_ACCESS_DENIED);
-  return ReadStore([&](Tree& tree) -> LONG {
-    Key* k = Resolve(tree, key);
-    if (!k)
-      return Fail(ERROR_KEY_DELETED);
-    if (index >= k->subKeys.size())
+  return ReadKey(key, kKeyEnumerateSubKeys, [&](Tree&, Key& k) -> LONG {
+    if (index >= k.subKeys.size())
       return Fail(ERROR_NO_MORE_ITEMS);
-    return CopyName(k->subKeys[index]->name, name, nameSize);
+    return CopyName(k.subKeys[index]->name, name, nameSize);
   });
 }
 
 LONG EnumRegValue(RegKey key, DWORD index, char* name, DWORD* nameSize, DWORD* type, BYTE* data,
                   DWORD* dataSize) {
-  if (!IsValidHandle(key))
-    return Fail(ERROR_INVALID_HANDLE);
-  if (!(key->access & kKeyQueryValue))
-    return Fail(ERROR_ACCESS_DENIED);
-  return ReadStore([&](Tree& tree) -> LONG {
-    Key* k = Resolve(tree, key);
-    if (!k)
-      return Fail(ERROR_KEY_DELETED);
-    if (index >= k->values.size())
+  return ReadKey(key, kKeyQueryValue, [&](Tree&, Key& k) -> LONG {
+    if (index >= k.values.size())
       return Fail(ERROR_NO_MORE_ITEMS);
-    const regfile::Value& value = k->values[index];
+    const regfile::Value& value = k.values[index];
     LONG rc = CopyName(value.name, name, nameSize);
     if (rc != ERROR_SUCCESS)
       return rc;
@@ -520,27 +505,20 @@ LONG EnumRegValue(RegKey key, DWORD index, char* name, DWORD* nameSize, DWORD* t
 
 LONG QueryRegKeyInfo(RegKey key, DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* values,
                      DWORD* maxValueNameLength, DWORD* maxValueLength) {
-  if (!IsValidHandle(key))
-    return Fail(ERROR_INVALID_HANDLE);
-  if (!(key->access & kKeyQueryValue))
-    return Fail(ERROR_ACCESS_DENIED);
-  return ReadStore([&](Tree& tree) -> LONG {
-    Key* k = Resolve(tree, key);
-    if (!k)
-      return Fail(ERROR_KEY_DELETED);
+  return ReadKey(key, kKeyQueryValue, [&](Tree&, Key& k) -> LONG {
     DWORD maxSub = 0, maxName = 0, maxData = 0;
-    for (const auto& sub : k->subKeys)
+    for (const auto& sub : k.subKeys)
       maxSub = std::max<DWORD>(maxSub, static_cast<DWORD>(sub->name.size()));
-    for (const auto& v : k->values) {
+    for (const auto& v : k.values) {
       maxName = std::max<DWORD>(maxName, static_cast<DWORD>(v.name.size()));
       maxData = std::max<DWORD>(maxData, static_cast<DWORD>(v.data.size()));
     }
     if (subKeys)
-      *subKeys = static_cast<DWORD>(k->subKeys.size());
+      *subKeys = static_cast<DWORD>(k.subKeys.size());
     if (maxSubKeyLength)
       *maxSubKeyLength = maxSub;
     if (values)
-      *values = static_cast<DWORD>(k->values.size());
+      *values = static_cast<DWORD>(k.values.size());
     if (maxValueNameLength)
       *maxValueNameLength = maxName;
     if (maxValueLength)

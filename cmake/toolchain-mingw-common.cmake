@@ -1,0 +1,12 @@
+# Shared by the MinGW-w64 toolchain files, which set QVBASE_MINGW_TRIPLE and
+# CMAKE_SYSTEM_PROCESSOR first. The posix-thread flavour of the compilers is
+# used, so that std::thread and std::mutex work.
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_C_COMPILER ${QVBASE_MINGW_TRIPLE}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${QVBASE_MINGW_TRIPLE}-g++-posix)
+set(CMAKE_RC_COMPILER ${QVBASE_MINGW_TRIPLE}-windres)
+set(CMAKE_FIND_ROOT_PATH /usr/${QVBASE_MINGW_TRIPLE})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
