@@ -173,6 +173,23 @@ TEST(RegFile, KeyPathsSplitOnBackslashes) {
   EXPECT_FALSE(regfile::SplitKeyPath("line\nbreak", &names));
 }
 
+TEST(RegFile, KeysNestAtMost512Deep) {
+  std::string path = "k";
+  for (int i = 1; i < 512; ++i)
+    path += "\\k";
+  std::vector<std::string> names;
+  EXPECT_TRUE(regfile::SplitKeyPath(path, &names));
+  EXPECT_EQ(names.size(), 512u);
+  EXPECT_FALSE(regfile::SplitKeyPath(path + "\\k", &names));
+  // The deepest key writes out and reads back.
+  Tree tree = Load(kHeader + "[HKEY_LOCAL_MACHINE\\" + path + "]\n\"v\"=dword:1\n");
+  std::string text = regfile::Write(tree, regfile::Encoding::kUtf8);
+  Tree back = Load(text);
+  regfile::SplitKeyPath(path, &names);
+  ASSERT_NE(back.RootKey(Root::kLocalMachine).Find(names), nullptr);
+  ParseFailure(kHeader + "[HKEY_LOCAL_MACHINE\\" + path + "\\k]\n");
+}
+
 // Malformed files: each row is a file and the line its error must name.
 TEST(RegFile, MalformedFilesNameTheLine) {
   struct Row {

@@ -442,6 +442,30 @@ TEST(RegistryStore, ValueNamesWithLineBreaksAreRefused) {
   EXPECT_EQ(SetDword(key.get(), "two\nlines", 1), ERROR_INVALID_PARAMETER);
 }
 
+TEST(RegistryStore, KeysNestAtMost512DeepCountingTheParent) {
+  qvtest::ScratchRegistry registry;
+  std::string half = "k";
+  for (int i = 1; i < 256; ++i)
+    half += "\\k";
+  RegKey parent = nullptr, child = nullptr;
+  ASSERT_EQ(native::CreateRegKey(native::kRegCurrentUser, half.c_str(), nullptr, native::kKeyAllAccess,
+                                 &parent, nullptr),
+            ERROR_SUCCESS);
+  // 256 below the parent's 256: the deepest allowed.
+  EXPECT_EQ(native::CreateRegKey(parent, half.c_str(), nullptr, native::kKeyAllAccess, &child, nullptr),
+            ERROR_SUCCESS);
+  native::CloseRegKey(child);
+  std::string deeper = half + "\\k";
+  EXPECT_EQ(native::CreateRegKey(parent, deeper.c_str(), nullptr, native::kKeyAllAccess, &child, nullptr),
+            ERROR_BAD_PATHNAME);
+  native::CloseRegKey(parent);
+  // The store still reads.
+  EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, half.c_str(), native::kKeyRead, &parent),
+            ERROR_SUCCESS);
+  native::CloseRegKey(parent);
+  native::DeleteRegTree(native::kRegCurrentUser, "k");
+}
+
 TEST(RegistryStore, HivesCannotBeDeleted) {
   qvtest::ScratchRegistry registry;
   EXPECT_EQ(native::DeleteRegKey(native::kRegLocalMachine, ""), ERROR_ACCESS_DENIED);

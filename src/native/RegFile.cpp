@@ -563,6 +563,8 @@ bool SplitKeyPath(std::string_view path, std::vector<std::string>* names) {
     for (char c : name)
       if (static_cast<unsigned char>(c) < 0x20)
         return false;
+    if (names->size() == kMaxKeyDepth)
+      return false;
     names->emplace_back(name);
     if (slash == std::string_view::npos)
       return true;

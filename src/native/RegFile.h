@@ -42,8 +42,10 @@ bool NamesEqual(std::string_view a, std::string_view b);
 bool NameLess(std::string_view a, std::string_view b);
 
 // Splits "A\B\C" into its names. A trailing backslash is allowed; an empty
-// name in the middle, a leading backslash or a name longer than 255 bytes is
-// not. An empty path gives no names.
+// name in the middle, a leading backslash, a name longer than 255 bytes or
+// with control characters, or more than kMaxKeyDepth names is not. An empty
+// path gives no names.
+constexpr std::size_t kMaxKeyDepth = 512;
 bool SplitKeyPath(std::string_view path, std::vector<std::string>* names);
 
 struct Value {

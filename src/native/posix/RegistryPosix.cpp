@@ -348,8 +348,10 @@ template <typename F> LONG ChangeKey(RegKey handle, DWORD access, F&& change) {
 }
 
 // A sub-key argument: null or empty for the key itself, no leading backslash.
-bool SplitSubKey(const char* subKey, std::vector<std::string>* names) {
-  return !(subKey && *subKey == '\\') && regfile::SplitKeyPath(subKey ? subKey : "", names);
+// Keys nest at most kMaxKeyDepth deep, counting the parent's own path.
+bool SplitSubKey(RegKey parent, const char* subKey, std::vector<std::string>* names) {
+  return !(subKey && *subKey == '\\') && regfile::SplitKeyPath(subKey ? subKey : "", names) &&
+         (!IsValidHandle(parent) || parent->path.size() + names->size() <= regfile::kMaxKeyDepth);
 }
 
 std::vector<std::string> Join(const std::vector<std::string>& path,
@@ -364,7 +366,7 @@ std::vector<std::string> Join(const std::vector<std::string>& path,
 // empties it and keeps it, as RegDeleteTreeA does.
 LONG DeleteKey(RegKey parent, const char* subKey, bool recursive) {
   std::vector<std::string> names;
-  if (!SplitSubKey(subKey, &names))
+  if (!SplitSubKey(parent, subKey, &names))
     return IsValidHandle(parent) ? Fail(ERROR_BAD_PATHNAME) : Fail(ERROR_INVALID_HANDLE);
   return ChangeKey(parent, 0, [&](Tree& tree, Key& base, bool* changed) -> LONG {
     Key* target = base.Find(names);
@@ -399,7 +401,7 @@ LONG OpenRegKey(RegKey parent, const char* subKey, DWORD access, RegKey* result)
     return Fail(ERROR_INVALID_PARAMETER);
   *result = nullptr;
   std::vector<std::string> names;
-  if (!SplitSubKey(subKey, &names))
+  if (!SplitSubKey(parent, subKey, &names))
     return IsValidHandle(parent) ? Fail(ERROR_BAD_PATHNAME) : Fail(ERROR_INVALID_HANDLE);
   return ReadKey(parent, 0, [&](Tree&, Key& base) -> LONG {
     if (!base.Find(names))
@@ -415,7 +417,7 @@ LONG CreateRegKey(RegKey parent, const char* subKey, const char* /*className*/, 
     return Fail(ERROR_INVALID_PARAMETER);
   *result = nullptr;
   std::vector<std::string> names;
-  if (!SplitSubKey(subKey, &names))
+  if (!SplitSubKey(parent, subKey, &names))
     return IsValidHandle(parent) ? Fail(ERROR_BAD_PATHNAME) : Fail(ERROR_INVALID_HANDLE);
   return ChangeKey(parent, 0, [&](Tree&, Key& base, bool* changed) -> LONG {
     // Creating needs the parent's right to create; opening what exists does not.
