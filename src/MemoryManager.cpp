@@ -31,7 +31,7 @@ void* SysReallocate(MemoryManager*, void* block, ULONG newSize) {
 
 ULONG SysSize(MemoryManager*, void* block) {
   std::size_t size = qvbase::native::HeapBlockSize(block);
-  return static_cast<unsigned long long>(size) > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<ULONG>(size);
+  return size == static_cast<ULONG>(size) ? static_cast<ULONG>(size) : 0xFFFFFFFFu;
 }
 
 void SysRelease(MemoryManager*, void* block) { std::free(block); }

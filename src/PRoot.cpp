@@ -9,7 +9,7 @@ namespace {
 // GCPPAllocation takes a 32-bit size; no object comes near that, but a size
 // that does not fit fails the way the global operator does.
 unsigned int ObjectSize(std::size_t size) {
-  if (static_cast<unsigned long long>(size) > 0xFFFFFFFFull)
+  if (size != static_cast<unsigned int>(size))
     throw std::bad_alloc();
   return static_cast<unsigned int>(size);
 }

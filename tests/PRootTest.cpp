@@ -124,7 +124,6 @@ TEST(PRoot, AssignmentCopiesNothingAndReturnsTheObject) {
   PRoot& target = a;
   PRoot& result = (target = static_cast<const PRoot&>(b));
   EXPECT_EQ(&result, &a);
-  Destroyed().clear();
 }
 
 TEST(PRoot, CopyOfDerivedObjectKeepsItsOwnData) {
