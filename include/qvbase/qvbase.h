@@ -8,3 +8,8 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 #include <qvbase/QVVersion.h>
+
+#include <qvbase/MemoryManager.h>
+#include <qvbase/PRoot.h>
+#include <qvbase/PSmartData.h>
+#include <qvbase/PUniversalID.h>
