@@ -13,3 +13,4 @@
 #include <qvbase/PRoot.h>
 #include <qvbase/PSmartData.h>
 #include <qvbase/PUniversalID.h>
+#include <qvbase/PList.h>
