@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <initializer_list>
 #include <string>
 
 namespace {
@@ -26,28 +27,43 @@ private:
   bool m_active = false;
 };
 
-// The names a UTF-8 locale goes by: glibc's, then the Windows runtime's.
-const char* const kUtf8LocaleNames[] = {"C.UTF-8", "C.utf8", "en_US.UTF-8", ".UTF8", ".utf8",
-                                        ".65001"};
-
-// Activates the first UTF-8 locale that the system has, if any.
-class ScopedUtf8Locale {
+// Activates the first of several locales that the system has and that
+// passes a probe of its encoding; leaves the locale alone when none does.
+class ScopedFirstLocale {
 public:
-  ScopedUtf8Locale() : m_saved(std::setlocale(LC_ALL, nullptr)) {
-    for (const char* name : kUtf8LocaleNames)
-      if (std::setlocale(LC_ALL, name)) {
+  ScopedFirstLocale(std::initializer_list<const char*> names, bool (*probe)())
+      : m_saved(std::setlocale(LC_ALL, nullptr)) {
+    for (const char* name : names) {
+      if (std::setlocale(LC_ALL, name) && probe()) {
         m_active = true;
-        break;
+        return;
       }
+      std::setlocale(LC_ALL, m_saved.c_str());
+    }
   }
-  ~ScopedUtf8Locale() { std::setlocale(LC_ALL, m_saved.c_str()); }
-  ScopedUtf8Locale(const ScopedUtf8Locale&) = delete;
-  ScopedUtf8Locale& operator=(const ScopedUtf8Locale&) = delete;
+  ~ScopedFirstLocale() { std::setlocale(LC_ALL, m_saved.c_str()); }
+  ScopedFirstLocale(const ScopedFirstLocale&) = delete;
+  ScopedFirstLocale& operator=(const ScopedFirstLocale&) = delete;
   bool active() const { return m_active; }
 
 private:
   std::string m_saved;
   bool m_active = false;
+};
+
+// A runtime may accept a locale name yet keep another character type (the
+// Windows msvcrt.dll takes ".65001" for every category but LC_CTYPE), so each
+// locale is probed for the encoding the tests expect.
+bool IsUtf8() { return CharLength("\xE6\x97\xA5") == 3; }
+bool IsWindows1252() {
+  return MultiByteToUnits(std::string("\x80\xE4")) == u"\u20AC\u00E4" && CharLength("\xE4") == 1;
+}
+bool IsShiftJis() { return CharLength("\x93\xFA") == 2; }
+
+// glibc's names first, then the Windows runtime's.
+class ScopedUtf8Locale : public ScopedFirstLocale {
+public:
+  ScopedUtf8Locale() : ScopedFirstLocale({"C.UTF-8", "C.utf8", "en_US.UTF-8", ".UTF8"}, &IsUtf8) {}
 };
 
 const unsigned short* Units(const std::u16string& s) {
@@ -333,6 +349,35 @@ TEST(Locale, UnencodableUnitsBecomeQuestionMarksInTheCLocale) {
 #else
   EXPECT_EQ(UnitsToMultiByte(std::u16string(u"a\u65E5b")), "a?b");
 #endif
+}
+
+TEST(Locale, SingleByteLocaleConvertsAndFoldsItsLetters) {
+  ScopedFirstLocale latin({".1252", "English_United States.1252", "en_US.CP1252"}, &IsWindows1252);
+  if (!latin.active())
+    GTEST_SKIP() << "no Windows-1252 locale on this system";
+  const std::string narrow = "\xC4rger \x80 \xE9t\xE9";
+  const std::u16string units = u"\u00C4rger \u20AC \u00E9t\u00E9";
+  EXPECT_EQ(MultiByteToUnits(narrow), units);
+  EXPECT_EQ(UnitsToMultiByte(units), narrow);
+  EXPECT_EQ(CharLength("\xC4"), 1);
+  const UnitRow rows[] = {
+      {"nocase folds accents", &UnitsCompareIgnoreCase, u"\u00C4B", u"\u00E4b", 2, 0},
+      {"nocase still orders", &UnitsCompareIgnoreCase, u"\u00C4B", u"\u00E4c", 2, -1},
+  };
+  CheckRows(rows, sizeof rows / sizeof rows[0]);
+}
+
+TEST(Locale, DoubleByteLocaleMeasuresAndConvertsItsCharacters) {
+  ScopedFirstLocale japanese({".932", "Japanese_Japan.932", "ja_JP.SJIS", "ja_JP.sjis"},
+                             &IsShiftJis);
+  if (!japanese.active())
+    GTEST_SKIP() << "no Shift JIS locale on this system";
+  const std::string narrow = "\x93\xFA\x96\x7B" "a";
+  const std::u16string units = u"\u65E5\u672Ca";
+  EXPECT_EQ(CharLength(narrow.c_str()), 2);
+  EXPECT_EQ(CharLength(narrow.c_str() + 4), 1);
+  EXPECT_EQ(MultiByteToUnits(narrow), units);
+  EXPECT_EQ(UnitsToMultiByte(units), narrow);
 }
 
 TEST(Locale, InvalidInputNeverStopsAConversion) {

@@ -27,7 +27,9 @@
 //   equivalents of _strnicmp, _mbsncmp, _mbsnicmp, _mbsncoll, wcsncmp,
 //   _wcsnicmp and _wcsncoll. Counts are in characters (multibyte) or units
 //   (Unicode), and a comparison stops at a terminator. On Windows they are the
-//   C runtime's own functions. On POSIX:
+//   C runtime's own functions, except that multibyte collation cuts out the
+//   first n characters itself and uses strcoll (msvcrt.dll's _mbsncoll is
+//   missing under Wine). On POSIX:
 //     exact      multibyte characters compare by their bytes as unsigned
 //                values, units as unsigned 16-bit values (code-point order for
 //                UTF-8 and for the BMP);
@@ -43,7 +45,11 @@
 //                C.UTF-8 that is code-point order).
 //   On Windows "ignore case" and "collation" are the runtime's: folding by
 //   the locale's LC_CTYPE, collation by its LC_COLLATE (the system's string
-//   sort for the locale's language).
+//   sort for the locale's language). The _mbs* functions find character
+//   boundaries with the runtime's multibyte code page, which msvcrt.dll sets
+//   to the ANSI code page at start-up and setlocale leaves alone; CharLength
+//   and the conversions follow LC_CTYPE. The two agree for the user's own
+//   locale. msvcrt.dll has no UTF-8 LC_CTYPE.
 //
 // Everything here reads the process-wide C locale; changing the locale while
 // another thread compares or converts is the caller's race, as with the C

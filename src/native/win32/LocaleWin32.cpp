@@ -15,6 +15,7 @@
 #include <locale.h>
 #include <mbstring.h>
 #include <string.h>
+#include <string>
 #include <vector>
 #include <wchar.h>
 
@@ -39,6 +40,18 @@ const wchar_t* Wide(const unsigned short* units) { return reinterpret_cast<const
 
 // The conversion calls take int counts; longer inputs are not converted.
 bool FitsInt(std::size_t count) { return count <= static_cast<std::size_t>(INT_MAX); }
+
+// The bytes of the first `count` characters of a terminated text.
+std::size_t SpanOfCharacters(const char* text, std::size_t count) {
+  std::size_t bytes = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    int n = CharLength(text + bytes);
+    if (n == 0)
+      break;
+    bytes += static_cast<std::size_t>(n);
+  }
+  return bytes;
+}
 
 } // namespace
 
@@ -120,8 +133,14 @@ int MultiByteCompareIgnoreCase(const char* a, const char* b, std::size_t count) 
   return Sign(_mbsnicmp(Bytes(a), Bytes(b), count));
 }
 
+// The runtime's _mbsncoll is not available everywhere msvcrt.dll is (Wine
+// leaves it unimplemented), so the first `count` characters are cut out here,
+// with the runtime's own character boundaries, and collated with strcoll,
+// which uses the same LC_COLLATE.
 int MultiByteCollate(const char* a, const char* b, std::size_t count) {
-  return Sign(_mbsncoll(Bytes(a), Bytes(b), count));
+  const std::string first(a, SpanOfCharacters(a, count));
+  const std::string second(b, SpanOfCharacters(b, count));
+  return Sign(std::strcoll(first.c_str(), second.c_str()));
 }
 
 int UnitsCompare(const unsigned short* a, const unsigned short* b, std::size_t count) {
