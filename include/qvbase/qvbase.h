@@ -14,3 +14,5 @@
 #include <qvbase/PSmartData.h>
 #include <qvbase/PUniversalID.h>
 #include <qvbase/PList.h>
+#include <qvbase/PError.h>
+#include <qvbase/PErrorProtection.h>
