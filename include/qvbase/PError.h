@@ -26,8 +26,10 @@
 #include <qvbase/QVExport.h>
 
 // Severities. The values are sparse on purpose: each one doubles as the mask
-// of the handlings that may be offered for an error of that severity.
-enum TypErrorSeverityEnum {
+// of the handlings that may be offered for an error of that severity. The
+// enumerations here are 32-bit with any value valid: other severities and
+// tags can be stored and travel as they are.
+enum TypErrorSeverityEnum : LONG {
   ErrorSeverityAbort = 25,
   ErrorSeverityError = 29,
   ErrorSeverityWarning = 31,
@@ -35,7 +37,7 @@ enum TypErrorSeverityEnum {
 };
 
 // The type of one info entry's value.
-enum TypErrorTagEnum {
+enum TypErrorTagEnum : LONG {
   ErrorTagString = 0,  // the bytes of an 8-bit string, terminator included
   ErrorTagInteger = 1, // one 32-bit signed integer
 };

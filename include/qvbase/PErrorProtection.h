@@ -36,7 +36,7 @@
 class PString;
 
 // The answer of a display step.
-enum TypErrorHandlingEnum {
+enum TypErrorHandlingEnum : LONG {
   ErrorHandlingNone = 0,        // throw the error as it is (drop a warning)
   ErrorHandlingIgnore = 1,      // drop the error: SignalError returns
   ErrorHandlingRetry = 2,       // throw it as control code 1

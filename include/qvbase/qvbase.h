@@ -16,3 +16,4 @@
 #include <qvbase/PList.h>
 #include <qvbase/PError.h>
 #include <qvbase/PErrorProtection.h>
+#include <qvbase/WINError.h>
