@@ -12,6 +12,7 @@
 #include <qvbase/MemoryManager.h>
 #include <qvbase/PRoot.h>
 #include <qvbase/PSmartData.h>
+#include <qvbase/PInterfacePtr.h>
 #include <qvbase/PUniversalID.h>
 #include <qvbase/PList.h>
 #include <qvbase/PError.h>
