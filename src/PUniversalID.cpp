@@ -2,9 +2,88 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PUniversalID.h>
 
+#include <qvbase/PErrorProtection.h>
+#include <qvbase/WINError.h>
+
+#include "native/Guid.h"
+
 #include <cstring>
 
 namespace {
+
+const char kSourceFile[] = "src\\puniversalid";
+constexpr ULONG kCreateNewLine = 98;
+
+void Raise(const PError& mapped, TypErrorSeverityEnum severity, ULONG line) {
+  PError error(mapped, severity, kSourceFile, line);
+  PError prepared = PErrorProtectionStatus().PrepareError(error);
+  PErrorProtectionStatus().SignalError(prepared);
+}
+
+std::uint64_t Half(const std::uint8_t* bytes) {
+  std::uint64_t value = 0;
+  for (int i = 7; i >= 0; --i)
+    value = (value << 8) | bytes[i];
+  return value;
+}
+
+// The identifier's 16 bytes in memory order (little-endian fields).
+void ToBytes(const _GUID& id, std::uint8_t bytes[16]) {
+  for (int i = 0; i < 4; ++i)
+    bytes[i] = static_cast<std::uint8_t>(id.Data1 >> (8 * i));
+  bytes[4] = static_cast<std::uint8_t>(id.Data2);
+  bytes[5] = static_cast<std::uint8_t>(id.Data2 >> 8);
+  bytes[6] = static_cast<std::uint8_t>(id.Data3);
+  bytes[7] = static_cast<std::uint8_t>(id.Data3 >> 8);
+  std::memcpy(bytes + 8, id.Data4, 8);
+}
+
+_GUID FromHalves(std::uint64_t low, std::uint64_t high) {
+  _GUID id;
+  id.Data1 = static_cast<std::uint32_t>(low);
+  id.Data2 = static_cast<std::uint16_t>(low >> 32);
+  id.Data3 = static_cast<std::uint16_t>(low >> 48);
+  for (int i = 0; i < 8; ++i)
+    id.Data4[i] = static_cast<std::uint8_t>(high >> (8 * i));
+  return id;
+}
+
+// 1-9 for the digits 1 to 9, 10 for 0, 11-36 for A-Z, 37-62 for a-z, else 0.
+unsigned NameCode(unsigned char c) {
+  if (c >= '1' && c <= '9')
+    return c - '0';
+  if (c == '0')
+    return 10;
+  if (c >= 'A' && c <= 'Z')
+    return 11 + (c - 'A');
+  if (c >= 'a' && c <= 'z')
+    return 37 + (c - 'a');
+  return 0;
+}
+
+_GUID DeriveFromName(const char* name) {
+  std::uint64_t low = 0, high = 0;
+  std::uint8_t sum = 0, count = 0;
+  for (const char* p = name; p && *p; ++p) {
+    sum = static_cast<std::uint8_t>(sum + static_cast<unsigned char>(*p));
+    if (NameCode(static_cast<unsigned char>(*p)))
+      count = static_cast<std::uint8_t>(count + 1);
+  }
+  low |= static_cast<std::uint64_t>(sum >> 4) << 60;
+  high |= static_cast<std::uint64_t>(sum & 0x0F) << 60;
+  unsigned placed = 0;
+  for (const char* p = name; p && *p && placed < 20 && placed < count; ++p) {
+    std::uint64_t code = NameCode(static_cast<unsigned char>(*p));
+    if (!code)
+      continue;
+    if (placed < 10)
+      low |= code << (54 - 6 * placed);
+    else
+      high |= code << (54 - 6 * (placed - 10));
+    ++placed;
+  }
+  return FromHalves(low, high);
+}
 
 bool SameBytes(const _GUID& a, const _GUID& b) { return std::memcmp(&a, &b, sizeof(_GUID)) == 0; }
 
@@ -13,6 +92,8 @@ bool SameBytes(const _GUID& a, const _GUID& b) { return std::memcmp(&a, &b, size
 PUniversalID::PUniversalID() : m_id() {}
 
 PUniversalID::PUniversalID(const _GUID& id) : m_id(id) {}
+
+PUniversalID::PUniversalID(const _H2_GUID& id) { std::memcpy(&m_id, &id, sizeof m_id); }
 
 PUniversalID::PUniversalID(const PUniversalID& other) : PRoot(other), m_id(other.m_id) {}
 
@@ -39,3 +120,44 @@ bool PUniversalID::operator!=(const _GUID& other) const { return !SameBytes(m_id
 PUniversalID::operator _GUID() const { return m_id; }
 
 PUniversalID::operator const _GUID*() const { return &m_id; }
+
+PUniversalID::operator _H2_GUID() const {
+  _H2_GUID id;
+  std::memcpy(&id, &m_id, sizeof id);
+  return id;
+}
+
+void PUniversalID::CreateNew() {
+  HRESULT status = qvbase::native::CreateGuid(&m_id);
+  if (status != S_OK)
+    Raise(OLEError(status), ErrorSeverityError, kCreateNewLine);
+}
+
+std::uint32_t PUniversalID::Group1() const { return m_id.Data1; }
+std::uint16_t PUniversalID::Group2() const { return m_id.Data2; }
+std::uint16_t PUniversalID::Group3() const { return m_id.Data3; }
+std::uint16_t PUniversalID::Group4() const { return (m_id.Data4[0] || m_id.Data4[1]) ? 1 : 0; }
+std::uint16_t PUniversalID::Group51() const { return (m_id.Data4[2] || m_id.Data4[3]) ? 1 : 0; }
+
+std::uint32_t PUniversalID::Group52() const {
+  return static_cast<std::uint32_t>(m_id.Data4[4]) | (static_cast<std::uint32_t>(m_id.Data4[5]) << 8) |
+         (static_cast<std::uint32_t>(m_id.Data4[6]) << 16) | (static_cast<std::uint32_t>(m_id.Data4[7]) << 24);
+}
+
+std::uint64_t PUniversalID::Huge1() const {
+  std::uint8_t bytes[16];
+  ToBytes(m_id, bytes);
+  return Half(bytes);
+}
+
+std::uint64_t PUniversalID::Huge2() const {
+  std::uint8_t bytes[16];
+  ToBytes(m_id, bytes);
+  return Half(bytes + 8);
+}
+
+PAutomaticUID::PAutomaticUID(const char* name) : PUniversalID(DeriveFromName(name)) {}
+
+PAutomaticUID::PAutomaticUID(const PAutomaticUID& other) = default;
+
+PAutomaticUID& PAutomaticUID::operator=(const PAutomaticUID& other) = default;

@@ -56,3 +56,107 @@ TEST(PUniversalID, IsARootObjectWithTheIdentifierBehindItsVirtualTablePointer) {
 }
 
 } // namespace
+
+namespace {
+
+_GUID MakeGuid(std::uint32_t d1, std::uint16_t d2, std::uint16_t d3, std::initializer_list<int> d4) {
+  _GUID id = {d1, d2, d3, {}};
+  int i = 0;
+  for (int b : d4)
+    id.Data4[i++] = static_cast<std::uint8_t>(b);
+  return id;
+}
+
+TEST(PUniversalID, GroupFourAndFiveOneAreFlagsNotValues) {
+  // {00000000-0000-0000-1200-000000000000}
+  PUniversalID id(MakeGuid(0, 0, 0, {0x12, 0x00, 0, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(id.Group4(), 1u);
+  EXPECT_EQ(id.Group51(), 0u);
+  PUniversalID other(MakeGuid(0, 0, 0, {0, 0, 0x00, 0x34, 0, 0, 0, 0}));
+  EXPECT_EQ(other.Group4(), 0u);
+  EXPECT_EQ(other.Group51(), 1u);
+}
+
+TEST(PUniversalID, GroupsAndHalvesReadTheLittleEndianLayout) {
+  PUniversalID id(MakeGuid(0x01020304, 0x0506, 0x0708, {0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10}));
+  EXPECT_EQ(id.Group1(), 0x01020304u);
+  EXPECT_EQ(id.Group2(), 0x0506u);
+  EXPECT_EQ(id.Group3(), 0x0708u);
+  EXPECT_EQ(id.Group52(), 0x100F0E0Du);
+  EXPECT_EQ(id.Huge1(), 0x0708050601020304ull);
+  EXPECT_EQ(id.Huge2(), 0x100F0E0D0C0B0A09ull);
+}
+
+TEST(PUniversalID, H2LayoutConvertsBothWays) {
+  _GUID g = MakeGuid(0xDEADBEEF, 0x1234, 0x5678, {1, 2, 3, 4, 5, 6, 7, 8});
+  PUniversalID id(g);
+  _H2_GUID h2 = id;
+  EXPECT_EQ(h2.Data1, 0xDEADBEEFu);
+  EXPECT_EQ(h2.Data4[7], 8);
+  EXPECT_TRUE(PUniversalID(h2) == g);
+  EXPECT_EQ(sizeof(_H2_GUID), 16u);
+}
+
+TEST(PUniversalID, CreateNewGivesFreshRandomIdentifiers) {
+  PUniversalID a, b;
+  a.CreateNew();
+  b.CreateNew();
+  EXPECT_TRUE(a.IsValid());
+  EXPECT_TRUE(a != b);
+}
+
+TEST(PAutomaticUID, EmptyNameIsTheNullIdentifier) {
+  PAutomaticUID id("");
+  EXPECT_FALSE(id.IsValid());
+  EXPECT_FALSE(PAutomaticUID(nullptr).IsValid());
+}
+
+TEST(PAutomaticUID, OneLetterPacksItsCodeAndChecksum) {
+  PAutomaticUID id("A");
+  EXPECT_EQ(id.Huge1(), (4ull << 60) | (11ull << 54));
+  EXPECT_EQ(id.Huge2(), 1ull << 60);
+  // {00000000-0000-42C0-0000-000000000010}
+  EXPECT_TRUE(id == MakeGuid(0, 0, 0x42C0, {0, 0, 0, 0, 0, 0, 0, 0x10}));
+}
+
+TEST(PAutomaticUID, SkippedCharactersChangeOnlyTheChecksum) {
+  PAutomaticUID dashed("a-b"), plain("ab");
+  const std::uint64_t payload = (1ull << 60) - 1; // bits 0..59
+  EXPECT_EQ(dashed.Huge1() & payload, plain.Huge1() & payload);
+  EXPECT_EQ(dashed.Huge2() & payload, plain.Huge2() & payload);
+  EXPECT_TRUE(dashed != plain);
+  // 'a' is 37, 'b' 38: the first character highest.
+  EXPECT_EQ(plain.Huge1() & payload, (37ull << 54) | (38ull << 48));
+}
+
+TEST(PAutomaticUID, CodesCoverDigitsAndBothCases) {
+  struct Row {
+    const char* name;
+    std::uint64_t code;
+  };
+  const Row rows[] = {{"1", 1}, {"9", 9}, {"0", 10}, {"A", 11}, {"Z", 36}, {"a", 37}, {"z", 62}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(PAutomaticUID(row.name).Huge1() & ((1ull << 60) - 1), row.code << 54);
+  }
+}
+
+TEST(PAutomaticUID, TwentyCodesFillBothHalvesAndTheRestOnlyCountInTheSum) {
+  const char* twenty = "ABCDEFGHIJKLMNOPQRST";
+  PAutomaticUID id(twenty);
+  const std::uint64_t payload = (1ull << 60) - 1;
+  std::uint64_t low = 0, high = 0;
+  for (int i = 0; i < 10; ++i) {
+    low |= static_cast<std::uint64_t>(11 + i) << (54 - 6 * i);
+    high |= static_cast<std::uint64_t>(21 + i) << (54 - 6 * i);
+  }
+  EXPECT_EQ(id.Huge1() & payload, low);
+  EXPECT_EQ(id.Huge2() & payload, high);
+  PAutomaticUID longer("ABCDEFGHIJKLMNOPQRSTUV");
+  EXPECT_EQ(longer.Huge1() & payload, low);
+  EXPECT_EQ(longer.Huge2() & payload, high);
+  EXPECT_TRUE(longer != id); // the checksum saw the extra characters
+  EXPECT_TRUE(PAutomaticUID("Document") == PAutomaticUID("Document"));
+}
+
+} // namespace
