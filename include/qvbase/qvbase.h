@@ -14,3 +14,7 @@
 #include <qvbase/PSmartData.h>
 #include <qvbase/PUniversalID.h>
 #include <qvbase/PList.h>
+#include <qvbase/PString.h>
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PMBString.h>
+#include <qvbase/PUNIString.h>
