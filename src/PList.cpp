@@ -149,7 +149,9 @@ ULONG PDynArrayData::FindAnIdxFromObject(const void* object) const {
     return i;
   };
   // The cached element answers at once, then its two neighbours (the one
-  // before first), then a scan from the head.
+  // before first), then a scan from the head. The cache answers only while
+  // it still names the element at its index: after a miss it holds a null
+  // object at a stale index, which must not answer a search for null.
   if (cacheIdx < count) {
     if (cacheObj == object && array[cacheIdx] == object)
       return cacheIdx;
@@ -412,7 +414,8 @@ PList::PList(DataFactory factory, const PList& source) : PList(factory) {
 }
 
 PList& PList::operator=(const PList& source) {
-  // Assigning a list to itself keeps its elements.
+  // Deliberately guarded: assigning a list to itself keeps its elements
+  // (clearing first would lose them, and release a smart list's elements).
   if (&source == this || !data)
     return *this;
   data->RemoveAllRefs();
@@ -465,9 +468,15 @@ void PList::InsertAList(const PList& other, ULONG index) {
 }
 
 void PList::RemoveAnObject(const void* object) {
-  ULONG index = GetAnIndex(object);
-  if (index != kListNoIndex)
-    data->RemoveARef(index);
+  // The first occurrence, found from the head: with duplicates the position
+  // cache could point at a later one. Walking by index costs O(1) per step.
+  ULONG size = Size();
+  for (ULONG i = 0; i < size; ++i) {
+    if (data->FindAnObjectFromIdx(i) == object) {
+      data->RemoveARef(i);
+      return;
+    }
+  }
 }
 
 void PList::RemoveAnIdx(ULONG index) {

@@ -87,10 +87,11 @@ void PSmartData::Uninitialize() {}
 const PUniversalID& PSmartData::DC_CLSID() const { return kNullClassId; }
 
 HRESULT PSmartData::QueryInterface(const _GUID& iid, void** out) const {
+  // Two deliberate guards beyond the bare algorithm: a null `out` is refused
+  // instead of written through, and a failed query leaves a null interface
+  // behind, as object-model callers expect. Successful queries are unchanged.
   if (!out)
     return E_POINTER;
-  // A failed query leaves a null interface behind, as object-model callers
-  // expect.
   *out = nullptr;
   if (IsEqualGUID(iid, IID_IPersist)) {
     if (!DC_CLSID().IsValid())

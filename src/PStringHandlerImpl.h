@@ -11,26 +11,8 @@
 
 #include <vector>
 
-#if __has_include(<qvbase/PErrorProtection.h>)
 #include <qvbase/PError.h>
 #include <qvbase/PErrorProtection.h>
-#else
-// Stand-ins until the error family is part of this branch: raising sites
-// compile and carry on as after a signal that returned.
-enum TypErrorSeverityEnum {
-  ErrorSeverityAbort = 25,
-  ErrorSeverityError = 29,
-  ErrorSeverityWarning = 31,
-  ErrorSeverityFatal = 33
-};
-struct PError {
-  PError(int, TypErrorSeverityEnum, const char*, ULONG) {}
-};
-struct PErrorProtectionStatus {
-  PError PrepareError(PError& error) { return error; }
-  void SignalError(PError&) {}
-};
-#endif
 
 namespace qvbase {
 namespace strings {

@@ -101,7 +101,8 @@ TEST(PRoot, ClassAllocationGivesStorageForTheWholeObject) {
 
 TEST(PRoot, NewWithManagerDoesNotUseTheManager) {
   UntouchedManager manager;
-  MemoryManager* previous = GSetDefaultMemManager(&manager.record);
+  MemoryManager* previous = GGetDefaultMemManager();
+  GSetDefaultMemManager(&manager.record);
   Payload* object = new (&manager.record) Payload(3);
   ASSERT_NE(object, nullptr);
   EXPECT_EQ(object->m_value, 3);

@@ -157,7 +157,8 @@ public:
   // A copy of `source` over a back end of this list's own choosing.
   PList(DataFactory factory, const PList& source);
   PList(const PList&) = delete;
-  // Replaces the elements by the source's; the back end stays.
+  // Replaces the elements by the source's; the back end stays. Assigning a
+  // list to itself changes nothing.
   PList& operator=(const PList& source);
   // Removes every element (the smart back ends release them), then deletes
   // the back end.
@@ -177,6 +178,7 @@ protected:
   // in the list (at the head of an empty list).
   void AddAnObjectBefore(const void* object, const void* reference);
   void InsertAList(const PList& other, ULONG index);
+  // Removes the first occurrence from the head, if any.
   void RemoveAnObject(const void* object);
   void RemoveAnIdx(ULONG index);
 

@@ -12,9 +12,13 @@
 #include <qvbase/MemoryManager.h>
 #include <qvbase/PRoot.h>
 #include <qvbase/PSmartData.h>
+#include <qvbase/PInterfacePtr.h>
 #include <qvbase/PUniversalID.h>
 #include <qvbase/PList.h>
 #include <qvbase/PString.h>
 #include <qvbase/PASCIIString.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
+#include <qvbase/PError.h>
+#include <qvbase/PErrorProtection.h>
+#include <qvbase/WINError.h>

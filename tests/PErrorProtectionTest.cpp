@@ -1,0 +1,331 @@
+// Protections: the chain, preparation, display masks, the fate of a
+// signalled error, external handlers and display mappers.
+#include <qvbase/PErrorProtection.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+// Signals as the library's raising sites do: prepare, then signal.
+void Raise(PError error) {
+  PError prepared = PErrorProtectionStatus().PrepareError(error);
+  PErrorProtectionStatus().SignalError(prepared);
+}
+
+// Runs `raise`; the thrown error, or code -1 when nothing was thrown.
+template <typename F> PError Caught(F&& raise) {
+  try {
+    raise();
+  } catch (const PError& e) {
+    return e;
+  }
+  return PError(-1);
+}
+
+class CountingHook : public PErrorHook {
+public:
+  explicit CountingHook(TypErrorHandlingEnum answer) : m_answer(answer) {}
+  TypErrorHandlingEnum DisplayError(PError&, ULONG mask) override {
+    ++calls;
+    lastMask = mask;
+    return m_answer;
+  }
+  int calls = 0;
+  ULONG lastMask = 0;
+
+private:
+  TypErrorHandlingEnum m_answer;
+};
+
+TEST(PErrorProtection, WithoutProtectionsErrorsAreThrownAndWarningsDropped) {
+  ASSERT_EQ(PErrorProtection::Innermost(), nullptr);
+  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError, "src\\PStream", 9)); });
+  EXPECT_EQ(thrown.Code(), 1220);
+  EXPECT_EQ(thrown.Severity(), ErrorSeverityError);
+  EXPECT_STREQ(thrown.File(), "src\\PStream");
+  EXPECT_EQ(thrown.Line(), 9u);
+  EXPECT_EQ(thrown.EnumErrorInfo(), 0u);
+  PError warning(1220, ErrorSeverityWarning);
+  EXPECT_NO_THROW(PErrorProtectionStatus().SignalError(warning));
+  PError none(0, ErrorSeverityFatal);
+  EXPECT_NO_THROW(PErrorProtectionStatus().SignalError(none));
+}
+
+TEST(PErrorProtection, RetryAnswerThrowsControlCodeOneWithTheFormerCode) {
+  CountingHook hook(ErrorHandlingRetry);
+  PErrorRetryProtection retry(true);
+  PErrorHookProtection protection(&hook, true);
+  PError thrown = Caught([] { Raise(PError(1227, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.Code(), 1);
+  EXPECT_EQ(thrown.GetIntegerInfo("waserror", 0), 1227);
+  EXPECT_EQ(hook.calls, 1);
+  EXPECT_EQ(hook.lastMask, kErrorMaskRetry); // ignore is not for errors
+}
+
+TEST(PErrorProtection, EachAnswerBecomesItsControlCode) {
+  struct Row {
+    TypErrorHandlingEnum answer;
+    int thrownCode; // -1: dropped
+  };
+  const Row rows[] = {
+      {ErrorHandlingNone, 1220}, {ErrorHandlingIgnore, -1}, {ErrorHandlingRetry, 1},
+      {ErrorHandlingItem, 2},    {ErrorHandlingAction, 3},  {ErrorHandlingApplication, 4},
+      {static_cast<TypErrorHandlingEnum>(9), -1},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.answer);
+    CountingHook hook(row.answer);
+    PErrorHookProtection protection(&hook, true);
+    PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+    EXPECT_EQ(thrown.Code(), row.thrownCode);
+  }
+}
+
+TEST(PErrorProtection, ControlCodesAreNeverDisplayedAgain) {
+  CountingHook hook(ErrorHandlingRetry);
+  PErrorHookProtection protection(&hook, true);
+  PError thrown = Caught([] { Raise(PError(3, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.Code(), 3);
+  PError warning = Caught([] { Raise(PError(3, ErrorSeverityWarning)); });
+  EXPECT_EQ(warning.Code(), -1); // dropped
+  EXPECT_EQ(hook.calls, 0);
+}
+
+TEST(PErrorProtection, FullProtectionKeepsOuterHooksSilent) {
+  CountingHook hook(ErrorHandlingRetry);
+  PErrorHookProtection outer(&hook, true);
+  PFullErrorProtection full(true);
+  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.Code(), 1220);
+  EXPECT_EQ(hook.calls, 0);
+}
+
+TEST(PErrorProtection, UnsettingTheMiddleOneRelinksItsNeighbours) {
+  PErrorProtection outer(true), middle(true), inner(true);
+  EXPECT_EQ(inner.Previous(), &middle);
+  middle.Unset();
+  EXPECT_EQ(inner.Previous(), &outer);
+  EXPECT_EQ(outer.Next(), &inner);
+  EXPECT_EQ(PErrorProtection::Innermost(), &inner);
+  EXPECT_FALSE(middle.IsSet());
+  EXPECT_EQ(middle.Previous(), nullptr);
+  inner.Unset();
+  EXPECT_EQ(PErrorProtection::Innermost(), &outer);
+  EXPECT_EQ(outer.Next(), nullptr);
+}
+
+TEST(PErrorProtection, SettingTwiceAndCopyingLeaveTheChainAlone) {
+  PErrorProtection first(true);
+  first.Set();
+  EXPECT_EQ(PErrorProtection::Innermost(), &first);
+  EXPECT_EQ(first.Previous(), nullptr);
+  PErrorProtection copy(first);
+  EXPECT_FALSE(copy.IsSet());
+  EXPECT_EQ(PErrorProtection::Innermost(), &first);
+}
+
+TEST(PErrorProtection, ProtectionsLeaveTheChainWhenTheirScopeEnds) {
+  {
+    PErrorRetryProtection scoped(true);
+    EXPECT_EQ(PErrorProtection::Innermost(), &scoped);
+  }
+  EXPECT_EQ(PErrorProtection::Innermost(), nullptr);
+  try {
+    PErrorRetryProtection scoped(true);
+    Raise(PError(1220, ErrorSeverityError));
+  } catch (const PError&) {
+  }
+  EXPECT_EQ(PErrorProtection::Innermost(), nullptr);
+}
+
+TEST(PErrorProtection, StatusSeesOnlyProtectionsInstalledBeforeIt) {
+  CountingHook hook(ErrorHandlingIgnore);
+  PErrorProtectionStatus before;
+  PErrorHookProtection protection(&hook, true);
+  PError error(1220, ErrorSeverityError);
+  EXPECT_THROW(before.SignalError(error), PError);
+  EXPECT_EQ(hook.calls, 0);
+  PError again(1220, ErrorSeverityError);
+  EXPECT_NO_THROW(PErrorProtectionStatus().SignalError(again));
+  EXPECT_EQ(hook.calls, 1);
+}
+
+TEST(PErrorProtection, SeverityNarrowsTheOfferedHandlings) {
+  struct Row {
+    TypErrorSeverityEnum severity;
+    ULONG offered;
+  };
+  // Under a retry protection the chain offers ignore (2) and retry (4).
+  const Row rows[] = {
+      {ErrorSeverityAbort, 0},
+      {ErrorSeverityError, kErrorMaskRetry},
+      {ErrorSeverityWarning, kErrorMaskIgnore | kErrorMaskRetry},
+      {ErrorSeverityFatal, 0},
+  };
+  PErrorRetryProtection retry(true);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.severity);
+    PError error(1220, row.severity);
+    ULONG mask = 12345;
+    PErrorProtectionStatus().PrepareDisplayMask(error, &mask);
+    EXPECT_EQ(mask, row.offered);
+  }
+  PError none(0, ErrorSeverityError);
+  ULONG mask = 12345;
+  PErrorProtectionStatus().PrepareDisplayMask(none, &mask);
+  EXPECT_EQ(mask, 12345u); // no error: the mask is left alone
+}
+
+TEST(PErrorProtection, DisplayWithoutProtectionOrErrorAnswersNone) {
+  PError error(1220, ErrorSeverityError);
+  EXPECT_EQ(PErrorProtectionStatus().DisplayError(error), ErrorHandlingNone);
+  CountingHook hook(ErrorHandlingItem);
+  PErrorHookProtection protection(&hook, true);
+  PError none;
+  EXPECT_EQ(PErrorProtectionStatus().DisplayError(none), ErrorHandlingNone);
+  EXPECT_EQ(PErrorProtectionStatus().DisplayError(error, 0x3E), ErrorHandlingItem);
+  EXPECT_EQ(hook.lastMask, 0x3Eu);
+}
+
+// A protection that records its preparation and forwards it.
+class RecordingProtection : public PErrorProtection {
+public:
+  RecordingProtection(std::vector<std::string>* log, const char* name)
+      : PErrorProtection(false), m_log(log), m_name(name) {
+    Set();
+  }
+  PError PrepareError(PError& error) override {
+    m_log->push_back(m_name);
+    error.SetIntegerInfo(m_name, static_cast<int>(m_log->size()));
+    return PErrorProtection::PrepareError(error);
+  }
+
+private:
+  std::vector<std::string>* m_log;
+  const char* m_name;
+};
+
+TEST(PErrorProtection, PreparationRunsFromTheInnermostOutward) {
+  std::vector<std::string> log;
+  RecordingProtection outer(&log, "outer");
+  PErrorIntInfoProtection stop("stop", 5, true); // does not forward
+  RecordingProtection middle(&log, "middle");
+  RecordingProtection inner(&log, "inner");
+  PError error(1220, ErrorSeverityError);
+  PError prepared = PErrorProtectionStatus().PrepareError(error);
+  EXPECT_EQ(log, (std::vector<std::string>{"inner", "middle"}));
+  EXPECT_EQ(prepared.GetIntegerInfo("inner", 0), 1);
+  EXPECT_EQ(prepared.GetIntegerInfo("middle", 0), 2);
+  EXPECT_EQ(prepared.GetIntegerInfo("stop", 0), 5);
+  EXPECT_FALSE(prepared.HasIntegerInfo("outer"));
+}
+
+TEST(PErrorProtection, SignalledErrorCarriesThePreparedInfo) {
+  PErrorIntInfoProtection detail("record", 17, true);
+  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.GetIntegerInfo("record", 0), 17);
+}
+
+// An external handler that rewrites the code, narrows the mask and answers.
+class TestHandler : public IQVErrorHandler {
+public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IQVErrorHandler)) {
+      *out = static_cast<IQVErrorHandler*>(this);
+      AddRef();
+      return S_OK;
+    }
+    *out = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
+  ULONG STDMETHODCALLTYPE Release() override { return --refs; }
+  HRESULT STDMETHODCALLTYPE PrepareError(IQVError* error) override {
+    ++prepared;
+    error->SetInfo("handled", ErrorTagInteger, "\x2A\0\0\0", 4);
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE PrepareDisplayMask(IQVError*, ULONG* mask) override {
+    *mask |= kErrorMaskItem;
+    return S_OK;
+  }
+  LONG STDMETHODCALLTYPE DisplayError(IQVError* error, ULONG mask) override {
+    lastMask = mask;
+    seenCode = error->GetCode();
+    return ErrorHandlingItem;
+  }
+  ULONG refs = 1;
+  int prepared = 0;
+  ULONG lastMask = 0;
+  LONG seenCode = 0;
+};
+
+TEST(PErrorProtection, ExternalHandlerTakesOverTheWholeChain) {
+  TestHandler handler;
+  CountingHook outerHook(ErrorHandlingRetry);
+  PErrorHookProtection outer(&outerHook, true);
+  {
+    PQVErrorHandlerProtection protection(static_cast<IUnknown*>(&handler), true);
+    EXPECT_EQ(handler.refs, 2u);
+    PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+    EXPECT_EQ(thrown.Code(), 2); // the handler's answer: give up the item
+    EXPECT_EQ(thrown.GetIntegerInfo("waserror", 0), 1220);
+    EXPECT_EQ(thrown.GetIntegerInfo("handled", 0), 42);
+    EXPECT_EQ(handler.seenCode, 1220);
+    EXPECT_EQ(handler.lastMask, kErrorMaskItem); // (2 | 8) & 29
+    EXPECT_EQ(outerHook.calls, 0);
+  }
+  EXPECT_EQ(handler.refs, 1u);
+}
+
+TEST(PErrorProtection, HandlerProtectionWithoutAHandlerDoesNothing) {
+  PQVErrorHandlerProtection protection(nullptr, true);
+  PError error(1220, ErrorSeverityError);
+  EXPECT_EQ(PErrorProtectionStatus().DisplayError(error), ErrorHandlingNone);
+  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.Code(), 1220);
+}
+
+class CountingMapper : public PErrorDisplayMapper {
+public:
+  CountingMapper(int accepted, bool answer) : m_accepted(accepted), m_answer(answer) {}
+  bool Map(int, TypErrorSeverityEnum, PString*) override {
+    ++maps;
+    return m_answer;
+  }
+  bool Accepts(int code) override { return code == m_accepted; }
+  int maps = 0;
+
+private:
+  int m_accepted;
+  bool m_answer;
+};
+
+TEST(PErrorDisplayMapper, TheLastConstructedMapperAnswersFirst) {
+  CountingMapper older(1220, true);
+  CountingMapper newer(1220, true);
+  CountingMapper other(1300, true);
+  EXPECT_EQ(PErrorDisplayMapper::theirFirst, &other);
+  EXPECT_TRUE(PErrorDisplayMapper::MapError(1220, ErrorSeverityError, nullptr));
+  EXPECT_EQ(newer.maps, 1);
+  EXPECT_EQ(older.maps, 0);
+  EXPECT_EQ(other.maps, 0);
+  EXPECT_FALSE(PErrorDisplayMapper::MapError(4711, ErrorSeverityError, nullptr));
+}
+
+TEST(PErrorDisplayMapper, AFailingMapperPassesToTheNextOne) {
+  CountingMapper older(1220, true);
+  {
+    CountingMapper failing(1220, false);
+    EXPECT_TRUE(PErrorDisplayMapper::MapError(1220, ErrorSeverityError, nullptr));
+    EXPECT_EQ(failing.maps, 1);
+    EXPECT_EQ(older.maps, 1);
+  }
+  // The destroyed mapper has left the list.
+  EXPECT_EQ(PErrorDisplayMapper::theirFirst, &older);
+}
+
+} // namespace
