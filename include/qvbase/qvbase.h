@@ -15,6 +15,10 @@
 #include <qvbase/PInterfacePtr.h>
 #include <qvbase/PUniversalID.h>
 #include <qvbase/PList.h>
+#include <qvbase/PString.h>
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PMBString.h>
+#include <qvbase/PUNIString.h>
 #include <qvbase/PError.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/WINError.h>

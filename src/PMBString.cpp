@@ -1,0 +1,508 @@
+// PMBString.cpp - the multibyte handler and the multibyte string.
+// Part of qvbase, the QVKernel foundation class library.
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PMBString.h>
+#include <qvbase/PUNIString.h>
+
+#include "PStringHandlerImpl.h"
+#include "native/Locale.h"
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+const char kSourceFile[] = "src\\PMBString";
+const ULONG kLineInsertChar = 439;
+
+void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
+  PError error(code, severity, kSourceFile, line);
+  PError prepared = PErrorProtectionStatus().PrepareError(error);
+  PErrorProtectionStatus().SignalError(prepared);
+}
+
+// Byte length of the character at `p`: 0 at a terminator, at least 1
+// elsewhere (a byte that starts no valid character is one character).
+ULONG CharBytes(const char* p) { return static_cast<ULONG>(qvbase::native::CharLength(p)); }
+
+LONG CompareExact(const void* a, const void* b, ULONG count) {
+  return qvbase::native::MultiByteCompare(static_cast<const char*>(a),
+                                          static_cast<const char*>(b), count);
+}
+
+LONG CompareIgnoreCase(const void* a, const void* b, ULONG count) {
+  return qvbase::native::MultiByteCompareIgnoreCase(static_cast<const char*>(a),
+                                                    static_cast<const char*>(b), count);
+}
+
+LONG CompareCollate(const void* a, const void* b, ULONG count) {
+  return qvbase::native::MultiByteCollate(static_cast<const char*>(a),
+                                          static_cast<const char*>(b), count);
+}
+
+// The number of characters in `bytes` bytes of `text`.
+ULONG CountChars(const char* text, ULONG bytes) {
+  ULONG chars = 0;
+  ULONG at = 0;
+  while (at < bytes) {
+    ULONG step = CharBytes(text + at);
+    at += step ? step : 1;
+    ++chars;
+  }
+  return chars;
+}
+
+PStringHandler* FromUnicode(const PStringHandler* source) {
+  const unsigned short* units = static_cast<const unsigned short*>(source->GetContent());
+  ULONG count = source->GetLen();
+  std::size_t bytes = qvbase::native::UnitsToMultiByte(units, count, nullptr, 0);
+  qvbase::strings::Buffer<char> narrow(bytes + 1);
+  qvbase::native::UnitsToMultiByte(units, count, narrow.data(), bytes);
+  ULONG size = static_cast<ULONG>(bytes);
+  return PMBStringHandler::FromBytes(narrow.data(), size, CountChars(narrow.data(), size));
+}
+
+// The other handler as multibyte-comparable text: Unicode content is
+// converted first (the holder owns the converted copy).
+const PStringHandler* NarrowPeer(const PStringHandler* other,
+                                 qvbase::strings::HandlerHolder& holder) {
+  if (qvbase::strings::CodeSetOf(other) != kCodeSetUnicode)
+    return other;
+  holder.Reset(FromUnicode(other));
+  return holder.Get();
+}
+
+} // namespace
+
+PStringHandlerDec gMBStringHandlerDec = {GMBStringHandlerConstructor1, GMBStringHandlerConstructor2,
+                                         GMBStringHandlerConstructor3};
+
+PStringHandler* GMBStringHandlerConstructor1(const char* text, bool copy) {
+  // The measuring pass also counts characters and notes whether they are all
+  // 7-bit; neither is used, and the length handed over is the byte count.
+  ULONG bytes = 0;
+  while (text[bytes] != '\0') {
+    ULONG step = CharBytes(text + bytes);
+    bytes += step ? step : 1;
+  }
+  return new PMBStringHandler(text, 0, bytes, copy);
+}
+
+PStringHandler* GMBStringHandlerConstructor2(const PStringHandler* source) {
+  if (qvbase::strings::CodeSetOf(source) == kCodeSetUnicode)
+    return FromUnicode(source);
+  return PMBStringHandler::FromBytes(static_cast<const char*>(source->GetContent()),
+                                     source->GetSize(), source->GetLen());
+}
+
+PStringHandler* GMBStringHandlerConstructor3(LONG ch) {
+  char bytes[8] = {0};
+  GMBCharLen(ch, bytes);
+  return new PMBStringHandler(bytes, 0, 1, /*copy=*/true);
+}
+
+int GMBCharLen(const char* text, LONG* packed) {
+  int n = qvbase::native::CharLength(text);
+  if (n < 1 || n > 4)
+    n = 1;
+  if (packed) {
+    const std::int64_t b0 = static_cast<signed char>(text[0]);
+    const std::int64_t b1 = n >= 2 ? static_cast<signed char>(text[1]) : 0;
+    const std::int64_t b2 = n >= 3 ? static_cast<signed char>(text[2]) : 0;
+    std::int64_t value = 0;
+    switch (n) {
+    case 1:
+      value = b0;
+      break;
+    case 2:
+      value = b0 < 0 ? b0 - b1 * 128 : b1 * 128 - b0;
+      break;
+    case 3:
+      value = b0 < 0 ? b0 - b2 * 32768 - b1 * 128 : (b2 * 256 + b1) * 128 - b0;
+      break;
+    default:
+      // The third byte twice and no fourth: the packing as it has always
+      // been computed.
+      value = b0 < 0 ? b0 - b1 * 128 - b2 * 8388608 - b2 * 32768
+                     : ((b2 * 256 + b2) * 256 + b1) * 128 - b0;
+      break;
+    }
+    *packed = static_cast<LONG>(value);
+  }
+  return n;
+}
+
+int GMBCharLen(LONG ch, char* out) {
+  int n = 4;
+  if (ch >= -128 && ch <= 127)
+    n = 1;
+  else if (ch >= -32768 && ch <= 32767)
+    n = 2;
+  else if (ch >= -8388608 && ch <= 8388607)
+    n = 3;
+  if (!out)
+    return n;
+  const std::uint32_t bits = static_cast<std::uint32_t>(ch);
+  std::uint32_t u = bits;
+  if (ch >= 0) {
+    out[0] = static_cast<char>(bits & 127u);
+  } else {
+    const std::uint8_t low = static_cast<std::uint8_t>(bits & 0xFFu);
+    const std::uint8_t folded = static_cast<std::uint8_t>(static_cast<std::uint8_t>(0u - low) & 127u);
+    out[0] = static_cast<char>(static_cast<std::uint8_t>(0u - folded));
+    u = 0u - bits;
+  }
+  const unsigned kShifts[] = {7, 15, 23};
+  for (int i = 1; i < n; ++i)
+    out[i] = static_cast<char>((u >> kShifts[i - 1]) & 0xFFu);
+  return n;
+}
+
+TypStringCmpFunction GMBGetCmpMethod(TypStringComp mode) {
+  switch (mode) {
+  case kStrCompIgnoreCase:
+  case kStrCompNoCase:
+    return CompareIgnoreCase;
+  case kStrCompCollate:
+    return CompareCollate;
+  default:
+    return CompareExact;
+  }
+}
+
+// ---------------------------------------------------------------------------
+// PMBStringHandler
+
+PMBStringHandler::PMBStringHandler()
+    : size(0), len(0), capacity(0), isAscii(true), buffer(const_cast<char*>(gVoidCharString)) {}
+
+PMBStringHandler::PMBStringHandler(const char* text, ULONG offset, ULONG length, bool copy)
+    : PMBStringHandler() {
+  const char* start = text;
+  for (ULONG i = 0; i < offset; ++i)
+    start += CharBytes(start);
+  const char* end = start;
+  for (ULONG i = 0; i < length; ++i) {
+    ULONG step = CharBytes(end);
+    if (step == 0)
+      break;
+    end += step;
+  }
+  SetBufferTo(start, static_cast<ULONG>(end - start), length, copy);
+}
+
+PMBStringHandler::PMBStringHandler(const PMBStringHandler& other)
+    : PStringHandler(other), size(0), len(0), capacity(0), isAscii(true),
+      buffer(const_cast<char*>(gVoidCharString)) {
+  SetBufferTo(other.buffer, other.size, other.len, /*copy=*/true);
+}
+
+PMBStringHandler::~PMBStringHandler() {
+  FreeBuffer();
+  buffer = const_cast<char*>(gVoidCharString);
+  size = len = 0;
+}
+
+PMBStringHandler& PMBStringHandler::operator=(const PMBStringHandler& other) {
+  if (this != &other) {
+    PStringHandler::operator=(other);
+    std::vector<char> saved(other.buffer, other.buffer + other.size);
+    saved.push_back('\0');
+    SetBufferTo(saved.data(), other.size, other.len, /*copy=*/true);
+  }
+  return *this;
+}
+
+PMBStringHandler* PMBStringHandler::FromBytes(const char* text, ULONG bytes, ULONG chars) {
+  PMBStringHandler* made = new PMBStringHandler();
+  made->SetBufferTo(text, bytes, chars, /*copy=*/true);
+  return made;
+}
+
+void PMBStringHandler::FreeBuffer() {
+  if (capacity != 0 && buffer != gVoidCharString)
+    qvbase::strings::FreeBlock(buffer);
+  capacity = 0;
+}
+
+void PMBStringHandler::SetBufferTo(const char* text, ULONG bytes, ULONG chars, bool copy) {
+  FreeBuffer();
+  if (!copy) {
+    buffer = const_cast<char*>(text);
+  } else {
+    // Two bytes of headroom, one more than the ASCII handler keeps.
+    capacity = qvbase::strings::RoundUp(bytes + 2, 8);
+    buffer = static_cast<char*>(qvbase::strings::AllocateBlock(capacity));
+    if (bytes)
+      std::memcpy(buffer, text, bytes);
+    buffer[bytes] = '\0';
+  }
+  size = bytes;
+  len = chars;
+  ReTestForAscii();
+}
+
+void PMBStringHandler::ReTestForAscii() {
+  isAscii = size == len;
+  for (ULONG i = 0; isAscii && i < size; ++i)
+    if (static_cast<unsigned char>(buffer[i]) >= 128)
+      isAscii = false;
+}
+
+ULONG PMBStringHandler::ByteOffset(ULONG pos) const {
+  ULONG at = 0;
+  for (ULONG i = 0; i < pos && at < size; ++i) {
+    ULONG step = CharBytes(buffer + at);
+    if (step == 0)
+      break;
+    at += step;
+  }
+  return at < size ? at : size;
+}
+
+void PMBStringHandler::Rebuild(ULONG keep, const char* insert, ULONG insertBytes, ULONG resume) {
+  ULONG tail = size - resume;
+  ULONG newSize = keep + insertBytes + tail;
+  ULONG newCapacity = qvbase::strings::RoundUp(newSize + 2, 8);
+  char* fresh = static_cast<char*>(qvbase::strings::AllocateBlock(newCapacity));
+  std::memcpy(fresh, buffer, keep);
+  if (insertBytes)
+    std::memcpy(fresh + keep, insert, insertBytes);
+  std::memcpy(fresh + keep + insertBytes, buffer + resume, tail);
+  fresh[newSize] = '\0';
+  FreeBuffer();
+  buffer = fresh;
+  capacity = newCapacity;
+  size = newSize;
+}
+
+PStringHandlerDec* PMBStringHandler::GetHandlerType() const { return &gMBStringHandlerDec; }
+
+TypCodeSet PMBStringHandler::GetCodeSet() { return isAscii ? kCodeSetASCII : kCodeSetMultiByte; }
+
+bool PMBStringHandler::HandlesCodeSet(TypCodeSet codeSet) const {
+  return codeSet == kCodeSetASCII || codeSet == kCodeSetMultiByte;
+}
+
+PStringHandler* PMBStringHandler::Duplicate() const { return GMBStringHandlerConstructor2(this); }
+
+ULONG PMBStringHandler::GetSize() const { return size; }
+
+ULONG PMBStringHandler::GetFullSize() const { return size + 2; }
+
+ULONG PMBStringHandler::GetLen() const { return len; }
+
+const void* PMBStringHandler::GetContent() const { return buffer; }
+
+PStringHandler* PMBStringHandler::GetSubHandler(ULONG start, ULONG count) const {
+  ULONG from = ByteOffset(start);
+  ULONG to = from;
+  ULONG chars = 0;
+  while (chars < count && to < size) {
+    ULONG step = CharBytes(buffer + to);
+    if (step == 0)
+      break;
+    to += step;
+    ++chars;
+  }
+  if (to > size)
+    to = size;
+  return FromBytes(buffer + from, to - from, chars);
+}
+
+ULONG PMBStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG from,
+                                          TypStringComp mode) const {
+  qvbase::strings::HandlerHolder holder;
+  const PStringHandler* peer = NarrowPeer(what, holder);
+  ULONG k = peer->GetLen();
+  if (k > len)
+    return kStringNotFound;
+  for (ULONG i = from; i <= len - k; ++i)
+    if (CompareSubHandler(i, peer, 0, k, mode) == 0)
+      return i;
+  return kStringNotFound;
+}
+
+ULONG PMBStringHandler::FindCharFwd(LONG ch, ULONG from, TypStringComp mode) const {
+  char probe[8] = {0};
+  GMBCharLen(ch, probe);
+  TypStringCmpFunction compare = GMBGetCmpMethod(mode);
+  ULONG at = ByteOffset(from);
+  for (ULONG i = from; i < len && at < size; ++i) {
+    if (compare(buffer + at, probe, 1) == 0)
+      return i;
+    ULONG step = CharBytes(buffer + at);
+    at += step ? step : 1;
+  }
+  return kStringNotFound;
+}
+
+ULONG PMBStringHandler::FindSubHandlerBwd(const PStringHandler* what, ULONG from,
+                                          TypStringComp mode) const {
+  qvbase::strings::HandlerHolder holder;
+  const PStringHandler* peer = NarrowPeer(what, holder);
+  if (len == 0)
+    return kStringNotFound;
+  ULONG k = peer->GetLen();
+  if (from >= len)
+    from = len - 1;
+  // As for ASCII, no check that the match fits: the compare stops at the
+  // terminator.
+  for (ULONG i = from + 1; i-- > 0;)
+    if (CompareSubHandler(i, peer, 0, k, mode) == 0)
+      return i;
+  return kStringNotFound;
+}
+
+ULONG PMBStringHandler::FindCharBwd(LONG ch, ULONG from, TypStringComp mode) const {
+  if (len == 0)
+    return kStringNotFound;
+  if (from >= len)
+    from = len - 1;
+  char probe[8] = {0};
+  GMBCharLen(ch, probe);
+  TypStringCmpFunction compare = GMBGetCmpMethod(mode);
+  // Character starts up to `from`, then tested from the last one down.
+  std::vector<ULONG> starts;
+  ULONG at = 0;
+  for (ULONG i = 0; i <= from && at < size; ++i) {
+    starts.push_back(at);
+    ULONG step = CharBytes(buffer + at);
+    at += step ? step : 1;
+  }
+  for (std::size_t i = starts.size(); i-- > 0;)
+    if (compare(buffer + starts[i], probe, 1) == 0)
+      return static_cast<ULONG>(i);
+  return kStringNotFound;
+}
+
+LONG PMBStringHandler::CompareSubHandler(ULONG start, const PStringHandler* other,
+                                         ULONG otherStart, ULONG count,
+                                         TypStringComp mode) const {
+  qvbase::strings::HandlerHolder holder;
+  const PStringHandler* peer = NarrowPeer(other, holder);
+  const char* theirs = static_cast<const char*>(peer->GetContent());
+  if (peer->GetHandlerType() == &gMBStringHandlerDec) {
+    theirs += static_cast<const PMBStringHandler*>(peer)->ByteOffset(otherStart);
+  } else {
+    ULONG bytes = peer->GetSize();
+    theirs += otherStart < bytes ? otherStart : bytes;
+  }
+  return GMBGetCmpMethod(mode)(buffer + ByteOffset(start), theirs, count);
+}
+
+void PMBStringHandler::InsertHandler(const PStringHandler* other, ULONG pos) {
+  qvbase::strings::HandlerHolder holder;
+  const PStringHandler* peer = NarrowPeer(other, holder);
+  ULONG at = ByteOffset(pos);
+  ULONG chars = peer->GetLen();
+  Rebuild(at, static_cast<const char*>(peer->GetContent()), peer->GetSize(), at);
+  len += chars;
+  ReTestForAscii();
+}
+
+void PMBStringHandler::InsertChar(LONG ch, ULONG pos) {
+  if (ch < 0 || ch > 127) {
+    RaiseError(qvbase::strings::kErrorCharOutOfRange, ErrorSeverityError, kLineInsertChar);
+    // Nothing is inserted when the signal returns.
+    return;
+  }
+  // Always a fresh buffer of (size + 1 + 2) rounded to 8: the in-place path
+  // compares the new capacity with the new size, which never match, so it is
+  // never taken.
+  const char byte = static_cast<char>(ch);
+  ULONG at = ByteOffset(pos);
+  Rebuild(at, &byte, 1, at);
+  ++len;
+  ReTestForAscii();
+}
+
+void PMBStringHandler::DeletePart(ULONG start, ULONG count) {
+  ULONG from = ByteOffset(start);
+  ULONG to = from;
+  ULONG removed = 0;
+  while (removed < count && to < size) {
+    ULONG step = CharBytes(buffer + to);
+    if (step == 0)
+      break;
+    to += step;
+    ++removed;
+  }
+  if (to > size)
+    to = size;
+  if (removed == 0 || capacity == 0)
+    return;
+  // In place; the buffer never shrinks.
+  std::memmove(buffer + from, buffer + to, size - to + 1);
+  size -= to - from;
+  len -= removed < len ? removed : len;
+  ReTestForAscii();
+}
+
+void PMBStringHandler::SetChar(ULONG pos, LONG ch) {
+  char bytes[8] = {0};
+  ULONG n = static_cast<ULONG>(GMBCharLen(ch, bytes));
+  ULONG at = ByteOffset(pos);
+  if (at >= size)
+    return;
+  ULONG old = CharBytes(buffer + at);
+  if (old == 0)
+    old = 1;
+  if (at + old > size)
+    old = size - at;
+  Rebuild(at, bytes, n, at + old);
+  ReTestForAscii();
+}
+
+bool PMBStringHandler::CanBeModified() const { return capacity != 0 && NumSmartLocks() < 2; }
+
+LONG PMBStringHandler::GetChar(ULONG pos) const {
+  if (pos >= len)
+    return 0;
+  ULONG at = ByteOffset(pos);
+  if (at >= size)
+    return 0;
+  ULONG n = CharBytes(buffer + at);
+  if (at + n > size)
+    n = size - at;
+  std::uint32_t value = 0;
+  for (ULONG i = 0; i < n; ++i)
+    value = value * 256u + static_cast<std::uint32_t>(static_cast<LONG>(static_cast<signed char>(buffer[at + i])));
+  return static_cast<LONG>(value);
+}
+
+// ---------------------------------------------------------------------------
+// PMBString
+
+PMBString::PMBString() : PString(&gMBStringHandlerDec) {}
+
+PMBString::PMBString(const PMBString& other)
+    : PString(static_cast<const PString&>(other), &gMBStringHandlerDec) {}
+
+PMBString::PMBString(const PString& other) : PString(other, &gMBStringHandlerDec) {}
+
+PMBString::PMBString(const char* text, bool copy) : PString(text, copy, &gMBStringHandlerDec) {}
+
+PMBString::PMBString(const char* text)
+    : PString(text, gConstStrForceCopy, &gMBStringHandlerDec) {}
+
+#if defined(_MFC_VER)
+PMBString::PMBString(const CString& text) : PString(text, &gMBStringHandlerDec) {}
+#endif
+
+PMBString& PMBString::operator=(const PMBString& other) {
+  PString::operator=(other);
+  return *this;
+}
+
+PMBString& PMBString::operator=(const PString& other) {
+  PString::operator=(other);
+  return *this;
+}
+
+PMBString::operator const char*() const {
+  return Handler() ? static_cast<const char*>(Handler()->GetContent()) : gVoidCharString;
+}
+
+LONG PMBString::operator[](ULONG pos) const { return GetChar(pos); }

@@ -1,0 +1,441 @@
+// PString.cpp - the string value: handler sharing, copy-on-write, widening,
+// comparisons, searches and parameter substitution.
+// Part of qvbase, the QVKernel foundation class library.
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PMBString.h>
+#include <qvbase/PString.h>
+#include <qvbase/PUNIString.h>
+
+#include <cstdio>
+
+namespace {
+
+const char kVoidText[] = "";
+const char kUndefinedText[] = "Undefined Resource String";
+
+const LONG kCaret = '^';
+
+} // namespace
+
+bool gConstStrForceCopy = false;
+const char* gVoidCharString = kVoidText;
+const char* gUndefinedString = kUndefinedText;
+
+// ---------------------------------------------------------------------------
+// PStringHandler
+
+PStringHandler::PStringHandler() = default;
+PStringHandler::PStringHandler(const PStringHandler& other) = default;
+PStringHandler::~PStringHandler() = default;
+PStringHandler& PStringHandler::operator=(const PStringHandler& other) {
+  PSmartData::operator=(other);
+  return *this;
+}
+
+// ---------------------------------------------------------------------------
+// Construction
+
+PString::PString() : m_handlerType(nullptr) { PStringInit(static_cast<PStringHandler*>(nullptr), nullptr); }
+
+PString::PString(const PString& other) : PRoot(other), m_handlerType(nullptr) {
+  PStringInit(other.Handler(), nullptr);
+}
+
+PString::PString(const char* text, bool copy) : m_handlerType(nullptr) {
+  PStringInit(text, copy, nullptr);
+}
+
+PString::PString(const unsigned short* text, bool copy) : m_handlerType(nullptr) {
+  PStringInit(text, copy, nullptr);
+}
+
+PString::PString(const char* text) : m_handlerType(nullptr) {
+  PStringInit(text, gConstStrForceCopy, nullptr);
+}
+
+PString::PString(const unsigned short* text) : m_handlerType(nullptr) {
+  PStringInit(text, gConstStrForceCopy, nullptr);
+}
+
+PString::PString(PStringHandler* handler) : m_handlerType(nullptr) {
+  PStringInit(handler, nullptr);
+}
+
+PString::PString(PStringHandlerDec* type) : m_handlerType(nullptr) {
+  PStringInit(static_cast<PStringHandler*>(nullptr), type);
+}
+
+PString::PString(PStringHandler* handler, PStringHandlerDec* type) : m_handlerType(nullptr) {
+  PStringInit(handler, type);
+}
+
+PString::PString(const PString& other, PStringHandlerDec* type)
+    : PRoot(other), m_handlerType(nullptr) {
+  PStringInit(other.Handler(), type);
+}
+
+PString::PString(const char* text, bool copy, PStringHandlerDec* type) : m_handlerType(nullptr) {
+  PStringInit(text, copy, type);
+}
+
+PString::PString(const unsigned short* text, bool copy, PStringHandlerDec* type)
+    : m_handlerType(nullptr) {
+  PStringInit(text, copy, type);
+}
+
+#if defined(_MFC_VER)
+PString::PString(const CString& text) : m_handlerType(nullptr) {
+  PStringInit(static_cast<LPCSTR>(text), /*copy=*/true, nullptr);
+}
+PString::PString(const CString& text, PStringHandlerDec* type) : m_handlerType(nullptr) {
+  PStringInit(static_cast<LPCSTR>(text), /*copy=*/true, type);
+}
+#endif
+
+PString::~PString() = default;
+
+void PString::PStringInit(PStringHandler* handler, PStringHandlerDec* type) {
+  m_handlerType = type;
+  if (!handler)
+    return;
+  PStringHandler* adopted = handler;
+  if (type && handler->GetHandlerType() != type) {
+    adopted = type->fromHandler(handler);
+    // A handler that nobody references yet was handed over to this string:
+    // its converted copy replaces it.
+    if (!handler->IsSmartPointed())
+      delete handler;
+  }
+  // A failed conversion (its error signal returned) leaves the string as it
+  // was rather than holding nothing of the declared type.
+  if (adopted)
+    SetHandler(adopted);
+}
+
+void PString::PStringInit(const char* text, bool copy, PStringHandlerDec* type) {
+  m_handlerType = type;
+  if (!text)
+    return;
+  PStringHandler* made = type ? type->fromText(text, copy) : GMBStringHandlerConstructor1(text, copy);
+  if (made)
+    SetHandler(made);
+}
+
+void PString::PStringInit(const unsigned short* text, bool copy, PStringHandlerDec* type) {
+  PUNIString wide(text, copy);
+  PStringInit(wide.Handler(), type);
+}
+
+void PString::MakeOwnHandler() {
+  PStringHandler* handler = Handler();
+  if (!handler->CanBeModified())
+    SetHandler(handler->Duplicate());
+}
+
+PStringHandler* PString::Handler() const { return m_handler.Get(); }
+
+PStringHandlerDec* PString::DeclaredType() const { return m_handlerType; }
+
+// ---------------------------------------------------------------------------
+// Queries
+
+ULONG PString::Len() const { return Handler() ? Handler()->GetLen() : 0; }
+
+ULONG PString::Size() const { return Handler() ? Handler()->GetSize() : 0; }
+
+ULONG PString::FullSize() const { return Handler() ? Handler()->GetFullSize() : 0; }
+
+TypCodeSet PString::CodeSet() const {
+  return Handler() ? Handler()->GetCodeSet() : kCodeSetASCII;
+}
+
+PStringHandlerDec* PString::HandlerType() const {
+  return Handler() ? Handler()->GetHandlerType() : m_handlerType;
+}
+
+bool PString::IsEmpty() const { return !Handler() || Handler()->GetLen() == 0; }
+
+bool PString::IsNotEmpty() const { return !IsEmpty(); }
+
+LONG PString::GetChar(ULONG pos) const { return Handler() ? Handler()->GetChar(pos) : 0; }
+
+// ---------------------------------------------------------------------------
+// Assignment and modification
+
+PString& PString::operator=(const PString& other) {
+  if (other.IsEmpty()) {
+    SetHandler(nullptr);
+    return *this;
+  }
+  PStringHandler* source = other.Handler();
+  if (!m_handlerType || source->GetHandlerType() == m_handlerType) {
+    SetHandler(source);
+    return *this;
+  }
+  // A conversion whose error signal returned gives no handler: the string
+  // becomes empty rather than keep its old text.
+  SetHandler(m_handlerType->fromHandler(source));
+  return *this;
+}
+
+void PString::Insert(const PString& text, ULONG pos) {
+  if (text.IsEmpty())
+    return;
+  if (IsEmpty()) {
+    *this = text;
+    return;
+  }
+  PStringHandler* other = text.Handler();
+  if (Handler()->GetHandlerType() == other->GetHandlerType() || m_handlerType) {
+    // Same type, or a declared type: the handler converts foreign content.
+    MakeOwnHandler();
+  } else {
+    // Free type widens as the content requires, and never narrows.
+    TypCodeSet incoming = other->GetCodeSet();
+    if (incoming == kCodeSetUnicode && !Handler()->HandlesCodeSet(kCodeSetUnicode))
+      SetHandler(GUNIStringHandlerConstructor2(Handler()));
+    else if (incoming == kCodeSetMultiByte && !Handler()->HandlesCodeSet(kCodeSetMultiByte))
+      SetHandler(GMBStringHandlerConstructor2(Handler()));
+    else
+      MakeOwnHandler();
+  }
+  Handler()->InsertHandler(other, pos);
+}
+
+void PString::Insert(const char* text, ULONG pos) {
+  // The temporary lives through the insert, which copies: borrowing is safe.
+  PString wrapped(text, /*copy=*/false);
+  Insert(wrapped, pos);
+}
+
+void PString::Insert(LONG ch, ULONG pos) {
+  if (!Handler()) {
+    PStringHandler* made =
+        m_handlerType ? m_handlerType->fromChar(ch) : GMBStringHandlerConstructor3(ch);
+    if (made)
+      SetHandler(made);
+    return;
+  }
+  MakeOwnHandler();
+  Handler()->InsertChar(ch, pos);
+}
+
+PString& PString::operator+=(const PString& text) {
+  Insert(text, Len());
+  return *this;
+}
+
+PString& PString::operator+=(const char* text) {
+  Insert(text, Len());
+  return *this;
+}
+
+PString& PString::operator+=(char ch) {
+  Insert(static_cast<LONG>(ch), Len());
+  return *this;
+}
+
+void PString::Delete(ULONG start, ULONG count) {
+  ULONG length = Len();
+  if (length == 0 || start >= length)
+    return;
+  if (count > length - start)
+    count = length - start;
+  if (count == length) {
+    SetHandler(nullptr);
+    return;
+  }
+  MakeOwnHandler();
+  Handler()->DeletePart(start, count);
+}
+
+void PString::SetChar(ULONG pos, LONG ch) {
+  if (IsEmpty() || pos >= Len())
+    return;
+  MakeOwnHandler();
+  Handler()->SetChar(pos, ch);
+}
+
+PString PString::Left(ULONG count) const { return Mid(0, count); }
+
+PString PString::Mid(ULONG start, ULONG count) const {
+  ULONG length = Len();
+  if (length == 0 || start >= length)
+    return PString();
+  if (count > length - start)
+    count = length - start;
+  if (count == 0)
+    return PString();
+  return PString(Handler()->GetSubHandler(start, count));
+}
+
+PString PString::Right(ULONG count) const {
+  ULONG length = Len();
+  if (count > length)
+    count = length;
+  return Mid(length - count, count);
+}
+
+// ---------------------------------------------------------------------------
+// Searching
+
+ULONG PString::FindForward(const PString& what, ULONG from, TypStringComp mode) const {
+  if (IsEmpty() || what.IsEmpty())
+    return kStringNotFound;
+  ULONG length = Len();
+  ULONG needed = what.Len();
+  // Len() < needed + from, written so that it cannot wrap.
+  if (needed > length || from > length - needed)
+    return kStringNotFound;
+  return Handler()->FindSubHandlerFwd(what.Handler(), from, mode);
+}
+
+ULONG PString::FindForward(const char* what, ULONG from, TypStringComp mode) const {
+  PString wrapped(what, gConstStrForceCopy);
+  return FindForward(wrapped, from, mode);
+}
+
+ULONG PString::FindForward(LONG ch, ULONG from, TypStringComp mode) const {
+  if (IsEmpty() || from >= Len())
+    return kStringNotFound;
+  return Handler()->FindCharFwd(ch, from, mode);
+}
+
+ULONG PString::FindBackward(const PString& what, ULONG from, TypStringComp mode) const {
+  if (IsEmpty() || what.IsEmpty() || what.Len() > Len())
+    return kStringNotFound;
+  ULONG last = Len() - what.Len();
+  if (from > last)
+    from = last;
+  return Handler()->FindSubHandlerBwd(what.Handler(), from, mode);
+}
+
+ULONG PString::FindBackward(const char* what, ULONG from, TypStringComp mode) const {
+  PString wrapped(what, gConstStrForceCopy);
+  return FindBackward(wrapped, from, mode);
+}
+
+ULONG PString::FindBackward(LONG ch, ULONG from, TypStringComp mode) const {
+  if (IsEmpty())
+    return kStringNotFound;
+  if (from > Len() - 1)
+    from = Len() - 1;
+  return Handler()->FindCharBwd(ch, from, mode);
+}
+
+// ---------------------------------------------------------------------------
+// Comparison
+
+LONG PString::CompareTo(const PString& other, TypStringComp mode) const {
+  if (IsEmpty())
+    return other.IsEmpty() ? 0 : -1;
+  if (other.IsEmpty())
+    return 1;
+  if (mode == kStrCompComposite) {
+    LONG result = CompareTo(other, kStrCompNoCase);
+    if (result == 0)
+      result = CompareTo(other, kStrCompCollate);
+    if (result == 0)
+      result = CompareTo(other, kStrCompExact);
+    return result;
+  }
+  ULONG count = Len() > other.Len() ? Len() : other.Len();
+  PStringHandler* mine = Handler();
+  PStringHandler* theirs = other.Handler();
+  TypCodeSet mineSet = mine->GetCodeSet();
+  TypCodeSet theirSet = theirs->GetCodeSet();
+  // The handler of the wider code set does the work.
+  const TypCodeSet kWidest[] = {kCodeSetUnicode, kCodeSetMultiByte};
+  for (TypCodeSet wide : kWidest) {
+    if (mineSet == wide)
+      return mine->CompareSubHandler(0, theirs, 0, count, mode);
+    if (theirSet == wide)
+      return -theirs->CompareSubHandler(0, mine, 0, count, mode);
+  }
+  return mine->CompareSubHandler(0, theirs, 0, count, mode);
+}
+
+LONG PString::CompareTo(const char* other, TypStringComp mode) const {
+  PString wrapped(other, gConstStrForceCopy);
+  return CompareTo(wrapped, mode);
+}
+
+bool PString::operator==(const PString& other) const { return CompareTo(other, kStrCompExact) == 0; }
+bool PString::operator!=(const PString& other) const { return CompareTo(other, kStrCompExact) != 0; }
+bool PString::operator<(const PString& other) const { return CompareTo(other, kStrCompComposite) < 0; }
+bool PString::operator<=(const PString& other) const { return CompareTo(other, kStrCompComposite) <= 0; }
+bool PString::operator>(const PString& other) const { return CompareTo(other, kStrCompComposite) > 0; }
+bool PString::operator>=(const PString& other) const { return CompareTo(other, kStrCompComposite) >= 0; }
+bool PString::operator==(const char* other) const { return CompareTo(other, kStrCompExact) == 0; }
+bool PString::operator!=(const char* other) const { return CompareTo(other, kStrCompExact) != 0; }
+bool PString::operator<(const char* other) const { return CompareTo(other, kStrCompComposite) < 0; }
+bool PString::operator<=(const char* other) const { return CompareTo(other, kStrCompComposite) <= 0; }
+bool PString::operator>(const char* other) const { return CompareTo(other, kStrCompComposite) > 0; }
+bool PString::operator>=(const char* other) const { return CompareTo(other, kStrCompComposite) >= 0; }
+
+// ---------------------------------------------------------------------------
+// Parameter substitution
+
+ULONG PString::FindNextParameter(PASCIIString* name, ULONG* length, ULONG from) const {
+  ULONG first = FindForward(kCaret, from, kStrCompExact);
+  if (first == kStringNotFound)
+    return kStringNotFound;
+  ULONG second = FindForward(kCaret, first + 1, kStrCompExact);
+  if (second == kStringNotFound)
+    return kStringNotFound;
+  ULONG whole = second - first + 1;
+  if (length)
+    *length = whole;
+  if (name) {
+    if (whole < 3)
+      *name = PASCIIString();
+    else
+      *name = Mid(first + 1, whole - 2);
+  }
+  return first;
+}
+
+PString& PString::SetParameter(const PASCIIString& name, const PString& value) {
+  PASCIIString pattern("^", /*copy=*/true);
+  pattern += name;
+  pattern += "^";
+  ULONG at = FindForward(pattern, 0, kStrCompIgnoreCase);
+  if (at != kStringNotFound) {
+    Delete(at, pattern.Len());
+    Insert(value, at);
+  }
+  return *this;
+}
+
+PString& PString::SetParameter(ULONG index, const PString& value) {
+  char digits[16];
+  std::snprintf(digits, sizeof digits, "%lu", static_cast<unsigned long>(index));
+  return SetParameter(PASCIIString(digits, /*copy=*/true), value);
+}
+
+void PString::ValidateParams(const PString& value) {
+  // A value that holds a caret would be found again after its insertion and
+  // could be inserted forever; such a value is skipped over instead of being
+  // searched again. Values without carets (what callers pass) are searched
+  // again, as every other handled position is.
+  const bool valueHasCaret = value.FindForward(kCaret, 0, kStrCompExact) != kStringNotFound;
+  ULONG from = 0;
+  for (;;) {
+    ULONG length = 0;
+    ULONG at = FindNextParameter(nullptr, &length, from);
+    if (at == kStringNotFound)
+      return;
+    from = at;
+    if (length > 2) {
+      Delete(at, length);
+      if (value.IsNotEmpty()) {
+        Insert(value, at);
+        if (valueHasCaret)
+          from = at + value.Len();
+      }
+    } else {
+      // The ^^ escape keeps one caret, which the next search sees again.
+      Delete(at, 1);
+    }
+  }
+}

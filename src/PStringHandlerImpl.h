@@ -1,0 +1,72 @@
+// PStringHandlerImpl.h - helpers shared by the string handlers.
+// Part of qvbase, the QVKernel foundation class library.
+//
+// Buffer sizing and allocation, a scoped owner for temporary handlers, and
+// the error code the handlers raise. Private to the library.
+#pragma once
+
+#include <qvbase/MemoryManager.h>
+#include <qvbase/PString.h>
+#include <qvbase/QVCompat.h>
+
+#include <vector>
+
+#include <qvbase/PError.h>
+#include <qvbase/PErrorProtection.h>
+
+namespace qvbase {
+namespace strings {
+
+// A character outside the range that the handler can hold.
+constexpr int kErrorCharOutOfRange = 1210;
+// A Unicode character that cannot be set from a narrow character.
+constexpr int kErrorUnicodeNotSettable = 1211;
+// A hexadecimal digit that is not one.
+constexpr int kErrorBadHexDigit = 1212;
+
+// `value` rounded up to a multiple of `step`.
+inline ULONG RoundUp(ULONG value, ULONG step) { return (value + step - 1) / step * step; }
+
+// Handler buffers come from the default memory manager, zero-filled.
+inline void* AllocateBlock(ULONG bytes) { return GMemAllocation(nullptr, bytes, /*mode=*/0); }
+inline void FreeBlock(void* block) { GMemFree(block); }
+
+inline LONG Sign(int value) { return value < 0 ? -1 : (value > 0 ? 1 : 0); }
+
+// The code set of a handler seen through a const pointer: asking does not
+// change it.
+inline TypCodeSet CodeSetOf(const PStringHandler* handler) {
+  return const_cast<PStringHandler*>(handler)->GetCodeSet();
+}
+
+// A zero-filled scratch array.
+template <typename T> class Buffer {
+public:
+  explicit Buffer(std::size_t count) : m_items(count ? count : 1) {}
+  T* data() { return m_items.data(); }
+  T& operator[](std::size_t i) { return m_items[i]; }
+
+private:
+  std::vector<T> m_items;
+};
+
+// Owns a temporary handler that no string references: deletes it at the end
+// of the scope.
+class HandlerHolder {
+public:
+  HandlerHolder() : m_handler(nullptr) {}
+  ~HandlerHolder() { delete m_handler; }
+  HandlerHolder(const HandlerHolder&) = delete;
+  HandlerHolder& operator=(const HandlerHolder&) = delete;
+  void Reset(PStringHandler* handler) {
+    delete m_handler;
+    m_handler = handler;
+  }
+  PStringHandler* Get() const { return m_handler; }
+
+private:
+  PStringHandler* m_handler;
+};
+
+} // namespace strings
+} // namespace qvbase

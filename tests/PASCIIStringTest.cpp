@@ -1,0 +1,259 @@
+// The 7-bit handler: borrowed and owned buffers, growth by 8 bytes, the
+// character-range error at every entry point, and conversions.
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PMBString.h>
+#include <qvbase/PUNIString.h>
+
+#include "support/StringTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace {
+
+class InspectedASCII : public PASCIIString {
+public:
+  using PASCIIString::PASCIIString;
+  using PASCIIString::operator=;
+  const PASCIIStringHandler* Held() const {
+    return static_cast<const PASCIIStringHandler*>(Handler());
+  }
+};
+
+class InspectedString : public PString {
+public:
+  using PString::PString;
+  const PStringHandler* Held() const { return Handler(); }
+};
+
+} // namespace
+
+// --- Edge cases ------------------------------------------------------------
+
+TEST(PASCIIString, BorrowedHandlerIsDuplicatedOnFirstChange) {
+  char caller[] = "borrowed";
+  PASCIIStringHandler handler(caller, 0, 8, /*copy=*/false);
+  EXPECT_FALSE(handler.CanBeModified());
+  EXPECT_EQ(0u, handler.Capacity());
+
+  InspectedASCII text(caller, /*copy=*/false);
+  EXPECT_EQ(static_cast<const void*>(caller), text.Held()->GetContent());
+  text.SetChar(0, 'B');
+  text += "!";
+  EXPECT_NE(static_cast<const void*>(caller), text.Held()->GetContent());
+  EXPECT_STREQ("Borrowed!", static_cast<const char*>(text));
+  EXPECT_STREQ("borrowed", caller);
+}
+
+TEST(PASCIIString, SixCharacterTextKeepsBufferForOneInsertThenGrowsTo16) {
+  InspectedASCII text("abcdef", /*copy=*/true);
+  EXPECT_EQ(8u, text.Held()->Capacity());
+  const void* before = text.Held()->GetContent();
+  text.Insert(LONG('g'), 6);
+  EXPECT_EQ(8u, text.Held()->Capacity());
+  EXPECT_EQ(before, text.Held()->GetContent());
+  text.Insert(LONG('h'), 7);
+  EXPECT_EQ(16u, text.Held()->Capacity());
+  EXPECT_STREQ("abcdefgh", static_cast<const char*>(text));
+}
+
+TEST(PASCIIString, AppendingAnyStringReallocates) {
+  InspectedASCII text("ab", /*copy=*/true);
+  ASSERT_EQ(8u, text.Held()->Capacity());
+  const void* before = text.Held()->GetContent();
+  text += PASCIIString("c");
+  // Room for it was there, yet the buffer is new.
+  EXPECT_NE(before, text.Held()->GetContent());
+  EXPECT_EQ(8u, text.Held()->Capacity());
+  EXPECT_STREQ("abc", static_cast<const char*>(text));
+}
+
+TEST(PASCIIString, GetCharAtLengthReturnsZero) {
+  PASCIIStringHandler handler("abc", 0, 3, /*copy=*/true);
+  EXPECT_EQ(LONG('c'), handler.GetChar(2));
+  EXPECT_EQ(0, handler.GetChar(3));
+  EXPECT_EQ(0, handler.GetChar(1000));
+}
+
+TEST(PASCIIString, ConvertingMultibyteHighByteSignalsAndYieldsNoHandler) {
+  PMBStringHandler source("caf\xE9", 0, 4, /*copy=*/true);
+  qvtest::RaisedError raised =
+      qvtest::CaptureError([&] { gASCIIStringHandlerDec.fromHandler(&source); });
+  EXPECT_TRUE(raised.thrown);
+  EXPECT_EQ(1210, raised.code);
+  EXPECT_EQ(ErrorSeverityError, raised.severity);
+  EXPECT_EQ("src\\PASCIIString", raised.file);
+  EXPECT_EQ(137u, raised.line);
+
+  qvtest::ScopedIgnoreErrors ignore;
+  EXPECT_EQ(nullptr, gASCIIStringHandlerDec.fromHandler(&source));
+  EXPECT_EQ(1, ignore.hook.calls);
+}
+
+// --- Failure handling -------------------------------------------------------
+
+TEST(PASCIIString, EveryEntryPointRaisesCharacterOutOfRangeWithItsLine) {
+  struct Row {
+    const char* name;
+    void (*call)();
+    unsigned line;
+  };
+  const Row kRows[] = {
+      {"fromText", [] { delete gASCIIStringHandlerDec.fromText("\x80", true); }, 92},
+      {"fromChar", [] { delete GASCIIStrHandlerConstructor3(200); }, 100},
+      {"InsertChar",
+       [] {
+         PASCIIStringHandler h("a", 0, 1, true);
+         h.InsertChar(-5, 0);
+       },
+       277},
+      {"SetChar",
+       [] {
+         PASCIIStringHandler h("a", 0, 1, true);
+         h.SetChar(0, 128);
+       },
+       364},
+  };
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.name);
+    qvtest::RaisedError raised = qvtest::CaptureError(row.call);
+    EXPECT_TRUE(raised.thrown);
+    EXPECT_EQ(1210, raised.code);
+    EXPECT_EQ(ErrorSeverityError, raised.severity);
+    EXPECT_EQ("src\\PASCIIString", raised.file);
+    EXPECT_EQ(row.line, raised.line);
+  }
+}
+
+TEST(PASCIIString, ReturnedSignalStoresTheCharacterAnyway) {
+  qvtest::ScopedIgnoreErrors ignore;
+  PStringHandler* fromText = gASCIIStringHandlerDec.fromText("a\xE9", true);
+  EXPECT_EQ(2u, fromText->GetLen());
+  delete fromText;
+  PStringHandler* fromChar = GASCIIStrHandlerConstructor3(0x1E9);
+  EXPECT_EQ(LONG(static_cast<signed char>(0xE9)), fromChar->GetChar(0));
+  delete fromChar;
+  PASCIIStringHandler handler("ab", 0, 2, true);
+  handler.InsertChar(0x1FF, 1);
+  EXPECT_EQ(3u, handler.GetLen());
+  EXPECT_EQ(-1, handler.GetChar(1));
+  handler.SetChar(0, 0x80);
+  EXPECT_EQ(-128, handler.GetChar(0));
+  EXPECT_EQ(4, ignore.hook.calls);
+}
+
+// --- Handler contracts ------------------------------------------------------
+
+TEST(PASCIIString, SlotValues) {
+  PASCIIStringHandler handler("hello", 0, 5, true);
+  EXPECT_EQ(&gASCIIStringHandlerDec, handler.GetHandlerType());
+  EXPECT_EQ(kCodeSetASCII, handler.GetCodeSet());
+  EXPECT_TRUE(handler.HandlesCodeSet(kCodeSetASCII));
+  EXPECT_FALSE(handler.HandlesCodeSet(kCodeSetMultiByte));
+  EXPECT_FALSE(handler.HandlesCodeSet(kCodeSetUnicode));
+  EXPECT_EQ(5u, handler.GetSize());
+  EXPECT_EQ(5u, handler.GetLen());
+  EXPECT_EQ(6u, handler.GetFullSize());
+  EXPECT_EQ(8u, handler.Capacity());
+  EXPECT_TRUE(handler.CanBeModified());
+}
+
+TEST(PASCIIString, CapacityIsLengthPlusTerminatorRoundedToEight) {
+  const struct {
+    ULONG length;
+    ULONG capacity;
+  } kRows[] = {{0, 8}, {6, 8}, {7, 8}, {8, 16}, {15, 16}, {16, 24}};
+  const char kText[] = "0123456789abcdefghij";
+  for (const auto& row : kRows) {
+    SCOPED_TRACE(row.length);
+    PASCIIStringHandler handler(kText, 0, row.length, true);
+    EXPECT_EQ(row.capacity, handler.Capacity());
+    EXPECT_EQ('\0', static_cast<const char*>(handler.GetContent())[row.length]);
+  }
+}
+
+TEST(PASCIIString, OffsetSelectsTheRange) {
+  PASCIIStringHandler handler("abcdef", 2, 3, true);
+  EXPECT_STREQ("cde", static_cast<const char*>(handler.GetContent()));
+}
+
+TEST(PASCIIString, DeleteNeverShrinksTheBuffer) {
+  InspectedASCII text("abcdefghijklmnop", true);
+  ASSERT_EQ(24u, text.Held()->Capacity());
+  text.Delete(2, 10);
+  EXPECT_EQ(24u, text.Held()->Capacity());
+  EXPECT_STREQ("abmnop", static_cast<const char*>(text));
+  text.Delete(3, 3);
+  EXPECT_STREQ("abm", static_cast<const char*>(text));
+}
+
+TEST(PASCIIString, SharedHandlerIsNotModifiable) {
+  InspectedASCII text("abc", true);
+  InspectedASCII copy(text);
+  EXPECT_FALSE(text.Held()->CanBeModified());
+  copy.Delete(0, 1);
+  EXPECT_TRUE(text.Held()->CanBeModified());
+}
+
+TEST(PASCIIString, ConvertsUnicodeContentOfSevenBitUnits) {
+  const unsigned short kWide[] = {'o', 'k', 0};
+  InspectedASCII text{PString(kWide, true)};
+  EXPECT_EQ(&gASCIIStringHandlerDec, text.Held()->GetHandlerType());
+  EXPECT_STREQ("ok", static_cast<const char*>(text));
+}
+
+TEST(PASCIIString, RejectsUnicodeContentAboveSevenBits) {
+  const unsigned short kWide[] = {'o', 0xE9, 0};
+  PUNIString wide(kWide, true);
+  qvtest::RaisedError raised = qvtest::CaptureError([&] { PASCIIString text(wide); });
+  EXPECT_EQ(1210, raised.code);
+  EXPECT_EQ(137u, raised.line);
+}
+
+TEST(PASCIIString, ConversionOperatorNeverNull) {
+  PASCIIString empty;
+  EXPECT_EQ(gVoidCharString, static_cast<const char*>(empty));
+  EXPECT_EQ('\0', empty[0]);
+  PASCIIString text("xy");
+  EXPECT_EQ('y', text[1]);
+  EXPECT_EQ('\0', text[2]);
+}
+
+TEST(PASCIIString, CompareMethodsByMode) {
+  const struct {
+    TypStringComp mode;
+    int abcVsABC;
+  } kRows[] = {{kStrCompExact, 1},     {kStrCompIgnoreCase, 0}, {kStrCompCollate, 1},
+               {kStrCompNoCase, 0},    {kStrCompComposite, 1},  {TypStringComp(9), 1}};
+  for (const auto& row : kRows) {
+    SCOPED_TRACE(row.mode);
+    LONG result = GASCIIGetCmpMethod(row.mode)("abc", "ABC", 3);
+    EXPECT_EQ(row.abcVsABC, result < 0 ? -1 : (result > 0 ? 1 : 0));
+  }
+  EXPECT_EQ(GASCIIGetCmpMethod(kStrCompExact), GASCIIGetCmpMethod(kStrCompCollate));
+  EXPECT_EQ(GASCIIGetCmpMethod(kStrCompIgnoreCase), GASCIIGetCmpMethod(kStrCompNoCase));
+}
+
+TEST(PASCIIString, CharacterSearchOutsideSevenBitsFindsNothing) {
+  PASCIIStringHandler handler("abc", 0, 3, true);
+  EXPECT_EQ(kStringNotFound, handler.FindCharFwd(200, 0, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, handler.FindCharBwd(-1, 2, kStrCompExact));
+  EXPECT_EQ(1u, handler.FindCharBwd('B', 2, kStrCompIgnoreCase));
+}
+
+TEST(PASCIIString, BackwardSubstringSearchStopsAtTerminator) {
+  PASCIIStringHandler handler("abcab", 0, 5, true);
+  PASCIIStringHandler what("abc", 0, 3, true);
+  // From the last position the compare runs into the terminator: no match
+  // there, the earlier one is found.
+  EXPECT_EQ(0u, handler.FindSubHandlerBwd(&what, 4, kStrCompExact));
+}
+
+TEST(PASCIIString, GetSubHandlerCopies) {
+  PASCIIStringHandler handler("abcdef", 0, 6, false);
+  PStringHandler* slice = handler.GetSubHandler(1, 3);
+  EXPECT_TRUE(slice->CanBeModified());
+  EXPECT_STREQ("bcd", static_cast<const char*>(slice->GetContent()));
+  delete slice;
+}

@@ -1,0 +1,449 @@
+// The string value: empty strings, sharing and copy-on-write, widening,
+// comparisons in every mode, search bounds and parameter substitution.
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PMBString.h>
+#include <qvbase/PString.h>
+#include <qvbase/PUNIString.h>
+
+#include "support/StringTestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+// Exposes the handler that a string holds.
+class InspectedString : public PString {
+public:
+  InspectedString() {}
+  InspectedString(const PString& other) : PString(other) {}
+  explicit InspectedString(PStringHandler* handler) : PString(handler) {}
+  InspectedString(PStringHandler* handler, PStringHandlerDec* type) : PString(handler, type) {}
+  using PString::operator=;
+  PStringHandler* Held() const { return Handler(); }
+};
+
+class InspectedASCII : public PASCIIString {
+public:
+  using PASCIIString::PASCIIString;
+  using PASCIIString::operator=;
+  PStringHandler* Held() const { return Handler(); }
+};
+
+// Counts the searches that reach the handler.
+class CountingHandler : public PASCIIStringHandler {
+public:
+  CountingHandler(const char* text, ULONG length)
+      : PASCIIStringHandler(text, 0, length, /*copy=*/true) {}
+  ULONG FindSubHandlerFwd(const PStringHandler* what, ULONG from,
+                          TypStringComp mode) const override {
+    ++calls;
+    return PASCIIStringHandler::FindSubHandlerFwd(what, from, mode);
+  }
+  mutable int calls = 0;
+};
+
+std::string Narrow(const PString& s) {
+  PMBString mb(s);
+  return std::string(static_cast<const char*>(mb));
+}
+
+const unsigned short kWideAbc[] = {'a', 'b', 'c', 0};
+
+} // namespace
+
+// --- Edge cases ------------------------------------------------------------
+
+TEST(PString, AssigningEmptyStringLeavesNoHandler) {
+  InspectedASCII text("abc", /*copy=*/true);
+  text = PString();
+  EXPECT_EQ(nullptr, text.Held());
+  EXPECT_EQ(kCodeSetASCII, text.CodeSet());
+  EXPECT_EQ(&gASCIIStringHandlerDec, text.HandlerType());
+}
+
+TEST(PString, DeletingWholeContentLeavesNoHandler) {
+  InspectedASCII text("abc", /*copy=*/true);
+  text.Delete(0, 3);
+  EXPECT_EQ(nullptr, text.Held());
+  EXPECT_EQ(kCodeSetASCII, text.CodeSet());
+  EXPECT_EQ(&gASCIIStringHandlerDec, text.HandlerType());
+}
+
+TEST(PString, InsertIntoEmptyStringIgnoresPosition) {
+  PString text;
+  text.Insert(PString("abc"), 17);
+  EXPECT_EQ("abc", Narrow(text));
+  PString single;
+  single.Insert(static_cast<LONG>('x'), 42);
+  EXPECT_EQ("x", Narrow(single));
+}
+
+TEST(PString, CaseVariantsAreUnequalButOrderedByCompositeOrder) {
+  PString lower("abc");
+  PString upper("ABC");
+  EXPECT_FALSE(lower == upper);
+  EXPECT_TRUE(lower != upper);
+  // Equal ignoring case and (in the "C" locale) decided by collation, which
+  // is byte order: 'A' < 'a'.
+  qvtest::ScopedLocale c("C");
+  LONG composite = lower.CompareTo(upper, kStrCompComposite);
+  EXPECT_EQ(0, lower.CompareTo(upper, kStrCompIgnoreCase));
+  EXPECT_GT(composite, 0);
+  EXPECT_TRUE(upper < lower);
+  EXPECT_TRUE(lower > upper);
+  EXPECT_EQ(composite > 0, lower > upper);
+  EXPECT_EQ(composite < 0, lower < upper);
+}
+
+TEST(PString, EmptyStringsCompareBelowOthersInEveryMode) {
+  const TypStringComp kModes[] = {kStrCompExact, kStrCompIgnoreCase, kStrCompCollate,
+                                  kStrCompNoCase, kStrCompComposite};
+  PString empty;
+  PString alsoEmpty("");
+  PString text("a");
+  for (TypStringComp mode : kModes) {
+    SCOPED_TRACE(mode);
+    EXPECT_LT(empty.CompareTo(text, mode), 0);
+    EXPECT_GT(text.CompareTo(empty, mode), 0);
+    EXPECT_EQ(0, empty.CompareTo(alsoEmpty, mode));
+    EXPECT_EQ(0, alsoEmpty.CompareTo(empty, mode));
+  }
+}
+
+TEST(PString, ForwardSearchPastRoomReturnsNotFoundWithoutHandler) {
+  CountingHandler* handler = new CountingHandler("abcdef", 6);
+  InspectedString text(handler);
+  EXPECT_EQ(kStringNotFound, text.FindForward(PString("def"), 4, kStrCompExact));
+  EXPECT_EQ(0, handler->calls);
+  EXPECT_EQ(3u, text.FindForward(PString("def"), 3, kStrCompExact));
+  EXPECT_EQ(1, handler->calls);
+}
+
+TEST(PString, CopyThenChangeLeavesSourceUnchanged) {
+  InspectedString source(PString("abc", /*copy=*/true));
+  InspectedString copy(source);
+  EXPECT_EQ(source.Held(), copy.Held());
+  EXPECT_EQ(2u, source.Held()->NumSmartLocks());
+  copy += "d";
+  EXPECT_NE(source.Held(), copy.Held());
+  EXPECT_EQ("abc", Narrow(source));
+  EXPECT_EQ("abcd", Narrow(copy));
+}
+
+TEST(PString, FreeTypeAsciiTextReceivingUnicodeBecomesUnicode) {
+  PString text(PASCIIString("ab", /*copy=*/true));
+  ASSERT_EQ(&gASCIIStringHandlerDec, text.HandlerType());
+  text += PUNIString(kWideAbc, /*copy=*/true);
+  EXPECT_EQ(kCodeSetUnicode, text.CodeSet());
+  EXPECT_EQ(5u, text.Len());
+  EXPECT_EQ(LONG('c'), text.GetChar(4));
+}
+
+// --- Construction and globals ----------------------------------------------
+
+TEST(PString, GlobalsHaveTheirTexts) {
+  EXPECT_FALSE(gConstStrForceCopy);
+  EXPECT_STREQ("", gVoidCharString);
+  EXPECT_STREQ("Undefined Resource String", gUndefinedString);
+}
+
+TEST(PString, FreeTypeStringFromNarrowTextIsMultibyte) {
+  PString text("abc");
+  EXPECT_EQ(&gMBStringHandlerDec, text.HandlerType());
+  EXPECT_EQ(kCodeSetASCII, text.CodeSet());
+  EXPECT_EQ(3u, text.Len());
+}
+
+TEST(PString, LiteralIsBorrowedUnlessForceCopyIsSet) {
+  static const char kText[] = "borrowed";
+  InspectedString borrowed{PString(kText)};
+  EXPECT_EQ(static_cast<const void*>(kText), borrowed.Held()->GetContent());
+  EXPECT_FALSE(borrowed.Held()->CanBeModified());
+  qvtest::ScopedForceCopy force(true);
+  InspectedString copied{PString(kText)};
+  EXPECT_NE(static_cast<const void*>(kText), copied.Held()->GetContent());
+}
+
+TEST(PString, WideTextBuildsUnicodeString) {
+  PString text(kWideAbc, /*copy=*/true);
+  EXPECT_EQ(kCodeSetUnicode, text.CodeSet());
+  EXPECT_EQ(3u, text.Len());
+  EXPECT_EQ(6u, text.Size());
+  EXPECT_EQ(8u, text.FullSize());
+}
+
+TEST(PString, EmptyStringQueriesAnswerZero) {
+  PString empty;
+  EXPECT_EQ(0u, empty.Len());
+  EXPECT_EQ(0u, empty.Size());
+  EXPECT_EQ(0u, empty.FullSize());
+  EXPECT_TRUE(empty.IsEmpty());
+  EXPECT_FALSE(empty.IsNotEmpty());
+  EXPECT_EQ(0, empty.GetChar(0));
+  EXPECT_EQ(nullptr, empty.HandlerType());
+}
+
+TEST(PString, NullTextGivesEmptyString) {
+  PString text(static_cast<const char*>(nullptr), true);
+  EXPECT_TRUE(text.IsEmpty());
+}
+
+// --- Assignment, copy-on-write, widening ------------------------------------
+
+TEST(PString, SelfAssignmentKeepsContent) {
+  PString text("abc", true);
+  PString& alias = text;
+  text = alias;
+  EXPECT_EQ("abc", Narrow(text));
+}
+
+TEST(PString, DeclaredTypeConvertsAssignedHandler) {
+  InspectedASCII ascii;
+  ascii = PString("xyz");   // multibyte in
+  EXPECT_EQ(&gASCIIStringHandlerDec, ascii.Held()->GetHandlerType());
+  EXPECT_STREQ("xyz", static_cast<const char*>(ascii));
+}
+
+TEST(PString, FreeTypeSharesAssignedHandler) {
+  InspectedString source(PString("abc", true));
+  InspectedString target;
+  target = source;
+  EXPECT_EQ(source.Held(), target.Held());
+}
+
+TEST(PString, FreeTypeAsciiWidensToMultibyteForMultibyteContent) {
+  qvtest::ScopedDoubleByteLocale locale;
+  if (!locale.active())
+    GTEST_SKIP() << "no double-byte locale on this system";
+  PString text(PASCIIString("ab", true));
+  text += PString(locale.doubleByte(), true);
+  EXPECT_EQ(&gMBStringHandlerDec, text.HandlerType());
+  EXPECT_EQ(kCodeSetMultiByte, text.CodeSet());
+}
+
+TEST(PString, UnicodeStringNeverNarrows) {
+  PString text(kWideAbc, true);
+  text += PString("de");
+  text += PASCIIString("f", true);
+  EXPECT_EQ(kCodeSetUnicode, text.CodeSet());
+  EXPECT_EQ(6u, text.Len());
+}
+
+TEST(PString, SharedStringMutationsDuplicateFirst) {
+  InspectedString source(PString("abcdef", true));
+  struct Step {
+    const char* name;
+    void (*change)(PString&);
+    const char* expected;
+  };
+  const Step kSteps[] = {
+      {"Delete", [](PString& s) { s.Delete(1, 2); }, "adef"},
+      {"SetChar", [](PString& s) { s.SetChar(0, 'z'); }, "zbcdef"},
+      {"Insert", [](PString& s) { s.Insert("xy", 3); }, "abcxydef"},
+      {"InsertChar", [](PString& s) { s.Insert(LONG('q'), 0); }, "qabcdef"},
+  };
+  for (const Step& step : kSteps) {
+    SCOPED_TRACE(step.name);
+    InspectedString copy(source);
+    step.change(copy);
+    EXPECT_EQ(step.expected, Narrow(copy));
+    EXPECT_EQ("abcdef", Narrow(source));
+    EXPECT_NE(source.Held(), copy.Held());
+  }
+}
+
+TEST(PString, PrivateStringIsChangedInPlace) {
+  InspectedString text(PString("abcdef", true));
+  PStringHandler* before = text.Held();
+  text.Delete(0, 1);
+  EXPECT_EQ(before, text.Held());
+}
+
+TEST(PString, DeleteClampsAndIgnoresStartPastEnd) {
+  PString text("abcdef", true);
+  text.Delete(10, 2);
+  EXPECT_EQ("abcdef", Narrow(text));
+  text.Delete(4, 100);
+  EXPECT_EQ("abcd", Narrow(text));
+}
+
+TEST(PString, SetCharPastEndIsIgnored) {
+  PString text("abc", true);
+  text.SetChar(3, 'x');
+  EXPECT_EQ("abc", Narrow(text));
+}
+
+TEST(PString, SlicesClampTheirRange) {
+  PString text("abcdef", true);
+  EXPECT_EQ("abc", Narrow(text.Left(3)));
+  EXPECT_EQ("abcdef", Narrow(text.Left(99)));
+  EXPECT_EQ("cd", Narrow(text.Mid(2, 2)));
+  EXPECT_EQ("ef", Narrow(text.Mid(4, 99)));
+  EXPECT_TRUE(text.Mid(6, 1).IsEmpty());
+  EXPECT_EQ("ef", Narrow(text.Right(2)));
+  EXPECT_EQ("abcdef", Narrow(text.Right(99)));
+  EXPECT_TRUE(PString().Left(3).IsEmpty());
+}
+
+TEST(PString, AppendOperatorsAppendAtEnd) {
+  PString text;
+  text += "ab";
+  text += PString("cd");
+  text += 'e';
+  EXPECT_EQ("abcde", Narrow(text));
+}
+
+// --- Searching ----------------------------------------------------------------
+
+TEST(PString, ForwardSearchesRejectOutOfRangeStart) {
+  PString text("abcabc", true);
+  EXPECT_EQ(3u, text.FindForward("abc", 1, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, text.FindForward("abc", 4, kStrCompExact));
+  EXPECT_EQ(5u, text.FindForward(LONG('c'), 5, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, text.FindForward(LONG('c'), 6, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, text.FindForward(LONG('c'), 0xFFFFFFFFu, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, text.FindForward("abc", 0xFFFFFFFFu, kStrCompExact));
+}
+
+TEST(PString, BackwardSearchesClampStart) {
+  PString text("abcabc", true);
+  EXPECT_EQ(3u, text.FindBackward("abc", 1000, kStrCompExact));
+  EXPECT_EQ(0u, text.FindBackward("abc", 2, kStrCompExact));
+  EXPECT_EQ(5u, text.FindBackward(LONG('c'), 1000, kStrCompExact));
+  EXPECT_EQ(2u, text.FindBackward(LONG('c'), 4, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, text.FindBackward("abcabcx", 1000, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, PString().FindBackward(LONG('a'), 0, kStrCompExact));
+}
+
+TEST(PString, SearchesFollowTheMode) {
+  PString text("Hello World", true);
+  EXPECT_EQ(kStringNotFound, text.FindForward("world", 0, kStrCompExact));
+  EXPECT_EQ(6u, text.FindForward("world", 0, kStrCompIgnoreCase));
+  EXPECT_EQ(6u, text.FindForward("WORLD", 0, kStrCompNoCase));
+  EXPECT_EQ(6u, text.FindForward(LONG('w'), 0, kStrCompIgnoreCase));
+  EXPECT_EQ(6u, text.FindBackward("wORLD", 100, kStrCompIgnoreCase));
+}
+
+TEST(PString, SearchesAcrossEncodings) {
+  PString wide(kWideAbc, true);
+  EXPECT_EQ(1u, wide.FindForward("bc", 0, kStrCompExact));
+  PString narrow("xxabc", true);
+  EXPECT_EQ(2u, narrow.FindForward(PUNIString(kWideAbc, true), 0, kStrCompExact));
+}
+
+// --- Comparison ---------------------------------------------------------------
+
+TEST(PString, ComparisonTableInEveryMode) {
+  qvtest::ScopedLocale c("C");
+  struct Row {
+    const char* a;
+    const char* b;
+    TypStringComp mode;
+    int sign;
+  };
+  const Row kRows[] = {
+      {"abc", "abc", kStrCompExact, 0},      {"abc", "abd", kStrCompExact, -1},
+      {"abc", "ab", kStrCompExact, 1},       {"abc", "ABC", kStrCompExact, 1},
+      {"abc", "ABC", kStrCompIgnoreCase, 0}, {"abc", "ABD", kStrCompIgnoreCase, -1},
+      {"abc", "ABC", kStrCompNoCase, 0},     {"abc", "ABC", kStrCompCollate, 1},
+      {"ABC", "abc", kStrCompComposite, -1}, {"abd", "ABC", kStrCompComposite, 1},
+      {"abc", "abc", kStrCompComposite, 0},
+  };
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(std::string(row.a) + " vs " + row.b + " mode " + std::to_string(row.mode));
+    LONG result = PString(row.a).CompareTo(PString(row.b), row.mode);
+    EXPECT_EQ(row.sign, result < 0 ? -1 : (result > 0 ? 1 : 0));
+    // Every encoding pairing gives the same sign.
+    LONG wide = PUNIString(PString(row.a)).CompareTo(PASCIIString(row.b), row.mode);
+    EXPECT_EQ(row.sign, wide < 0 ? -1 : (wide > 0 ? 1 : 0));
+    LONG mixed = PASCIIString(row.a).CompareTo(PUNIString(PString(row.b)), row.mode);
+    EXPECT_EQ(row.sign, mixed < 0 ? -1 : (mixed > 0 ? 1 : 0));
+  }
+}
+
+TEST(PString, CharPointerOperatorsMatchStringOperators) {
+  PString text("abc");
+  EXPECT_TRUE(text == "abc");
+  EXPECT_TRUE(text != "ABC");
+  EXPECT_TRUE(text < "abd");
+  EXPECT_TRUE(text <= "abc");
+  EXPECT_TRUE(text > "abb");
+  EXPECT_TRUE(text >= "abc");
+}
+
+// --- Parameter substitution --------------------------------------------------
+
+TEST(PString, FindNextParameterReportsNameAndLength) {
+  PString text("x ^name^ y");
+  PASCIIString name;
+  ULONG length = 0;
+  EXPECT_EQ(2u, text.FindNextParameter(&name, &length, 0));
+  EXPECT_EQ(6u, length);
+  EXPECT_STREQ("name", static_cast<const char*>(name));
+}
+
+TEST(PString, FindNextParameterEscapeHasEmptyName) {
+  PString text("a^^b");
+  PASCIIString name("old", true);
+  ULONG length = 0;
+  EXPECT_EQ(1u, text.FindNextParameter(&name, &length, 0));
+  EXPECT_EQ(2u, length);
+  EXPECT_TRUE(name.IsEmpty());
+}
+
+TEST(PString, FindNextParameterWithoutPairLeavesOutputsAlone) {
+  PString text("a^b");
+  PASCIIString name("old", true);
+  ULONG length = 77;
+  EXPECT_EQ(kStringNotFound, text.FindNextParameter(&name, &length, 0));
+  EXPECT_EQ(77u, length);
+  EXPECT_STREQ("old", static_cast<const char*>(name));
+  EXPECT_EQ(kStringNotFound, PString("^a^").FindNextParameter(&name, &length, 1));
+}
+
+TEST(PString, SetParameterReplacesFirstOccurrenceIgnoringCase) {
+  PString text("****^module^: UNDEFINED RESOURCE STRING #^num^**** ^MODULE^");
+  text.SetParameter(PASCIIString("Module"), PString("core"));
+  EXPECT_EQ("****core: UNDEFINED RESOURCE STRING #^num^**** ^MODULE^", Narrow(text));
+  text.SetParameter(PASCIIString("absent"), PString("x"));
+  EXPECT_EQ("****core: UNDEFINED RESOURCE STRING #^num^**** ^MODULE^", Narrow(text));
+}
+
+TEST(PString, SetParameterByIndexUsesDecimalName) {
+  PString text("^0^ and ^12^");
+  text.SetParameter(12, PString("twelve")).SetParameter(0, PString("zero"));
+  EXPECT_EQ("zero and twelve", Narrow(text));
+}
+
+TEST(PString, ValidateParamsReplacesPlaceholdersAndUnescapesCarets) {
+  struct Row {
+    const char* text;
+    const char* value;
+    const char* expected;
+  };
+  const Row kRows[] = {
+      {"a ^x^ b", "?", "a ? b"},
+      {"a ^x^ b", "", "a  b"},
+      {"5 ^^ 6", "?", "5 ^ 6"},
+      // The caret kept from an escape is searched again and pairs with the
+      // next one.
+      {"^^x^y", "?", "?y"},
+      {"no params", "?", "no params"},
+      {"^a^^b^", "-", "--"},
+  };
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.text);
+    PString text(row.text);
+    text.ValidateParams(PString(row.value));
+    EXPECT_EQ(row.expected, Narrow(text));
+  }
+}
+
+TEST(PString, ValidateParamsWithCaretInValueTerminates) {
+  // Used to loop forever: the inserted value was searched again.
+  PString text("^a^ ^b^");
+  text.ValidateParams(PString("^x^"));
+  EXPECT_EQ("^x^ ^x^", Narrow(text));
+}
