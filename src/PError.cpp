@@ -2,8 +2,14 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PError.h>
 
+#include <qvbase/GDbg.h>
 #include <qvbase/MemoryManager.h>
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PErrorProtection.h>
 #include <qvbase/PList.h>
+#include <qvbase/PMBString.h>
+
+#include <cstdio>
 
 #include <cstring>
 #include <new>
@@ -215,6 +221,154 @@ int PError::GetIntegerInfo(const char* key, int defaultValue) const {
 bool PError::HasStringInfo(const char* key) const { return HasErrorInfo(key, ErrorTagString); }
 
 bool PError::HasIntegerInfo(const char* key) const { return HasErrorInfo(key, ErrorTagInteger); }
+
+void PError::SetStringInfo(const char* key, const PMBString& value) {
+  // The stored size is the handler's full size, which for multibyte text
+  // counts two bytes past the content. Only the content and its terminator
+  // are read - a borrowed text has nothing behind its terminator - and the
+  // rest is zero.
+  const ULONG full = value.FullSize();
+  if (full == 0) {
+    SetErrorInfo(key, ErrorTagString, nullptr, 0);
+    return;
+  }
+  std::string bytes(static_cast<const char*>(value), value.Size());
+  bytes.resize(full, '\0');
+  SetErrorInfo(key, ErrorTagString, bytes.data(), full);
+}
+
+PMBString PError::GetStringInfo(const char* key, const char* defaultText) const {
+  const void* data = nullptr;
+  ULONG size = 0;
+  if (!GetErrorInfo(key, ErrorTagString, &data, &size))
+    return PMBString(defaultText, true);
+  if (!data || size == 0)
+    return PMBString();
+  // A stored text may come from outside (the object-model bridge): it ends
+  // at its terminator or at the end of the stored bytes, whichever is first.
+  const char* text = static_cast<const char*>(data);
+  if (std::memchr(text, 0, size))
+    return PMBString(text, true);
+  return PMBString(std::string(text, size).c_str(), true);
+}
+
+// ---------------------------------------------------------------------------
+// Display
+
+namespace {
+
+PMBString DecimalText(long long value, bool isSigned) {
+  char text[32];
+  if (isSigned)
+    std::snprintf(text, sizeof text, "%lld", value);
+  else
+    std::snprintf(text, sizeof text, "%llu", static_cast<unsigned long long>(value));
+  return PMBString(text, true);
+}
+
+// An info text that names itself (^x^ inside info "x") would be inserted
+// again and again; after this many replacements in one text the remaining
+// parameters are left as they stand.
+constexpr int kMaxReplacements = 4096;
+
+const char* SeverityDisplayName(TypErrorSeverityEnum severity) {
+  switch (severity) {
+  case ErrorSeverityWarning: return "warning";
+  case ErrorSeverityFatal: return "fatal error";
+  default: return "error";
+  }
+}
+
+} // namespace
+
+PMBString PError::ObtainUnformatedDisplayString() {
+  if (HasStringInfo("displaystring"))
+    return GetStringInfo("displaystring", "");
+  PString text;
+  if (PErrorDisplayMapper::MapError(m_code, m_severity, &text)) {
+    PMBString display(text);
+    SetStringInfo("displaystring", display);
+    return display;
+  }
+  return PMBString();
+}
+
+PMBString PError::MakeDisplayString(const PMBString& format) {
+  PMBString text(format);
+  if (text.IsEmpty())
+    return text;
+  ULONG from = 0;
+  int replacements = 0;
+  PASCIIString name;
+  ULONG length = 0;
+  for (ULONG pos; (pos = text.FindNextParameter(&name, &length, from)) != 0xFFFFFFFFu;) {
+    const char* key = name;
+    if (replacements < kMaxReplacements && HasStringInfo(key)) {
+      text.Delete(pos, length);
+      text.Insert(GetStringInfo(key, ""), pos);
+      from = pos; // the inserted text is scanned again
+      ++replacements;
+    } else if (replacements < kMaxReplacements && HasIntegerInfo(key)) {
+      text.Delete(pos, length);
+      text.Insert(DecimalText(GetIntegerInfo(key, 0), true), pos);
+      from = pos;
+      ++replacements;
+    } else {
+      from = pos + length;
+    }
+  }
+  text.SetParameter(PASCIIString("errorcode"), DecimalText(static_cast<unsigned>(m_code), false));
+  text.SetParameter(PASCIIString("errorline"), DecimalText(m_line, false));
+  text.SetParameter(PASCIIString("errorfile"), PMBString(m_file ? m_file : "", true));
+  return text;
+}
+
+PMBString PError::GetDisplayString() { return MakeDisplayString(ObtainUnformatedDisplayString()); }
+
+void PError::DbgDisplayOutput(void (*output)(const char*)) const {
+  if (!output)
+    output = GDbgGetOutputMethod();
+  if (!output)
+    return;
+  if (m_code == 0) {
+    output("No Error");
+    return;
+  }
+  // Display texts are cached in the shared info set, as for any copy.
+  PMBString display = const_cast<PError*>(this)->GetDisplayString();
+  if (display.IsNotEmpty()) {
+    output(static_cast<const char*>(display));
+    return;
+  }
+  ULONG index = 0;
+  const char* key = nullptr;
+  TypErrorTagEnum tag = ErrorTagString;
+  while (EnumErrorInfo(index, &key, &tag)) {
+    GDbgOutput(output, "(%s)", key);
+    if (tag == ErrorTagString)
+      GDbgOutput(output, "%s ", static_cast<const char*>(GetStringInfo(key, "")));
+    else if (tag == ErrorTagInteger)
+      GDbgOutput(output, "%d ", GetIntegerInfo(key, 0));
+  }
+}
+
+void PError::DbgOutput(void (*output)(const char*)) const {
+  if (!output)
+    output = GDbgGetOutputMethod();
+  if (!output)
+    return;
+  if (m_code != 0) {
+    char line[256];
+    if (m_file) {
+      output(m_file);
+      std::snprintf(line, sizeof line, "(%u): ", static_cast<unsigned>(m_line));
+      output(line);
+    }
+    std::snprintf(line, sizeof line, "%s %i: ", SeverityDisplayName(m_severity), m_code);
+    output(line);
+  }
+  DbgDisplayOutput(output);
+}
 
 // ---------------------------------------------------------------------------
 // The component-object-model error object

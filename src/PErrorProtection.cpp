@@ -2,6 +2,8 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PErrorProtection.h>
 
+#include "ErrorTrace.h"
+
 namespace {
 
 // The innermost installed protection: one chain for the whole process.
@@ -202,6 +204,7 @@ void PErrorProtectionStatus::SignalError(PError& error) {
     return;
   if (m_top)
     error = m_top->PrepareError(error);
+  qvbase::TraceErrorSignalled(error);
   // Control codes were handled where they were made: never displayed again.
   if (!IsControlCode(error.Code())) {
     TypErrorHandlingEnum handling = DisplayError(error);
@@ -212,17 +215,21 @@ void PErrorProtectionStatus::SignalError(PError& error) {
     case ErrorHandlingApplication:
       error.SetIntegerInfo("waserror", error.Code());
       error.SetCode(handling - 1);
+      qvbase::TraceErrorTransformed(error);
       throw PError(error);
     case ErrorHandlingNone:
       break;
     default:
       // Ignored, or an answer outside the defined ones: the error is dropped.
+      qvbase::TraceErrorIgnored();
       return;
     }
   }
   // A warning that nobody handled is dropped; anything else is thrown.
-  if (error.Severity() == ErrorSeverityWarning)
+  if (error.Severity() == ErrorSeverityWarning) {
+    qvbase::TraceErrorIgnored();
     return;
+  }
   throw PError(error);
 }
 

@@ -232,3 +232,112 @@ TEST(PError, FromNothingIsAnErrorWithoutContent) {
 }
 
 } // namespace
+
+#include <qvbase/PErrorProtection.h>
+#include <qvbase/PMBString.h>
+
+namespace {
+
+std::string Output(const PError& error, bool full) {
+  static std::string captured;
+  captured.clear();
+  auto collect = [](const char* text) { captured += text; };
+  if (full)
+    error.DbgOutput(collect);
+  else
+    error.DbgDisplayOutput(collect);
+  return captured;
+}
+
+TEST(PError, NoErrorDisplaysAsNoError) {
+  EXPECT_EQ(Output(PError(), false), "No Error");
+  EXPECT_EQ(Output(PError(), true), "No Error");
+}
+
+TEST(PError, StringInfoKeepsItsTerminator) {
+  PError error(1);
+  error.SetStringInfo("name", PMBString("Editor"));
+  const void* data = nullptr;
+  ULONG size = 0;
+  ASSERT_TRUE(error.GetErrorInfo("name", ErrorTagString, &data, &size));
+  EXPECT_EQ(size, PMBString("Editor").FullSize()); // the multibyte full size: content + 2
+  EXPECT_EQ(std::memcmp(data, "Editor\0", 7), 0);
+  EXPECT_STREQ(static_cast<const char*>(error.GetStringInfo("name", "x")), "Editor");
+  EXPECT_STREQ(static_cast<const char*>(error.GetStringInfo("other", "fallback")), "fallback");
+  error.SetStringInfo("empty", PMBString());
+  ASSERT_TRUE(error.GetErrorInfo("empty", ErrorTagString, &data, &size));
+  EXPECT_EQ(size, 0u);
+  EXPECT_TRUE(error.GetStringInfo("empty", "x").IsEmpty());
+}
+
+TEST(PError, FormatParametersComeFromTheInfo) {
+  PError error(1220, ErrorSeverityError, "src\\PStream", 412);
+  error.SetStringInfo("file", PMBString("report.doc"));
+  error.SetIntegerInfo("count", -3);
+  PMBString text = error.MakeDisplayString(PMBString("^file^: ^unknown^ then ^count^ items"));
+  EXPECT_STREQ(static_cast<const char*>(text), "report.doc: ^unknown^ then -3 items");
+  PMBString position = error.MakeDisplayString(PMBString("^errorcode^ at ^errorfile^ line ^errorline^"));
+  EXPECT_STREQ(static_cast<const char*>(position), "1220 at src\\PStream line 412");
+  EXPECT_TRUE(error.MakeDisplayString(PMBString()).IsEmpty());
+}
+
+TEST(PError, InsertedTextIsScannedAgain) {
+  PError error(1);
+  error.SetStringInfo("outer", PMBString("[^inner^]"));
+  error.SetStringInfo("inner", PMBString("deep"));
+  EXPECT_STREQ(static_cast<const char*>(error.MakeDisplayString(PMBString("^outer^"))), "[deep]");
+}
+
+TEST(PError, SelfNamingInfoDoesNotFormatForever) {
+  // A text that holds its own parameter would be inserted without end.
+  PError error(1);
+  error.SetStringInfo("loop", PMBString("^loop^"));
+  PMBString text = error.MakeDisplayString(PMBString("x^loop^y"));
+  EXPECT_STREQ(static_cast<const char*>(text), "x^loop^y");
+}
+
+class CountingMapper : public PErrorDisplayMapper {
+public:
+  bool Map(int, TypErrorSeverityEnum, PString* text) override {
+    ++maps;
+    *text = PMBString("cannot read ^file^ (^errorcode^)");
+    return true;
+  }
+  bool Accepts(int code) override { return code == 1227; }
+  int maps = 0;
+};
+
+TEST(PError, MapperTextIsKeptForTheNextDisplay) {
+  CountingMapper mapper;
+  PError error(1227, ErrorSeverityError);
+  error.SetStringInfo("file", PMBString("a.txt"));
+  EXPECT_STREQ(static_cast<const char*>(error.GetDisplayString()), "cannot read a.txt (1227)");
+  PError copy = error;
+  EXPECT_STREQ(static_cast<const char*>(copy.GetDisplayString()), "cannot read a.txt (1227)");
+  EXPECT_EQ(mapper.maps, 1);
+  EXPECT_TRUE(error.HasStringInfo("displaystring"));
+}
+
+TEST(PError, DebugOutputShowsPositionSeverityAndText) {
+  CountingMapper mapper;
+  PError error(1227, ErrorSeverityFatal, "src\\PStream", 12);
+  error.SetStringInfo("file", PMBString("b.txt"));
+  EXPECT_EQ(Output(error, true), "src\\PStream(12): fatal error 1227: cannot read b.txt (1227)");
+  PError noText(4711, ErrorSeverityAbort);
+  noText.SetStringInfo("app", PMBString("Editor"));
+  noText.SetIntegerInfo("n", 5);
+  EXPECT_EQ(Output(noText, true), "error 4711: (app)Editor (n)5 ");
+  PError badSeverity(4711, static_cast<TypErrorSeverityEnum>(27));
+  EXPECT_EQ(Output(badSeverity, true), "error 4711: ");
+  PError warning(4711, ErrorSeverityWarning);
+  EXPECT_EQ(Output(warning, true), "warning 4711: ");
+}
+
+TEST(PError, NullOutputWritesNothing) {
+  PError error(1220, ErrorSeverityError);
+  error.DbgOutput(nullptr);
+  error.DbgDisplayOutput(nullptr);
+  EXPECT_EQ(error.EnumErrorInfo(), 0u); // nothing was even computed
+}
+
+} // namespace

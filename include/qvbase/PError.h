@@ -67,6 +67,7 @@ inline constexpr IID IID_IQVError = {0x6F4C2A10, 0x5B7E, 0x4D39,
                                      {0x9A, 0x61, 0x0C, 0x8E, 0x2F, 0x7D, 0x13, 0xB5}};
 
 class PErrorInfoData;
+class PMBString;
 
 // The handle an error holds on its info set.
 class QVBASE_API PErrorInfoHandle : public PSmartPtr {
@@ -131,8 +132,27 @@ public:
 
   void SetIntegerInfo(const char* key, int value);
   int GetIntegerInfo(const char* key, int defaultValue) const;
+  // Stores the text with its terminator (an empty string stores 0 bytes).
+  void SetStringInfo(const char* key, const PMBString& value);
+  PMBString GetStringInfo(const char* key, const char* defaultText) const;
   bool HasStringInfo(const char* key) const;
   bool HasIntegerInfo(const char* key) const;
+
+  // The display text before formatting: string info "displaystring", else
+  // what the display mappers make of the code (then kept as
+  // "displaystring", so the mappers are asked once), else empty.
+  PMBString ObtainUnformatedDisplayString();
+  // Fills the ^name^ parameters of `format` from the info (strings as they
+  // are, integers in signed decimal), then ^errorcode^, ^errorline^ and
+  // ^errorfile^ from the error itself. Unknown parameters stay.
+  PMBString MakeDisplayString(const PMBString& format);
+  PMBString GetDisplayString();
+  // Writes the display text (or "No Error", or the info entries when there
+  // is no text) through `output`; a null output means the debug output
+  // method, which is null in this library, so nothing is written.
+  void DbgDisplayOutput(void (*output)(const char*)) const;
+  // Writes "file(line): severity code: " and then the display output.
+  void DbgOutput(void (*output)(const char*)) const;
 
   // A new error object carrying this error, with one reference for the
   // caller; null when it cannot be allocated.

@@ -1,0 +1,207 @@
+// The error trace log: switched on by the registry, read once per process,
+// and the exact records of signalled, transformed, ignored, handled,
+// forwarded and caught errors. Each case runs in a child process, since the
+// switch is read once per process.
+#include <qvbase/GDbg.h>
+#include <qvbase/PErrorProtection.h>
+
+#include "native/Process.h"
+#include "native/Registry.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace native = qvbase::native;
+
+const char kFile[] = "src\\Trace";
+
+void Raise(int code, TypErrorSeverityEnum severity, ULONG line) {
+  PError error(code, severity, kFile, line);
+  PError prepared = PErrorProtectionStatus().PrepareError(error);
+  PErrorProtectionStatus().SignalError(prepared);
+}
+
+class AnswerHook : public PErrorHook {
+public:
+  explicit AnswerHook(TypErrorHandlingEnum answer) : m_answer(answer) {}
+  TypErrorHandlingEnum DisplayError(PError&, ULONG) override { return m_answer; }
+
+private:
+  TypErrorHandlingEnum m_answer;
+};
+
+// The child's side: one scenario per name.
+int TraceRole(const std::vector<std::string>& args) {
+  const std::string scenario = args.empty() ? "" : args[0];
+  if (scenario == "warning-twice") {
+    Raise(1220, ErrorSeverityWarning, 7);
+    Raise(1220, ErrorSeverityWarning, 7);
+  } else if (scenario == "caught") {
+    try {
+      Raise(1220, ErrorSeverityError, 9);
+    } catch (const PError& error) {
+      GDbgEnterHandling(error, "app.cpp", 30);
+      GDbgErrorCatched(error, "app.cpp", 31);
+    }
+  } else if (scenario == "forwarded") {
+    try {
+      try {
+        Raise(1221, ErrorSeverityError, 5);
+      } catch (const PError& error) {
+        GDbgEnterHandling(error, "inner.cpp", 10);
+        GDbgErrorForwarded(error, "inner.cpp", 11);
+        throw;
+      }
+    } catch (const PError& error) {
+      GDbgEnterHandling(error, "outer.cpp", 20);
+      GDbgErrorCatched(error, "outer.cpp", 21);
+    }
+  } else if (scenario == "transformed") {
+    AnswerHook hook(ErrorHandlingRetry);
+    PErrorHookProtection protection(&hook, true);
+    try {
+      Raise(1227, ErrorSeverityError, 3);
+    } catch (const PError& error) {
+      GDbgEnterHandling(error, "app.cpp", 40);
+      GDbgErrorCatched(error, "app.cpp", 41);
+    }
+  } else if (scenario == "nested") {
+    try {
+      Raise(1220, ErrorSeverityError, 1);
+    } catch (const PError& error) {
+      GDbgEnterHandling(error, "app.cpp", 50);
+      Raise(1300, ErrorSeverityWarning, 2); // while the first is handled
+      GDbgErrorCatched(error, "app.cpp", 51);
+    }
+  } else if (scenario == "no-error-mode") {
+    GDbgEnterNoErrorMode("app.cpp", 60);
+    Raise(1220, ErrorSeverityWarning, 7);
+    try {
+      Raise(1221, ErrorSeverityError, 8);
+    } catch (const PError& error) {
+      GDbgEnterHandling(error, "app.cpp", 61);
+      GDbgErrorCatched(error, "app.cpp", 62);
+    }
+    GDbgExitNoErrorMode();
+    Raise(1222, ErrorSeverityWarning, 9);
+  } else {
+    return 97;
+  }
+  return 0;
+}
+const bool kTraceRoleRegistered = qvtest::RegisterChildRole("trace", TraceRole);
+
+// Points the machine's trace switch at a file for its lifetime.
+class TraceSwitch {
+public:
+  explicit TraceSwitch(const std::string& path) {
+    EXPECT_EQ(native::CreateRegKey(native::kRegLocalMachine, "Software\\Varnel\\Config", nullptr,
+                                   native::kKeyAllAccess, &m_key, nullptr),
+              ERROR_SUCCESS);
+    EXPECT_EQ(native::SetRegValue(m_key, "errorfile", native::kRegSz,
+                                  reinterpret_cast<const BYTE*>(path.c_str()),
+                                  static_cast<DWORD>(path.size() + 1)),
+              ERROR_SUCCESS);
+  }
+  ~TraceSwitch() {
+    native::DeleteRegValue(m_key, "errorfile");
+    native::CloseRegKey(m_key);
+  }
+
+private:
+  native::RegKey m_key = nullptr;
+};
+
+// Runs one scenario in a child and returns the trace file's text.
+std::string TraceOf(const char* scenario, bool switchedOn = true) {
+  EXPECT_TRUE(kTraceRoleRegistered);
+  qvtest::ScratchRegistry registry;
+  qvtest::TempDir dir;
+  std::string path = dir.File("trace.log");
+  TraceSwitch* on = switchedOn ? new TraceSwitch(path) : nullptr;
+  qvtest::RunResult r = qvtest::Run({qvtest::SelfPath(), "--qvtest-child", "trace", scenario});
+  delete on;
+  EXPECT_EQ(r.status, 0) << r.err;
+  if (!qvtest::FileExists(path))
+    return "<no file>";
+  std::string text = qvtest::ReadFile(path);
+  // The C runtime of Windows writes line ends as CR LF.
+  for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
+    text.erase(p, 1);
+  return text;
+}
+
+TEST(GDbg, WithoutTheRegistryValueNothingIsWritten) {
+  EXPECT_EQ(TraceOf("caught", /*switchedOn=*/false), "<no file>");
+}
+
+TEST(GDbg, DroppedWarningOpensAndClosesItsBlock) {
+  const std::string block = "***\n"
+                            "src\\Trace(7): warning 1220: \n"
+                            "   --> ignored\n"
+                            "***\n";
+  // The second block starts where the first did: the depth came back.
+  EXPECT_EQ(TraceOf("warning-twice"), block + block);
+}
+
+TEST(GDbg, CaughtErrorIsOneBlockClosedAtTheOuterLevel) {
+  EXPECT_EQ(TraceOf("caught"), "***\n"
+                               "src\\Trace(9): error 1220: \n"
+                               "   --> handled by file app.cpp (line 30) and catched at line 31\n"
+                               "***\n");
+}
+
+TEST(GDbg, ForwardedErrorIsHandledTwice) {
+  EXPECT_EQ(TraceOf("forwarded"), "***\n"
+                                  "src\\Trace(5): error 1221: \n"
+                                  "   --> handled by file inner.cpp (line 10) and redispatched as error "
+                                  "1221 at line 11\n"
+                                  "   --> handled by file outer.cpp (line 20) and catched at line 21\n"
+                                  "***\n");
+}
+
+TEST(GDbg, TransformationNamesTheSeverityAndNewCode) {
+  EXPECT_EQ(TraceOf("transformed"), "***\n"
+                                    "src\\Trace(3): error 1227: \n"
+                                    "   --> transformed to error 1 :(waserror)1227 \n"
+                                    "   --> handled by file app.cpp (line 40) and catched at line 41\n"
+                                    "***\n");
+}
+
+TEST(GDbg, ErrorsRaisedWhileHandlingAreNested) {
+  EXPECT_EQ(TraceOf("nested"), "***\n"
+                               "src\\Trace(1): error 1220: \n"
+                               "   --> handled by file app.cpp (line 50)   ***\n"
+                               "   src\\Trace(2): warning 1300: \n"
+                               "      --> ignored\n"
+                               "   ***\n"
+                               " and catched at line 51\n"
+                               "***\n");
+}
+
+TEST(GDbg, NoErrorModeKeepsOnlyTheBareErrorLines) {
+  EXPECT_EQ(TraceOf("no-error-mode"), "src\\Trace(7): warning 1220: \n"
+                                      "src\\Trace(8): error 1221: \n"
+                                      "***\n"
+                                      "src\\Trace(9): warning 1222: \n"
+                                      "   --> ignored\n"
+                                      "***\n");
+}
+
+TEST(GDbg, DebugOutputIsInertButOutputFormats) {
+  EXPECT_EQ(GDbgGetOutputMethod(), nullptr);
+  GDbgPrint("nothing %d", 1);
+  GDbgStdoutMethod("nothing");
+  static std::string captured;
+  captured.clear();
+  GDbgOutput([](const char* text) { captured += text; }, "%s-%d", "a", 7);
+  EXPECT_EQ(captured, "a-7");
+  GDbgOutput(nullptr, "%s", "ignored");
+}
+
+} // namespace
