@@ -115,6 +115,78 @@ PError PErrorIntInfoProtection::PrepareError(PError& error) {
   return PError(error);
 }
 
+PErrorStringInfoProtection::PErrorStringInfoProtection(const char* key, const PMBString& value, bool set)
+    : PErrorProtection(false), m_key(key), m_value(value) {
+  if (set)
+    Set();
+}
+
+PError PErrorStringInfoProtection::PrepareError(PError& error) {
+  error.SetStringInfo(m_key, m_value);
+  return PError(error);
+}
+
+// The name protections: each names its scope in the error, then lets the
+// protections outside add theirs, and narrows the offered handlings to the
+// ones that make sense at its level.
+
+PApplicationErrorProtection::PApplicationErrorProtection(const char* name, bool set)
+    : PApplicationErrorProtection(PMBString(name, true), set) {}
+
+PApplicationErrorProtection::PApplicationErrorProtection(const PMBString& name, bool set)
+    : PErrorProtection(false), m_name(name) {
+  if (set)
+    Set();
+}
+
+PError PApplicationErrorProtection::PrepareError(PError& error) {
+  error.SetStringInfo("appname", m_name);
+  return PErrorProtection::PrepareError(error);
+}
+
+void PApplicationErrorProtection::PrepareDisplayMask(PError& error, ULONG* mask) const {
+  PErrorProtection::PrepareDisplayMask(error, mask);
+  *mask = (*mask & ~(kErrorMaskRetry | kErrorMaskItem | kErrorMaskAction)) | kErrorMaskApplication;
+}
+
+PActionErrorProtection::PActionErrorProtection(const char* name, bool set)
+    : PActionErrorProtection(PMBString(name, true), set) {}
+
+PActionErrorProtection::PActionErrorProtection(const PMBString& name, bool set)
+    : PErrorProtection(false), m_name(name) {
+  if (set)
+    Set();
+}
+
+PError PActionErrorProtection::PrepareError(PError& error) {
+  error.SetStringInfo("actionname", m_name);
+  return PErrorProtection::PrepareError(error);
+}
+
+void PActionErrorProtection::PrepareDisplayMask(PError& error, ULONG* mask) const {
+  PErrorProtection::PrepareDisplayMask(error, mask);
+  *mask = (*mask & ~(kErrorMaskRetry | kErrorMaskItem)) | kErrorMaskAction;
+}
+
+PItemErrorProtection::PItemErrorProtection(const char* name, bool set)
+    : PItemErrorProtection(PMBString(name, true), set) {}
+
+PItemErrorProtection::PItemErrorProtection(const PMBString& name, bool set)
+    : PErrorProtection(false), m_name(name) {
+  if (set)
+    Set();
+}
+
+PError PItemErrorProtection::PrepareError(PError& error) {
+  error.SetStringInfo("itemname", m_name);
+  return PErrorProtection::PrepareError(error);
+}
+
+void PItemErrorProtection::PrepareDisplayMask(PError& error, ULONG* mask) const {
+  PErrorProtection::PrepareDisplayMask(error, mask);
+  *mask = (*mask & ~kErrorMaskRetry) | kErrorMaskItem;
+}
+
 PQVErrorHandlerProtection::PQVErrorHandlerProtection(void* object, bool set)
     : PErrorProtection(false), m_handler(nullptr) {
   if (object) {

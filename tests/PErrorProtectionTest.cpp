@@ -289,6 +289,55 @@ TEST(PErrorProtection, HandlerProtectionWithoutAHandlerDoesNothing) {
   EXPECT_EQ(thrown.Code(), 1220);
 }
 
+TEST(PErrorProtection, StringInfoProtectionStopsThePreparation) {
+  PApplicationErrorProtection application("Editor", true);
+  PErrorStringInfoProtection detail("document", PMBString("report.doc"), true);
+  PError error(1220, ErrorSeverityError);
+  PError prepared = PErrorProtectionStatus().PrepareError(error);
+  EXPECT_STREQ(static_cast<const char*>(prepared.GetStringInfo("document", "")), "report.doc");
+  EXPECT_FALSE(prepared.HasStringInfo("appname"));
+}
+
+TEST(PErrorProtection, NameProtectionsNameTheirScopesAndForward) {
+  PApplicationErrorProtection application("Editor", true);
+  PActionErrorProtection action(PMBString("Save"), true);
+  PItemErrorProtection item("chapter 3", true);
+  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+  EXPECT_STREQ(static_cast<const char*>(thrown.GetStringInfo("appname", "")), "Editor");
+  EXPECT_STREQ(static_cast<const char*>(thrown.GetStringInfo("actionname", "")), "Save");
+  EXPECT_STREQ(static_cast<const char*>(thrown.GetStringInfo("itemname", "")), "chapter 3");
+}
+
+TEST(PErrorProtection, DisplayMaskGrowsFromTheOutsideIn) {
+  // An application protection outside an action protection outside a retry
+  // protection: 2, then 34, then 50, then 54; an error of severity 29 is
+  // offered 54 AND 29 = 20, retry and action.
+  PApplicationErrorProtection application("Editor", true);
+  PActionErrorProtection action("Save", true);
+  PErrorRetryProtection retry(true);
+  CountingHook hook(ErrorHandlingNone);
+  PErrorHookProtection ask(&hook, true);
+  PError error(1220, ErrorSeverityError);
+  ULONG mask = 0;
+  PErrorProtectionStatus().PrepareDisplayMask(error, &mask);
+  EXPECT_EQ(mask, 20u);
+  EXPECT_EQ(PErrorProtectionStatus().DisplayError(error), ErrorHandlingNone);
+  EXPECT_EQ(hook.lastMask, 20u);
+  PError warning(1220, ErrorSeverityWarning);
+  PErrorProtectionStatus().PrepareDisplayMask(warning, &mask);
+  EXPECT_EQ(mask, 54u & 31u);
+}
+
+TEST(PErrorProtection, ItemProtectionOffersTheItemInsteadOfRetry) {
+  PErrorRetryProtection retry(true);
+  PItemErrorProtection item("row 4", true);
+  PError error(1220, ErrorSeverityError);
+  ULONG mask = 0;
+  PErrorProtectionStatus().PrepareDisplayMask(error, &mask);
+  // 2 | 4 from the retry outside, then the item withdraws 4 and offers 8.
+  EXPECT_EQ(mask, (kErrorMaskIgnore | kErrorMaskItem) & 29u);
+}
+
 class CountingMapper : public PErrorDisplayMapper {
 public:
   CountingMapper(int accepted, bool answer) : m_accepted(accepted), m_answer(answer) {}

@@ -29,6 +29,7 @@
 #pragma once
 
 #include <qvbase/PError.h>
+#include <qvbase/PMBString.h>
 #include <qvbase/PRoot.h>
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
@@ -137,6 +138,57 @@ struct IQVErrorHandler : public IUnknown {
 // {A4E6DCF2-F1C8-11D2-9F6F-0080C84E04AB}
 inline constexpr IID IID_IQVErrorHandler = {0xA4E6DCF2, 0xF1C8, 0x11D2,
                                             {0x9F, 0x6F, 0x00, 0x80, 0xC8, 0x4E, 0x04, 0xAB}};
+
+// Adds one string detail to every error; does not forward the preparation,
+// so protections outside it add nothing.
+class QVBASE_API PErrorStringInfoProtection : public PErrorProtection {
+public:
+  PErrorStringInfoProtection(const char* key, const PMBString& value, bool set);
+  PError PrepareError(PError& error) override;
+
+private:
+  const char* m_key;
+  PMBString m_value;
+};
+
+// Names the application in every error ("appname") and offers only giving
+// up the application: retry, item and action are withdrawn, 32 is offered.
+class QVBASE_API PApplicationErrorProtection : public PErrorProtection {
+public:
+  PApplicationErrorProtection(const char* name, bool set);
+  PApplicationErrorProtection(const PMBString& name, bool set);
+  PError PrepareError(PError& error) override;
+  void PrepareDisplayMask(PError& error, ULONG* mask) const override;
+
+private:
+  PMBString m_name;
+};
+
+// Names the action ("actionname"): retry and item are withdrawn, giving up
+// the action (16) is offered.
+class QVBASE_API PActionErrorProtection : public PErrorProtection {
+public:
+  PActionErrorProtection(const char* name, bool set);
+  PActionErrorProtection(const PMBString& name, bool set);
+  PError PrepareError(PError& error) override;
+  void PrepareDisplayMask(PError& error, ULONG* mask) const override;
+
+private:
+  PMBString m_name;
+};
+
+// Names the item ("itemname"): retry is withdrawn, giving up the item (8)
+// is offered.
+class QVBASE_API PItemErrorProtection : public PErrorProtection {
+public:
+  PItemErrorProtection(const char* name, bool set);
+  PItemErrorProtection(const PMBString& name, bool set);
+  PError PrepareError(PError& error) override;
+  void PrepareDisplayMask(PError& error, ULONG* mask) const override;
+
+private:
+  PMBString m_name;
+};
 
 // Hands all three steps to an external error handler (a COM object). Without
 // a handler it answers "none" and prepares nothing; it never forwards.
