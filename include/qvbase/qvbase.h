@@ -22,3 +22,4 @@
 #include <qvbase/PError.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/WINError.h>
+#include <qvbase/PStringConversions.h>
