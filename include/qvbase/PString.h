@@ -36,8 +36,9 @@ class PStringHandler;
 // What searches return when nothing is found.
 constexpr ULONG kStringNotFound = 0xFFFFFFFFu;
 
-// How comparisons and searches compare characters.
-enum TypStringComp {
+// How comparisons and searches compare characters. Any value other than the
+// named ones selects the exact comparison, so the type holds every int.
+enum TypStringComp : int {
   kStrCompExact = 0,        // byte or unit order
   kStrCompIgnoreCase = 1,   // case folded
   kStrCompCollate = 2,      // the locale's collation (exact for ASCII)
@@ -46,7 +47,7 @@ enum TypStringComp {
 };
 
 // The character repertoire of a handler's content.
-enum TypCodeSet {
+enum TypCodeSet : int {
   kCodeSetASCII = 1,        // 7-bit
   kCodeSetMultiByte = 2,    // the C runtime locale's multibyte code page
   kCodeSetUnicode = 3       // 16-bit units

@@ -23,3 +23,4 @@
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/WINError.h>
 #include <qvbase/GDbg.h>
+#include <qvbase/PStringConversions.h>
