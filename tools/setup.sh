@@ -16,7 +16,12 @@ packages=(
   wine64            # runs the mingw64 tests
   wine
   util-linux        # flock, used by the Wine wrapper
+  locales           # the locale tests: a decimal-comma locale, below
 )
+
+# A locale with a decimal comma, so the number-formatting tests can show
+# that the library keeps "." where the user's locale would write ",".
+need_locale() { ! locale -a 2>/dev/null | grep -qix 'de_DE.utf8'; }
 
 missing=()
 for p in "${packages[@]}"; do
@@ -24,7 +29,7 @@ for p in "${packages[@]}"; do
     missing+=("$p")
   fi
 done
-[ ${#missing[@]} -eq 0 ] && exit 0
+[ ${#missing[@]} -eq 0 ] && ! need_locale && exit 0
 
 if ! command -v apt-get >/dev/null 2>&1; then
   echo "setup: this machine has no apt-get; install these by hand: ${missing[*]}" >&2
@@ -33,6 +38,11 @@ fi
 
 sudo=()
 if [ "$(id -u)" -ne 0 ]; then
+  if [ ${#missing[@]} -eq 0 ]; then
+    echo "setup: the de_DE.UTF-8 locale is missing; number-formatting tests under a" >&2
+    echo "setup: decimal comma will be skipped (as root: locale-gen de_DE.UTF-8)" >&2
+    exit 0
+  fi
   if command -v sudo >/dev/null 2>&1 && sudo -n true 2>/dev/null; then
     sudo=(sudo -n)
   else
@@ -42,20 +52,32 @@ if [ "$(id -u)" -ne 0 ]; then
   fi
 fi
 
-echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
 log=$(mktemp)
-if ! "${sudo[@]}" apt-get update -qq >"$log" 2>&1; then
-  echo "setup: apt-get update failed (no network, or no package mirror reachable):" >&2
-  tail -n 5 "$log" >&2
-  rm -f "$log"
-  exit 1
+trap 'rm -f "$log"' EXIT
+
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "setup: installing ${missing[*]}"
+  if ! "${sudo[@]}" apt-get update -qq >"$log" 2>&1; then
+    echo "setup: apt-get update failed (no network, or no package mirror reachable):" >&2
+    tail -n 5 "$log" >&2
+    exit 1
+  fi
+  if ! "${sudo[@]}" apt-get install -y -qq "${missing[@]}" >"$log" 2>&1; then
+    echo "setup: apt-get install failed:" >&2
+    tail -n 10 "$log" >&2
+    exit 1
+  fi
 fi
-if ! "${sudo[@]}" apt-get install -y -qq "${missing[@]}" >"$log" 2>&1; then
-  echo "setup: apt-get install failed:" >&2
-  tail -n 10 "$log" >&2
-  rm -f "$log"
-  exit 1
+
+if need_locale; then
+  echo "setup: generating the de_DE.UTF-8 locale"
+  "${sudo[@]}" sed -i 's/^# *de_DE.UTF-8 UTF-8/de_DE.UTF-8 UTF-8/' /etc/locale.gen
+  grep -q '^de_DE.UTF-8 UTF-8' /etc/locale.gen || echo 'de_DE.UTF-8 UTF-8' | "${sudo[@]}" tee -a /etc/locale.gen >/dev/null
+  if ! "${sudo[@]}" locale-gen >"$log" 2>&1; then
+    echo "setup: locale-gen failed:" >&2
+    tail -n 5 "$log" >&2
+    exit 1
+  fi
 fi
-rm -f "$log"
 echo "setup: done"
