@@ -2,7 +2,9 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PUniversalID.h>
 
+#include <qvbase/PASCIIString.h>
 #include <qvbase/PErrorProtection.h>
+#include <qvbase/PStringConversions.h>
 #include <qvbase/WINError.h>
 
 #include "native/Guid.h"
@@ -13,6 +15,11 @@ namespace {
 
 const char kSourceFile[] = "src\\puniversalid";
 constexpr ULONG kCreateNewLine = 98;
+constexpr ULONG kLengthLine = 68;
+constexpr ULONG kBraceLine = 71;
+constexpr ULONG kHyphenLine = 74;
+constexpr int kInvalidArgument = 1001;
+constexpr ULONG kTextLength = 38;
 
 void Raise(const PError& mapped, TypErrorSeverityEnum severity, ULONG line) {
   PError error(mapped, severity, kSourceFile, line);
@@ -94,6 +101,50 @@ PUniversalID::PUniversalID() : m_id() {}
 PUniversalID::PUniversalID(const _GUID& id) : m_id(id) {}
 
 PUniversalID::PUniversalID(const _H2_GUID& id) { std::memcpy(&m_id, &id, sizeof m_id); }
+
+PUniversalID::PUniversalID(const PASCIIString& text) : m_id() {
+  // Each check raises on its own; a signal that returns lets parsing go on.
+  if (text.Len() != kTextLength)
+    Raise(PError(kInvalidArgument), ErrorSeverityAbort, kLengthLine);
+  if (text.GetChar(0) != '{' || text.GetChar(37) != '}')
+    Raise(PError(kInvalidArgument), ErrorSeverityAbort, kBraceLine);
+  if (text.GetChar(9) != '-' || text.GetChar(14) != '-' || text.GetChar(19) != '-' ||
+      text.GetChar(24) != '-')
+    Raise(PError(kInvalidArgument), ErrorSeverityAbort, kHyphenLine);
+  m_id.Data1 = HexaToUInt32(PASCIIString(text.Mid(1, 8)));
+  m_id.Data2 = HexaToUInt16(PASCIIString(text.Mid(10, 4)));
+  m_id.Data3 = HexaToUInt16(PASCIIString(text.Mid(15, 4)));
+  const ULONG pairs[8] = {20, 22, 25, 27, 29, 31, 33, 35};
+  for (int i = 0; i < 8; ++i)
+    m_id.Data4[i] = HexaToUInt8(PASCIIString(text.Mid(pairs[i], 2)));
+}
+
+PUniversalID::operator PString() const {
+  // Built in one buffer; the digits are those of the fixed-width
+  // hexadecimal conversions, upper case.
+  static const char kDigits[] = "0123456789ABCDEF";
+  char text[kTextLength + 1];
+  char* p = text;
+  auto put = [&p](std::uint32_t value, int digits) {
+    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4)
+      *p++ = kDigits[(value >> shift) & 0xF];
+  };
+  *p++ = '{';
+  put(m_id.Data1, 8);
+  *p++ = '-';
+  put(m_id.Data2, 4);
+  *p++ = '-';
+  put(m_id.Data3, 4);
+  *p++ = '-';
+  put(m_id.Data4[0], 2);
+  put(m_id.Data4[1], 2);
+  *p++ = '-';
+  for (int i = 2; i < 8; ++i)
+    put(m_id.Data4[i], 2);
+  *p++ = '}';
+  *p = '\0';
+  return PString(text, /*copy=*/true);
+}
 
 PUniversalID::PUniversalID(const PUniversalID& other) : PRoot(other), m_id(other.m_id) {}
 

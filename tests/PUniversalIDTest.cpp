@@ -160,3 +160,139 @@ TEST(PAutomaticUID, TwentyCodesFillBothHalvesAndTheRestOnlyCountInTheSum) {
 }
 
 } // namespace
+
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PErrorProtection.h>
+#include <qvbase/PMBString.h>
+
+#include <random>
+
+namespace {
+
+std::string Text(const PUniversalID& id) {
+  PMBString text = static_cast<PString>(id);
+  return static_cast<const char*>(text);
+}
+
+PError ParseError(const char* text) {
+  try {
+    PUniversalID id{PASCIIString(text, true)};
+  } catch (const PError& error) {
+    return error;
+  }
+  return PError(-1);
+}
+
+TEST(PUniversalID, NullIdentifierText) {
+  EXPECT_EQ(Text(PUniversalID()), "{00000000-0000-0000-0000-000000000000}");
+}
+
+TEST(PUniversalID, TextHasUpperCaseFullWidthFields) {
+  _GUID g = MakeGuid(0xA, 0xBC, 0xDEF, {0x1, 0xAB, 0, 0xFF, 0x10, 0x2, 0x3, 0xC4});
+  EXPECT_EQ(Text(PUniversalID(g)), "{0000000A-00BC-0DEF-01AB-00FF100203C4}");
+  EXPECT_EQ(Text(PUniversalID(IID_IStream)), "{0000000C-0000-0000-C000-000000000046}");
+}
+
+TEST(PUniversalID, TextRoundTripsForAnyIdentifier) {
+  std::mt19937 random(1213);
+  for (int i = 0; i < 500; ++i) {
+    _GUID g;
+    g.Data1 = random();
+    g.Data2 = static_cast<std::uint16_t>(random());
+    g.Data3 = static_cast<std::uint16_t>(random());
+    for (auto& b : g.Data4)
+      b = static_cast<std::uint8_t>(random());
+    PUniversalID id(g);
+    std::string text = Text(id);
+    ASSERT_EQ(text.size(), 38u);
+    EXPECT_EQ(text.find_first_of("abcdef"), std::string::npos) << text;
+    PUniversalID back{PASCIIString(text.c_str(), true)};
+    ASSERT_TRUE(back == id) << text;
+  }
+}
+
+TEST(PUniversalID, LowerCaseDigitsParseToo) {
+  PUniversalID id{PASCIIString("{0000000c-0000-0000-c000-000000000046}")};
+  EXPECT_TRUE(id == IID_IStream);
+}
+
+TEST(PUniversalID, ParsingChecksLengthThenBracesThenHyphens) {
+  struct Row {
+    const char* what;
+    const char* text;
+    ULONG line;
+  };
+  const Row rows[] = {
+      {"no braces (36 characters)", "00000000-0000-0000-0000-000000000000", 68},
+      {"one too long", "{00000000-0000-0000-0000-000000000000}}", 68},
+      {"empty", "", 68},
+      {"round bracket", "(00000000-0000-0000-0000-000000000000}", 71},
+      {"no closing brace", "{00000000-0000-0000-0000-0000000000000", 71},
+      {"plus at 19", "{00000000-0000-0000+0000-000000000000}", 74},
+      {"no hyphen at 9", "{000000000000-0000-0000-000000000000-}", 74},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    PError error = ParseError(row.text);
+    EXPECT_EQ(error.Code(), 1001);
+    EXPECT_EQ(error.Severity(), ErrorSeverityAbort);
+    EXPECT_STREQ(error.File(), "src\\puniversalid");
+    EXPECT_EQ(error.Line(), row.line);
+  }
+}
+
+class IgnoreEverything : public PErrorHook {
+public:
+  TypErrorHandlingEnum DisplayError(PError&, ULONG) override {
+    ++calls;
+    return ErrorHandlingIgnore;
+  }
+  int calls = 0;
+};
+
+TEST(PUniversalID, IgnoredParseErrorsGoOnAndReadTheFields) {
+  IgnoreEverything hook;
+  PErrorHookProtection protection(&hook, true);
+  // Wrong brace and wrong hyphen: two errors, both ignored; the fields are
+  // still read from their places.
+  PUniversalID id{PASCIIString("(0000000C-0000-0000+C000-000000000046}")};
+  EXPECT_EQ(hook.calls, 2);
+  EXPECT_TRUE(id == IID_IStream);
+}
+
+} // namespace
+
+namespace {
+
+// Thousands of random and cut texts through the parser, with every error
+// ignored so that each check and the field readers see the bad text.
+TEST(PUniversalID, RandomAndTruncatedTextNeverBreaksTheParser) {
+  IgnoreEverything hook;
+  PErrorHookProtection protection(&hook, true);
+  const std::string alphabet = "{}-0123456789abcdefABCDEFgxyz+() \x80\xFF";
+  std::mt19937 random(99);
+  const std::string valid = "{0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F9}";
+  for (int round = 0; round < 4000; ++round) {
+    std::string text;
+    if (round % 2) {
+      text = valid.substr(0, random() % (valid.size() + 1));
+    } else {
+      std::size_t n = random() % 45;
+      for (std::size_t i = 0; i < n; ++i)
+        text += alphabet[random() % alphabet.size()];
+    }
+    try {
+      PUniversalID id{PASCIIString(text.c_str(), true)};
+      if (text == valid) {
+        EXPECT_EQ(Text(id), valid);
+      }
+    } catch (const PError& error) {
+      // Only the hexadecimal readers may still throw (their errors are not
+      // warnings); nothing else escapes.
+      EXPECT_NE(error.Code(), 0);
+    }
+  }
+  EXPECT_GT(hook.calls, 0);
+}
+
+} // namespace

@@ -22,6 +22,9 @@
 
 #include <cstdint>
 
+class PASCIIString;
+class PString;
+
 // The same 16-byte layout as _GUID, under the name some clients use.
 struct _H2_GUID {
   std::uint32_t Data1;
@@ -48,6 +51,15 @@ public:
   bool operator!=(const PUniversalID& other) const;
   bool operator==(const _GUID& other) const;
   bool operator!=(const _GUID& other) const;
+
+  // Parses the 38-character text form, {XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}.
+  // A text of another length, without its braces or without its hyphens
+  // raises error 1001 (severity 25); when a protection lets the signal
+  // return, parsing goes on and the fields are read from whatever is there.
+  explicit PUniversalID(const PASCIIString& text);
+
+  // The 38-character text form, upper-case digits, every field full width.
+  operator PString() const;
 
   // Replaces the identifier by a fresh random one. A failure of the platform
   // raises its mapped error (severity 29); when that returns, the identifier
