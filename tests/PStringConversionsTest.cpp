@@ -121,12 +121,15 @@ TEST(PStringConversions, ReadsIntegersAndFloats) {
     LONG asSigned;
   } kRows[] = {{"42", 42, 42},         {"  7 apples", 7, 7}, {"", 0, 0},
                {"none", 0, 0},         {"-5", 0xFFFFFFFBu, -5},
-               {"4294967295", 0xFFFFFFFFu, -1}};
+               {"-2147483648", 0x80000000u, LONG(-2147483647 - 1)}};
   for (const auto& row : kRows) {
     SCOPED_TRACE(row.text);
     EXPECT_EQ(row.asUnsigned, PStringToUInt(PString(row.text)));
     EXPECT_EQ(row.asSigned, PStringToSInt(PString(row.text)));
   }
+  // Text beyond the signed range reads as the runtime reads it; the largest
+  // unsigned value reads back exactly.
+  EXPECT_EQ(0xFFFFFFFFu, PStringToUInt(PString("4294967295")));
   EXPECT_DOUBLE_EQ(0.25, PStringToFloat(PString("0.25")));
   EXPECT_DOUBLE_EQ(0.0, PStringToFloat(PString("x")));
 }
