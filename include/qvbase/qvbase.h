@@ -25,3 +25,4 @@
 #include <qvbase/GDbg.h>
 #include <qvbase/PStringConversions.h>
 #include <qvbase/PStream.h>
+#include <qvbase/PMemoryStream.h>
