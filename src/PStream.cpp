@@ -9,6 +9,8 @@
 
 #include <new>
 
+#include "PStreamHandlerRef.h"
+
 namespace {
 
 const char kSourceFile[] = "src\\PStream";
@@ -23,21 +25,6 @@ constexpr int kRetryControlCode = 1;
 void RaiseError(PError error) {
   PError prepared = PErrorProtectionStatus().PrepareError(error);
   PErrorProtectionStatus().SignalError(prepared);
-}
-
-// Drops one reference. When running Uninitialize raised an error, the count
-// has reached 0 but PSmartData::Release left the object alive: it is deleted
-// here before the error goes on, so that a failing close never leaks.
-void ReleaseHandler(PStreamHdl* handler) {
-  if (!handler)
-    return;
-  try {
-    handler->Release();
-  } catch (...) {
-    if (handler->NumSmartLocks() == 0)
-      delete handler;
-    throw;
-  }
 }
 
 // The error trace in no-error mode for one scope.
@@ -183,13 +170,7 @@ PStream::~PStream() {
   }
 }
 
-void PStream::AssignHandler(PStreamHdl* handler) {
-  if (handler)
-    handler->AddRef();
-  PStreamHdl* old = m_handler;
-  m_handler = handler;
-  ReleaseHandler(old);
-}
+void PStream::AssignHandler(PStreamHdl* handler) { qvbase::AssignStreamHandler(m_handler, handler); }
 
 void PStream::InvalidStreamNotification() const {
   PError error(kErrorNoHandler, ErrorSeverityFatal, kSourceFile, __LINE__);

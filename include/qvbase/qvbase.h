@@ -26,3 +26,6 @@
 #include <qvbase/PStringConversions.h>
 #include <qvbase/PStream.h>
 #include <qvbase/PMemoryStream.h>
+#include <qvbase/POverStream.h>
+#include <qvbase/PNullStream.h>
+#include <qvbase/PTextStream.h>
