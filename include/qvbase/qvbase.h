@@ -24,3 +24,8 @@
 #include <qvbase/WINError.h>
 #include <qvbase/GDbg.h>
 #include <qvbase/PStringConversions.h>
+#include <qvbase/PStream.h>
+#include <qvbase/PMemoryStream.h>
+#include <qvbase/POverStream.h>
+#include <qvbase/PNullStream.h>
+#include <qvbase/PTextStream.h>

@@ -1,0 +1,707 @@
+// Memory streams: granularity and growth, reads past the end, seeks and
+// their errors, the load and store hooks, and every error the handler
+// raises.
+#include <qvbase/MemoryManager.h>
+#include <qvbase/PErrorProtection.h>
+#include <qvbase/PMemoryStream.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+template <typename F> PError Caught(F&& action) {
+  try {
+    action();
+  } catch (const PError& e) {
+    return e;
+  }
+  return PError(-1);
+}
+
+class CountingHook : public PErrorHook {
+public:
+  explicit CountingHook(TypErrorHandlingEnum answer) : m_answer(answer) {}
+  TypErrorHandlingEnum DisplayError(PError& error, ULONG) override {
+    codes.push_back(error.Code());
+    return m_answer;
+  }
+  std::vector<int> codes;
+
+private:
+  TypErrorHandlingEnum m_answer;
+};
+
+// A memory handler whose content lives in a string: loaded at open, stored
+// back at flush and close.
+class LoadingHdl : public PMemoryStreamHdl {
+public:
+  explicit LoadingHdl(std::string content, ULONG granularity = 16)
+      : PMemoryStreamHdl(granularity), source(std::move(content)) {}
+
+  std::string source;
+  std::vector<std::string> stored;
+  int neededCalls = 0;
+  int readCalls = 0;
+  bool readRaises = false;
+
+protected:
+  ULONG NeededSize() override {
+    ++neededCalls;
+    return static_cast<ULONG>(source.size());
+  }
+  void MemoryRead(char* buffer, ULONG size) override {
+    ++readCalls;
+    std::memcpy(buffer, source.data(), size);
+    if (readRaises)
+      throw PError(4242, ErrorSeverityError, "test", 1);
+  }
+  void MemoryWrite(const char* data, ULONG size) override {
+    stored.emplace_back(data ? std::string(data, size) : std::string());
+    source = stored.back();
+  }
+};
+
+// A scratch stream open for reading and writing.
+PMemoryStreamHdl* OpenScratch(PStream& stream, ULONG granularity = 16) {
+  PMemoryStreamHdl* handler = new PMemoryStreamHdl(granularity);
+  stream = PStream(handler);
+  stream.Open(OpenReadWrite | OpenAllowEmpty);
+  return handler;
+}
+
+std::string Content(const PMemoryStreamHdl* handler, const PStream& stream) {
+  return std::string(handler->GetBuffer(), static_cast<size_t>(stream.GetSize()));
+}
+
+void ExpectStreamError(const PError& error, int code, TypErrorSeverityEnum severity) {
+  EXPECT_EQ(error.Code(), code);
+  EXPECT_EQ(error.Severity(), severity);
+  EXPECT_STREQ(error.File(), "src\\PMemoryStream");
+  EXPECT_GT(error.Line(), 0u);
+}
+
+TEST(MemoryStream, GranularityOfSixteenOrLessGivesSixteen) {
+  struct Row {
+    ULONG asked, kept;
+  };
+  const Row kRows[] = {{0, 16}, {1, 16}, {16, 16}, {17, 17}, {4096, 4096}};
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.asked);
+    EXPECT_EQ(PMemoryStreamHdl(row.asked).GetGranularity(), row.kept);
+  }
+  EXPECT_EQ(PMemoryStreamHdl().GetGranularity(), 0x10000u);
+}
+
+TEST(MemoryStream, FreshHandlerStartsEmptyAndClosed) {
+  PMemoryStreamHdl* handler = new PMemoryStreamHdl(32);
+  PStream stream(handler);
+  EXPECT_EQ(handler->GetCapacity(), 0u);
+  EXPECT_EQ(handler->GetBuffer(), nullptr);
+  EXPECT_FALSE(handler->IsDirty());
+  EXPECT_EQ(stream.OpenMode(), 0u);
+  EXPECT_EQ(stream.GetSize(), 0u);
+  EXPECT_EQ(stream.GetPos(), 0u);
+  EXPECT_EQ(handler->GetAvailableOpenModes(), 0x30000000u);
+}
+
+TEST(MemoryStream, SeventeenthByteGrowsTheCapacityByOneStep) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+  EXPECT_EQ(stream.Write("a", 1, 1), 1u);
+  EXPECT_EQ(handler->GetCapacity(), 16u);
+  EXPECT_EQ(stream.GetSize(), 1u);
+  EXPECT_EQ(stream.Write("bcdefghijklmnop", 15, 1), 15u);
+  EXPECT_EQ(handler->GetCapacity(), 16u);
+  EXPECT_EQ(stream.Write("q", 1, 1), 1u);
+  EXPECT_EQ(handler->GetCapacity(), 32u);
+  EXPECT_EQ(stream.GetSize(), 17u);
+  EXPECT_EQ(Content(handler, stream), "abcdefghijklmnopq");
+}
+
+TEST(MemoryStream, CapacityIsTheSizeRoundedUpToTheGranularity) {
+  struct Row {
+    ULONG granularity, size, capacity;
+  };
+  const Row kRows[] = {{16, 0, 0},    {16, 1, 16},    {16, 16, 16},   {16, 17, 32},
+                       {100, 99, 100}, {100, 100, 100}, {100, 101, 200}, {17, 35, 51}};
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(testing::Message() << row.granularity << " " << row.size);
+    PStream stream;
+    PMemoryStreamHdl* handler = OpenScratch(stream, row.granularity);
+    stream.SetSize(row.size);
+    EXPECT_EQ(handler->GetCapacity(), row.capacity);
+    EXPECT_EQ(stream.GetSize(), row.size);
+  }
+}
+
+TEST(MemoryStream, ReadPastEndCopiesWhatIsLeftAndMovesPositionByRequest) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream);
+  stream.Write("0123456789", 10, 1);
+  stream.MoveTo(4);
+  char buffer[40];
+  std::memset(buffer, '#', sizeof buffer);
+  EXPECT_EQ(stream.Read(buffer, 10, 4), 1u);
+  EXPECT_EQ(std::string(buffer, 7), "456789#");
+  EXPECT_EQ(stream.GetPos(), 44u);
+  EXPECT_TRUE(stream.IsAtEnd());
+  EXPECT_EQ(stream.GetSize(), 10u);
+  EXPECT_EQ(handler->GetCapacity(), 16u);
+}
+
+TEST(MemoryStream, ReadStartingPastTheEndCopiesNothing) {
+  PStream stream;
+  OpenScratch(stream);
+  stream.Write("0123456789", 10, 1);
+  stream.MoveTo(8);
+  char buffer[16];
+  EXPECT_EQ(stream.Read(buffer, 1, 4), 0u); // 2 bytes copied: no whole item
+  EXPECT_EQ(stream.GetPos(), 12u);
+  std::memset(buffer, '#', sizeof buffer);
+  EXPECT_EQ(stream.Read(buffer, 3, 1), 0u);
+  EXPECT_EQ(buffer[0], '#');
+  EXPECT_EQ(stream.GetPos(), 15u);
+}
+
+TEST(MemoryStream, ReadOfZeroBytesDoesNothing) {
+  PStream stream;
+  OpenScratch(stream);
+  stream.Write("0123", 4, 1);
+  stream.MoveTo(1);
+  char buffer[4];
+  EXPECT_EQ(stream.Read(buffer, 0, 4), 0u);
+  EXPECT_EQ(stream.Read(buffer, 4, 0), 0u);
+  EXPECT_EQ(stream.GetPos(), 1u);
+}
+
+TEST(MemoryStream, HugeReadRequestStopsThePositionAtTheLast32BitValue) {
+  PStream stream;
+  OpenScratch(stream);
+  stream.Write("0123", 4, 1);
+  stream.MoveTo(0);
+  char buffer[4];
+  // 0x10000 * 0x10000 overflows 32 bits: the four bytes left are copied.
+  EXPECT_EQ(stream.Read(buffer, 0x10000, 0x10000), 0u);
+  EXPECT_EQ(std::string(buffer, 4), "0123");
+  EXPECT_EQ(stream.GetPos(), 0xFFFFFFFFu);
+  EXPECT_EQ(stream.Read(buffer, 1, 1), 0u);
+  EXPECT_EQ(stream.GetPos(), 0xFFFFFFFFu);
+}
+
+TEST(MemoryStream, WriteBeyond32BitsRaisesOutOfMemoryWithoutAllocating) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream);
+  stream.Write("0123", 4, 1);
+  char buffer[4];
+  stream.Read(buffer, 0xFFFFFFFF, 1); // leaves the position at 0xFFFFFFFF
+  PError thrown = Caught([&] { stream.Write("x", 1, 1); });
+  ExpectStreamError(thrown, 1007, ErrorSeverityAbort);
+  EXPECT_EQ(stream.GetSize(), 4u);
+  EXPECT_EQ(handler->GetCapacity(), 16u);
+  thrown = Caught([&] { stream.Write(buffer, 0x10000, 0x10000); });
+  EXPECT_EQ(thrown.Code(), 1007);
+}
+
+TEST(MemoryStream, WriteAfterAnOverLongReadFillsTheGap) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream);
+  stream.Write("ab", 2, 1);
+  stream.MoveTo(0);
+  char buffer[8];
+  stream.Read(buffer, 4, 1);
+  EXPECT_EQ(stream.Write("z", 1, 1), 1u);
+  EXPECT_EQ(stream.GetSize(), 5u);
+  EXPECT_EQ(handler->GetBuffer()[0], 'a');
+  EXPECT_EQ(handler->GetBuffer()[4], 'z');
+}
+
+TEST(MemoryStream, WriteReturnsTheItemsAskedFor) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream);
+  EXPECT_EQ(stream.Write("abcdef", 3, 2), 3u);
+  EXPECT_EQ(stream.GetPos(), 6u);
+  EXPECT_TRUE(handler->IsDirty());
+  // Zero bytes: the count comes back and nothing moves.
+  EXPECT_EQ(stream.Write("x", 5, 0), 5u);
+  EXPECT_EQ(stream.Write(nullptr, 0, 7), 0u);
+  EXPECT_EQ(stream.GetPos(), 6u);
+  EXPECT_EQ(stream.GetSize(), 6u);
+}
+
+TEST(MemoryStream, OverwritingInsideTheContentKeepsTheSize) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream);
+  stream.Write("abcdef", 6, 1);
+  stream.MoveTo(2);
+  stream.Write("XY", 2, 1);
+  EXPECT_EQ(stream.GetSize(), 6u);
+  EXPECT_EQ(stream.GetPos(), 4u);
+  EXPECT_EQ(Content(handler, stream), "abXYef");
+}
+
+TEST(MemoryStream, SetSizeToTheCurrentSizeLeavesACleanStreamClean) {
+  LoadingHdl* handler = new LoadingHdl("0123456789");
+  PStream stream(handler);
+  stream.Open(OpenReadWrite);
+  ASSERT_FALSE(handler->IsDirty());
+  stream.SetSize(10);
+  EXPECT_FALSE(handler->IsDirty());
+  stream.SetSize(12);
+  EXPECT_TRUE(handler->IsDirty());
+}
+
+TEST(MemoryStream, SetSizeToAnotherSizeMarksTheStreamDirty) {
+  struct Row {
+    ULONG size;
+    const char* why;
+  };
+  const Row kRows[] = {{9, "same capacity, smaller"}, {14, "same capacity, larger"},
+                       {40, "grow"},                  {3, "shrink below"}, {0, "empty"}};
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.why);
+    LoadingHdl* handler = new LoadingHdl("0123456789", 16);
+    PStream stream(handler);
+    stream.Open(OpenReadWrite);
+    stream.SetSize(row.size);
+    EXPECT_TRUE(handler->IsDirty());
+    EXPECT_EQ(stream.GetSize(), row.size);
+  }
+}
+
+TEST(MemoryStream, ShrinkingCutsThePositionAndKeepsTheLeadingContent) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+  stream.Write("abcdefghijklmnopqrstuvwxyz", 26, 1);
+  EXPECT_EQ(handler->GetCapacity(), 32u);
+  stream.SetSize(5);
+  EXPECT_EQ(handler->GetCapacity(), 16u);
+  EXPECT_EQ(stream.GetPos(), 5u);
+  EXPECT_EQ(Content(handler, stream), "abcde");
+  stream.SetSize(0);
+  EXPECT_EQ(handler->GetCapacity(), 0u);
+  EXPECT_EQ(handler->GetBuffer(), nullptr);
+  EXPECT_EQ(stream.GetPos(), 0u);
+}
+
+TEST(MemoryStream, SizeChangeWithinTheCapacityCutsThePosition) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+  stream.Write("abcdefghij", 10, 1);
+  stream.SetSize(4);
+  EXPECT_EQ(handler->GetCapacity(), 16u);
+  EXPECT_EQ(stream.GetPos(), 4u);
+  EXPECT_EQ(Content(handler, stream), "abcd");
+}
+
+TEST(MemoryStream, GrowingKeepsTheContentAndThePosition) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+  stream.Write("abc", 3, 1);
+  stream.MoveTo(1);
+  stream.SetSize(100);
+  EXPECT_EQ(handler->GetCapacity(), 112u);
+  EXPECT_EQ(stream.GetSize(), 100u);
+  EXPECT_EQ(stream.GetPos(), 1u);
+  EXPECT_EQ(std::string(handler->GetBuffer(), 3), "abc");
+}
+
+TEST(MemoryStream, OnlyTheLow32BitsOfSizesAndOffsetsCount) {
+  PStream stream;
+  OpenScratch(stream);
+  stream.SetSize(0x100000005ull);
+  EXPECT_EQ(stream.GetSize(), 5u);
+  stream.MoveTo(0x100000002ull);
+  EXPECT_EQ(stream.GetPos(), 2u);
+}
+
+TEST(MemoryStream, ClosingADirtyWritableStreamStoresTheWholeContentOnce) {
+  LoadingHdl* handler = new LoadingHdl("");
+  PStream stream(handler);
+  stream.Open(OpenWrite);
+  stream.Write("hello", 5, 1);
+  stream.MoveTo(1);
+  stream.Close();
+  ASSERT_EQ(handler->stored.size(), 1u);
+  EXPECT_EQ(handler->stored[0], "hello");
+  EXPECT_FALSE(handler->IsDirty());
+  EXPECT_EQ(handler->GetCapacity(), 0u);
+  EXPECT_EQ(stream.OpenMode(), 0u);
+  EXPECT_EQ(stream.GetSize(), 0u);
+}
+
+TEST(MemoryStream, ClosingACleanStreamStoresNothing) {
+  LoadingHdl* handler = new LoadingHdl("abc");
+  PStream stream(handler);
+  stream.Open(OpenReadWrite);
+  char buffer[3];
+  stream.Read(buffer, 3, 1);
+  stream.Close();
+  EXPECT_TRUE(handler->stored.empty());
+}
+
+TEST(MemoryStream, FlushStoresAChangedWritableStreamOnly) {
+  LoadingHdl* handler = new LoadingHdl("abc");
+  PStream stream(handler);
+  stream.Open(OpenReadWrite);
+  stream.Flush();
+  EXPECT_TRUE(handler->stored.empty());
+  stream.Write("X", 1, 1);
+  stream.Flush();
+  ASSERT_EQ(handler->stored.size(), 1u);
+  EXPECT_EQ(handler->stored[0], "Xbc");
+  EXPECT_FALSE(handler->IsDirty());
+  stream.Close();
+  EXPECT_EQ(handler->stored.size(), 1u);
+}
+
+TEST(MemoryStream, ReadOnlyStreamIsNeverStored) {
+  LoadingHdl* handler = new LoadingHdl("");
+  PStream stream(handler);
+  stream.Open(OpenRead | OpenAllowEmpty);
+  EXPECT_TRUE(handler->IsDirty());
+  stream.Flush();
+  stream.Close();
+  EXPECT_TRUE(handler->stored.empty());
+}
+
+TEST(MemoryStream, OpeningLoadsTheContentThroughTheHooks) {
+  LoadingHdl* handler = new LoadingHdl("content of 17 b.", 16);
+  PStream stream(handler);
+  stream.Open(OpenRead);
+  EXPECT_EQ(handler->neededCalls, 1);
+  EXPECT_EQ(handler->readCalls, 1);
+  EXPECT_EQ(stream.GetSize(), 16u);
+  EXPECT_EQ(handler->GetCapacity(), 16u);
+  EXPECT_EQ(stream.GetPos(), 0u);
+  EXPECT_FALSE(handler->IsDirty());
+  char buffer[16];
+  EXPECT_EQ(stream.Read(buffer, 2, 8), 2u);
+  EXPECT_EQ(std::string(buffer, 16), "content of 17 b.");
+}
+
+TEST(MemoryStream, OpeningForReadingAnEmptySourceRaises1221UnlessBit31) {
+  {
+    LoadingHdl* handler = new LoadingHdl("");
+    PStream stream(handler);
+    PError thrown = Caught([&] { stream.Open(OpenRead); });
+    ExpectStreamError(thrown, 1221, ErrorSeverityError);
+    EXPECT_FALSE(stream.IsOpened());
+  }
+  {
+    LoadingHdl* handler = new LoadingHdl("");
+    PStream stream(handler);
+    // Checked before the no-load bit.
+    EXPECT_EQ(Caught([&] { stream.Open(OpenRead | OpenNoLoad); }).Code(), 1221);
+  }
+  {
+    LoadingHdl* handler = new LoadingHdl("");
+    PStream stream(handler);
+    stream.Open(OpenRead | OpenAllowEmpty);
+    EXPECT_TRUE(stream.IsReadable());
+    EXPECT_TRUE(handler->IsDirty());
+    EXPECT_EQ(stream.GetSize(), 0u);
+  }
+  {
+    LoadingHdl* handler = new LoadingHdl("");
+    PStream stream(handler);
+    stream.Open(OpenWrite);
+    EXPECT_TRUE(stream.IsWritable());
+    EXPECT_FALSE(handler->IsDirty());
+  }
+}
+
+TEST(MemoryStream, EmptySourceErrorLetThroughOpensTheStreamEmpty) {
+  CountingHook hook(ErrorHandlingIgnore);
+  PErrorHookProtection protection(&hook, true);
+  PStream stream(new LoadingHdl(""));
+  stream.Open(OpenReadWrite);
+  EXPECT_EQ(hook.codes, std::vector<int>{1221});
+  EXPECT_EQ(stream.OpenMode(), OpenReadWrite);
+  EXPECT_EQ(stream.GetSize(), 0u);
+}
+
+TEST(MemoryStream, NoLoadBitStartsEmptyAndDirty) {
+  LoadingHdl* handler = new LoadingHdl("old content");
+  PStream stream(handler);
+  stream.Open(OpenReadWrite | OpenNoLoad);
+  EXPECT_EQ(handler->readCalls, 0);
+  EXPECT_EQ(stream.GetSize(), 0u);
+  EXPECT_EQ(handler->GetCapacity(), 0u);
+  EXPECT_TRUE(handler->IsDirty());
+  stream.Close();
+  ASSERT_EQ(handler->stored.size(), 1u);
+  EXPECT_EQ(handler->stored[0], "");
+}
+
+TEST(MemoryStream, FailedLoadIsPassedOnAndLeavesTheStreamClosed) {
+  LoadingHdl* handler = new LoadingHdl("abc");
+  handler->readRaises = true;
+  PStream stream(handler);
+  EXPECT_EQ(Caught([&] { stream.Open(OpenRead); }).Code(), 4242);
+  EXPECT_FALSE(stream.IsOpened());
+  EXPECT_EQ(handler->GetCapacity(), 0u);
+  EXPECT_EQ(handler->GetBuffer(), nullptr);
+}
+
+TEST(MemoryStream, FailedLoadLetThroughOpensTheStreamEmpty) {
+  CountingHook hook(ErrorHandlingIgnore);
+  PErrorHookProtection protection(&hook, true);
+  LoadingHdl* handler = new LoadingHdl("abc");
+  handler->readRaises = true;
+  PStream stream(handler);
+  stream.Open(OpenRead);
+  EXPECT_EQ(hook.codes, std::vector<int>{4242});
+  EXPECT_EQ(stream.OpenMode(), OpenRead);
+  EXPECT_EQ(stream.GetSize(), 0u);
+  EXPECT_EQ(handler->GetBuffer(), nullptr);
+}
+
+TEST(MemoryStream, ChangingTheOpenModeStoresReloadsAndKeepsThePosition) {
+  LoadingHdl* handler = new LoadingHdl("abcdef");
+  PStream stream(handler);
+  stream.Open(OpenReadWrite);
+  stream.Write("XY", 2, 1);
+  stream.MoveTo(3);
+  stream.SetOpenMode(OpenRead);
+  ASSERT_EQ(handler->stored.size(), 1u);
+  EXPECT_EQ(handler->stored[0], "XYcdef");
+  EXPECT_EQ(handler->neededCalls, 2);
+  EXPECT_EQ(stream.OpenMode(), OpenRead);
+  EXPECT_EQ(stream.GetPos(), 3u);
+  char c = 0;
+  stream.Read(&c, 1, 1);
+  EXPECT_EQ(c, 'd');
+}
+
+TEST(MemoryStream, EachSeekModeMovesAsDefined) {
+  struct Row {
+    const char* name;
+    TypSeekMode mode;
+    ULONG offset;
+    ULONG expected;
+  };
+  // Size 10, position 4.
+  const Row kRows[] = {
+      {"forward", SeekFwd, 3, 7},       {"forward to the end", SeekFwd, 6, 10},
+      {"back", SeekBack, 4, 0},         {"from start", SeekFromStart, 9, 9},
+      {"start at end", SeekFromStart, 10, 10}, {"from end", SeekFromEnd, 3, 7},
+      {"from end to start", SeekFromEnd, 10, 0},
+  };
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.name);
+    PStream stream;
+    OpenScratch(stream);
+    stream.Write("0123456789", 10, 1);
+    stream.MoveTo(4);
+    stream.SetPos(row.mode, row.offset);
+    EXPECT_EQ(stream.GetPos(), row.expected);
+  }
+}
+
+TEST(MemoryStream, SeekErrorsAreSignalledOrThrownAsDefined) {
+  struct Row {
+    const char* name;
+    TypSeekMode mode;
+    ULONG offset;
+    int code;
+    bool signalled;        // a hook sees it and may let it through
+    ULONG positionAfter;   // when let through
+  };
+  // Size 10, position 4.
+  const Row kRows[] = {
+      {"forward past the end", SeekFwd, 7, 1227, true, 11},
+      {"absolute past the end", SeekFromStart, 11, 1227, true, 11},
+      {"back before the start", SeekBack, 5, 1228, false, 4},
+      {"from the end beyond the size", SeekFromEnd, 11, 1228, true, 0},
+      {"unknown mode", static_cast<TypSeekMode>(4), 0, 1225, false, 4},
+      {"negative mode", static_cast<TypSeekMode>(-1), 0, 1225, false, 4},
+  };
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.name);
+    {
+      PStream stream;
+      OpenScratch(stream);
+      stream.Write("0123456789", 10, 1);
+      stream.MoveTo(4);
+      ExpectStreamError(Caught([&] { stream.SetPos(row.mode, row.offset); }), row.code,
+                        ErrorSeverityAbort);
+    }
+    CountingHook hook(ErrorHandlingIgnore);
+    PErrorHookProtection protection(&hook, true);
+    PStream stream;
+    OpenScratch(stream);
+    stream.Write("0123456789", 10, 1);
+    stream.MoveTo(4);
+    PError thrown = Caught([&] { stream.SetPos(row.mode, row.offset); });
+    if (row.signalled) {
+      EXPECT_EQ(thrown.Code(), -1);
+      EXPECT_EQ(hook.codes, std::vector<int>{row.code});
+    } else {
+      EXPECT_EQ(thrown.Code(), row.code);
+      EXPECT_TRUE(hook.codes.empty());
+    }
+    EXPECT_EQ(stream.GetPos(), row.positionAfter);
+  }
+}
+
+TEST(MemoryStream, EveryErrorCarriesItsCodeAndSeverity) {
+  struct Row {
+    const char* name;
+    ULONG openMode; // 0: closed
+    std::function<void(PStream&)> call;
+    int code;
+  };
+  char buffer[4] = {};
+  const Row kRows[] = {
+      {"open without read or write", 0, [](PStream& s) { s.Open(OpenNoLoad); }, 1221},
+      {"read when closed", 0, [&](PStream& s) { s.Read(buffer, 1, 1); }, 1223},
+      {"write when closed", 0, [](PStream& s) { s.Write("x", 1, 1); }, 1223},
+      {"size when closed", 0, [](PStream& s) { s.SetSize(1); }, 1223},
+      {"seek when closed", 0, [](PStream& s) { s.MoveTo(0); }, 1223},
+      {"close when closed", 0, [](PStream& s) { s.Close(); }, 1223},
+      {"flush when closed", 0, [](PStream& s) { s.Flush(); }, 1223},
+      {"open twice", OpenWrite, [](PStream& s) { s.Open(OpenWrite); }, 1224},
+      {"write read-only", OpenRead | OpenAllowEmpty, [](PStream& s) { s.Write("x", 1, 1); }, 1231},
+      {"size read-only", OpenRead | OpenAllowEmpty, [](PStream& s) { s.SetSize(3); }, 1231},
+      {"read write-only", OpenWrite, [&](PStream& s) { s.Read(buffer, 1, 1); }, 1232},
+  };
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.name);
+    PStream stream(new PMemoryStreamHdl);
+    if (row.openMode)
+      stream.Open(row.openMode);
+    ExpectStreamError(Caught([&] { row.call(stream); }), row.code, ErrorSeverityAbort);
+  }
+}
+
+TEST(MemoryStream, ReadAndWriteLetThroughReportNothing) {
+  CountingHook hook(ErrorHandlingIgnore);
+  PErrorHookProtection protection(&hook, true);
+  PStream stream(new PMemoryStreamHdl);
+  char buffer[4];
+  EXPECT_EQ(stream.Read(buffer, 4, 1), 0u);
+  EXPECT_EQ(stream.Write("abcd", 4, 1), 0u);
+  EXPECT_EQ(hook.codes, (std::vector<int>{1223, 1223}));
+}
+
+TEST(MemoryStream, ErrorsArePreparedByTheHandler) {
+  struct TaggingHdl : PMemoryStreamHdl {
+    PError IOPrepareError(PError& error) override {
+      PError prepared(error);
+      prepared.SetIntegerInfo("memory", 7);
+      return prepared;
+    }
+  };
+  PStream stream(new TaggingHdl);
+  PError thrown = Caught([&] { stream.Close(); });
+  EXPECT_EQ(thrown.Code(), 1223);
+  EXPECT_EQ(thrown.GetIntegerInfo("memory", 0), 7);
+  stream.Open(OpenWrite);
+  thrown = Caught([&] { stream.MoveBack(1); });
+  EXPECT_EQ(thrown.Code(), 1228);
+  EXPECT_EQ(thrown.GetIntegerInfo("memory", 0), 7);
+}
+
+// A manager that refuses blocks above a limit, to reach the out-of-memory
+// paths without asking the system for gigabytes.
+struct LimitedManager {
+  static constexpr ULONG kLimit = 4096;
+  static void* Allocate(MemoryManager*, ULONG size, unsigned short mode) {
+    if (size > kLimit + 64)
+      return nullptr;
+    return gSysManager->allocate(gSysManager, size, mode);
+  }
+  static void* Reallocate(MemoryManager*, void* block, ULONG size) {
+    return gSysManager->reallocate(gSysManager, block, size);
+  }
+  static ULONG Size(MemoryManager*, void* block) { return gSysManager->size(gSysManager, block); }
+  static void Release(MemoryManager*, void* block) { gSysManager->release(gSysManager, block); }
+  static void Stats(MemoryManager*, ULONG*, ULONG*, ULONG*) {}
+};
+
+class ScopedLimitedManager {
+public:
+  ScopedLimitedManager()
+      : m_manager{0,
+                  "Limited",
+                  &LimitedManager::Allocate,
+                  &LimitedManager::Reallocate,
+                  &LimitedManager::Size,
+                  &LimitedManager::Release,
+                  &LimitedManager::Stats},
+        m_saved(GGetDefaultMemManager()) {
+    GSetDefaultMemManager(&m_manager);
+  }
+  ~ScopedLimitedManager() { GSetDefaultMemManager(m_saved); }
+  ScopedLimitedManager(const ScopedLimitedManager&) = delete;
+  ScopedLimitedManager& operator=(const ScopedLimitedManager&) = delete;
+
+private:
+  MemoryManager m_manager;
+  MemoryManager* m_saved;
+};
+
+TEST(MemoryStream, RefusedGrowthRaisesOutOfMemoryAndKeepsTheContent) {
+  ScopedLimitedManager limited;
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+  stream.Write("abc", 3, 1);
+  ExpectStreamError(Caught([&] { stream.SetSize(100000); }), 1007, ErrorSeverityAbort);
+  EXPECT_EQ(stream.GetSize(), 3u);
+  EXPECT_EQ(handler->GetCapacity(), 16u);
+  std::vector<char> big(100000, 'x');
+  EXPECT_EQ(Caught([&] { stream.Write(big.data(), 100000, 1); }).Code(), 1007);
+  EXPECT_EQ(Content(handler, stream), "abc");
+  EXPECT_EQ(stream.GetPos(), 3u);
+}
+
+TEST(MemoryStream, RefusedGrowthLetThroughWritesNothing) {
+  ScopedLimitedManager limited;
+  CountingHook hook(ErrorHandlingIgnore);
+  PErrorHookProtection protection(&hook, true);
+  PStream stream;
+  OpenScratch(stream, 16);
+  std::vector<char> big(100000, 'x');
+  EXPECT_EQ(stream.Write(big.data(), 100000, 1), 0u);
+  EXPECT_EQ(hook.codes, std::vector<int>{1007});
+  EXPECT_EQ(stream.GetSize(), 0u);
+}
+
+TEST(MemoryStream, SourceLargerThanMemoryRaisesOutOfMemoryAtOpen) {
+  ScopedLimitedManager limited;
+  LoadingHdl* handler = new LoadingHdl(std::string(100000, 'x'));
+  PStream stream(handler);
+  EXPECT_EQ(Caught([&] { stream.Open(OpenWrite); }).Code(), 1007);
+  EXPECT_EQ(handler->readCalls, 0);
+}
+
+TEST(MemoryStream, GranularityAtThe32BitLimitRefusesToRoundPastIt) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 0xFFFFFFF0u);
+  // 0xFFFFFFF1 would round to 2 * 0xFFFFFFF0, beyond 32 bits.
+  EXPECT_EQ(Caught([&] { stream.SetSize(0xFFFFFFF1u); }).Code(), 1007);
+  EXPECT_EQ(handler->GetCapacity(), 0u);
+  EXPECT_EQ(stream.GetSize(), 0u);
+}
+
+TEST(MemoryStream, LastReferenceStoresAnOpenDirtyStream) {
+  std::vector<std::string> stored;
+  struct Observed : LoadingHdl {
+    std::vector<std::string>* out;
+    explicit Observed(std::vector<std::string>* o) : LoadingHdl(""), out(o) {}
+    ~Observed() override { *out = stored; }
+  };
+  {
+    PStream stream(new Observed(&stored));
+    stream.Open(OpenWrite);
+    stream.Write("kept", 4, 1);
+  }
+  EXPECT_EQ(stored, std::vector<std::string>{"kept"});
+}
+
+} // namespace
