@@ -24,3 +24,4 @@
 #include <qvbase/WINError.h>
 #include <qvbase/GDbg.h>
 #include <qvbase/PStringConversions.h>
+#include <qvbase/PTime.h>
