@@ -25,3 +25,5 @@
 #include <qvbase/GDbg.h>
 #include <qvbase/PStringConversions.h>
 #include <qvbase/PTime.h>
+#include <qvbase/PDate.h>
+#include <qvbase/WINDate.h>
