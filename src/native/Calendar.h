@@ -38,6 +38,18 @@ inline unsigned DaysInMonth(std::int64_t year, unsigned month) {
   return month >= 1 && month <= 12 ? kDays[month - 1] : 0;
 }
 
+// The field checks of Windows' SystemTimeToFileTime: 1601 <= year <= 30827,
+// a day that exists in its month, hour < 24, minute < 60, second < 60 and
+// milliseconds < 1000. Wine's own function lets a February 29th of a common
+// year and the year 30828 through; both platform files check here first so
+// that every platform refuses the same fields.
+inline bool IsConvertibleSystemTime(unsigned year, unsigned month, unsigned day, unsigned hour,
+                                    unsigned minute, unsigned second, unsigned milliseconds) {
+  return year >= 1601 && year <= 30827 && month >= 1 && month <= 12 && day >= 1 &&
+         day <= DaysInMonth(year, month) && hour < 24 && minute < 60 && second < 60 &&
+         milliseconds < 1000;
+}
+
 // Floor division, for day numbers and seconds before 1970.
 inline std::int64_t FloorDiv(std::int64_t a, std::int64_t b) {
   std::int64_t q = a / b;

@@ -14,7 +14,8 @@
 //   same checks: a file time with its top bit set fails; a system time fails
 //   unless 1601 <= year <= 30827, month 1-12, day within the month, hour < 24,
 //   minute < 60, second < 60 and milliseconds < 1000 (the day of the week is
-//   ignored).
+//   ignored). Windows checks the same; the layer checks them itself before
+//   calling it, because Wine's function is more lenient.
 // - Universal <-> local uses the offset that the zone has AT THE INSTANT
 //   converted (a summer date gets its summer offset even in winter). On
 //   Windows this is SystemTimeToTzSpecificLocalTime and

@@ -122,9 +122,8 @@ bool FileTimeToSystemTime(const FILETIME& in, SYSTEMTIME* out) {
 }
 
 bool SystemTimeToFileTime(const SYSTEMTIME& in, FILETIME* out) {
-  if (in.wYear < 1601 || in.wYear > 30827 || in.wMonth < 1 || in.wMonth > 12 || in.wDay < 1 ||
-      in.wDay > DaysInMonth(in.wYear, in.wMonth) || in.wHour > 23 || in.wMinute > 59 ||
-      in.wSecond > 59 || in.wMilliseconds > 999)
+  if (!IsConvertibleSystemTime(in.wYear, in.wMonth, in.wDay, in.wHour, in.wMinute, in.wSecond,
+                               in.wMilliseconds))
     return false;
   const std::int64_t days = DaysFromCivil(in.wYear, in.wMonth, in.wDay) + kFileTimeEpochDays;
   const std::int64_t seconds = days * kSecondsPerDay + in.wHour * 3600 + in.wMinute * 60 + in.wSecond;

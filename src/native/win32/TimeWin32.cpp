@@ -1,10 +1,13 @@
 // TimeWin32.cpp - clock, time zone and date formatting on Windows.
 // Part of qvbase, the QVKernel foundation class library.
 //
-// The system's own functions throughout. The local conversions go through
+// The system's own functions throughout, with the SYSTEMTIME fields checked
+// first (Calendar.h says why). The local conversions go through
 // SYSTEMTIME with the zone rules of the instant (see Time.h for why not
 // FileTimeToLocalFileTime).
 #include "native/Time.h"
+
+#include "native/Calendar.h"
 
 #include <qvbase/QVCompat.h>
 
@@ -48,7 +51,9 @@ bool FileTimeToSystemTime(const FILETIME& in, SYSTEMTIME* out) {
 }
 
 bool SystemTimeToFileTime(const SYSTEMTIME& in, FILETIME* out) {
-  return ::SystemTimeToFileTime(&in, out) != FALSE;
+  return IsConvertibleSystemTime(in.wYear, in.wMonth, in.wDay, in.wHour, in.wMinute, in.wSecond,
+                                 in.wMilliseconds) &&
+         ::SystemTimeToFileTime(&in, out) != FALSE;
 }
 
 bool UniversalToLocalFileTime(const FILETIME& universal, FILETIME* local) {
