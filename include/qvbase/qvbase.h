@@ -29,3 +29,6 @@
 #include <qvbase/POverStream.h>
 #include <qvbase/PNullStream.h>
 #include <qvbase/PTextStream.h>
+#include <qvbase/PTime.h>
+#include <qvbase/PDate.h>
+#include <qvbase/WINDate.h>

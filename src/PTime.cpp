@@ -1,0 +1,132 @@
+// PTime.cpp - durations as signed counts of 100-nanosecond ticks.
+// Part of qvbase, the QVKernel foundation class library.
+#include <qvbase/PTime.h>
+
+#include <qvbase/PErrorProtection.h>
+
+#include "DatePlaceholder.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+namespace {
+
+// Time values report their errors as part of the date family: the one source
+// text "src\PDate" names both, and error handlers match on it.
+const char kSourceFile[] = "src\\PDate";
+constexpr int kBadBreakdownOrFormat = 1200;
+constexpr __int64 kUnset = INT64_MIN;
+constexpr __int64 kTicksPerSecond = 10000000;
+
+void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
+  PError error(code, severity, kSourceFile, line);
+  PError prepared = PErrorProtectionStatus().PrepareError(error);
+  PErrorProtectionStatus().SignalError(prepared);
+}
+
+// Wrapping arithmetic, as the 32-bit original's: unsigned, so that overflow
+// is defined.
+__int64 Wrap(std::uint64_t value) { return static_cast<__int64>(value); }
+
+} // namespace
+
+PTime::PTime() : m_value(kUnset) {}
+
+PTime::PTime(const __int64& ticks) : m_value(ticks) {}
+
+PTime::PTime(LONG seconds, ULONG nanoseconds)
+    : m_value(static_cast<__int64>(seconds) * kTicksPerSecond + nanoseconds / 100) {}
+
+PTime::PTime(const PTime& other) : PRoot(), m_value(other.m_value) {}
+
+PTime::~PTime() = default;
+
+PTime& PTime::operator=(const PTime& other) {
+  m_value = other.m_value;
+  return *this;
+}
+
+bool PTime::IsValid() const { return m_value != kUnset; }
+
+PTime PTime::operator+(const PTime& other) const {
+  return PTime(Wrap(static_cast<std::uint64_t>(m_value) + static_cast<std::uint64_t>(other.m_value)));
+}
+
+PTime PTime::operator-(const PTime& other) const {
+  return PTime(Wrap(static_cast<std::uint64_t>(m_value) - static_cast<std::uint64_t>(other.m_value)));
+}
+
+PTime& PTime::operator+=(const PTime& other) { return *this = *this + other; }
+
+PTime& PTime::operator-=(const PTime& other) { return *this = *this - other; }
+
+PTime PTime::operator-() const { return PTime(Wrap(0 - static_cast<std::uint64_t>(m_value))); }
+
+PTime PTime::operator*(const __int64& factor) const {
+  return PTime(Wrap(static_cast<std::uint64_t>(m_value) * static_cast<std::uint64_t>(factor)));
+}
+
+PTime& PTime::operator*=(const __int64& factor) { return *this = *this * factor; }
+
+PTime PTime::operator*(double factor) const {
+  return PTime(static_cast<__int64>(static_cast<double>(m_value) * factor));
+}
+
+PTime& PTime::operator*=(double factor) { return *this = *this * factor; }
+
+PTime PTime::operator/(const __int64& divisor) const { return PTime(m_value / divisor); }
+
+PTime& PTime::operator/=(const __int64& divisor) { return *this = *this / divisor; }
+
+PTime PTime::operator/(double divisor) const {
+  return PTime(static_cast<__int64>(static_cast<double>(m_value) / divisor));
+}
+
+PTime& PTime::operator/=(double divisor) { return *this = *this / divisor; }
+
+__int64 PTime::operator/(const PTime& divisor) const { return m_value / divisor.m_value; }
+
+__int64 PTime::operator%(const PTime& divisor) const { return m_value % divisor.m_value; }
+
+bool PTime::IsNear(const PTime& other, const PTime& tolerance) const {
+  // Magnitudes as unsigned, so that the unset value has one too.
+  const std::uint64_t difference =
+      m_value >= other.m_value
+          ? static_cast<std::uint64_t>(m_value) - static_cast<std::uint64_t>(other.m_value)
+          : static_cast<std::uint64_t>(other.m_value) - static_cast<std::uint64_t>(m_value);
+  const std::uint64_t limit = tolerance.m_value >= 0
+                                  ? static_cast<std::uint64_t>(tolerance.m_value)
+                                  : 0 - static_cast<std::uint64_t>(tolerance.m_value);
+  return difference <= limit;
+}
+
+PMBString PTime::Format(const PMBString& pattern) const {
+  if (m_value < 0)
+    RaiseError(kBadBreakdownOrFormat, ErrorSeverityFatal, __LINE__);
+  // The signal returned: the pattern is filled from the count as it is.
+  PMBString result(static_cast<const char*>(pattern), /*copy=*/true);
+  PASCIIString name;
+  ULONG length = 0;
+  ULONG from = 0;
+  for (;;) {
+    const ULONG at = result.FindNextParameter(&name, &length, from);
+    if (at == kStringNotFound)
+      break;
+    if (qvbase::ClassifyPlaceholder(name) != qvbase::kPlaceholderTimeSpan) {
+      from = at + length;
+      continue;
+    }
+    const PASCIIString value = GetParameterValue(name);
+    result.Delete(at, length);
+    if (value.IsNotEmpty())
+      result.Insert(value, at);
+    // The scan goes on from the start of the inserted value, which holds
+    // digits only and so no caret.
+    from = at;
+  }
+  return result;
+}
+
+PASCIIString PTime::GetParameterValue(const PASCIIString& name) const {
+  return PASCIIString(qvbase::TimeSpanText(m_value, name).c_str(), /*copy=*/true);
+}
