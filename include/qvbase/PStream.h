@@ -34,6 +34,10 @@
 #include <qvbase/QVExport.h>
 
 class PProgressHook;
+class PString;
+class PTime;
+class PUTDate;
+class PUniversalID;
 
 // Open modes are bit masks; 0 is closed.
 constexpr ULONG OpenRead = 0x20000000;  // bit 29: readable
@@ -197,6 +201,76 @@ public:
   ULONG WriteSizeByteOrdering() const { return 2; }
 
   // The handler, without a reference; null for a stream without one.
+  // Typed values in the persisted format. Integers of 2, 4 and 8 bytes go
+  // in the stream's byte ordering ("II" least significant byte first, "MM"
+  // most significant first); single bytes and text are never reordered.
+  // Deliberate and kept: a bool takes two bytes; floating-point numbers are
+  // decimal text in a counted string; an identifier is two 8-byte halves,
+  // each ordered on its own. No typed member checks what it reads: a short
+  // read leaves the rest of the target as the handler left it.
+  void Write(char value);
+  void Write(short value);
+  void Write(LONG value);
+  void Write(const __int64& value);
+  void Write(bool value);
+  void Write(float value, unsigned char digits);
+  void Write(double value, unsigned char digits);
+  // A counted string: 4-byte byte length, then the multibyte bytes.
+  void Write(const PString& text);
+  // A text without a count wraps in a PString rather than turning into a
+  // bool, which is what a bare string literal would otherwise become.
+  void Write(const char* text);
+  // The multibyte bytes, then the terminator; no length.
+  void Write(const PString& text, char terminator);
+  void Write(const PUniversalID& id);
+  void Write(const PTime& time);
+  void Write(const PUTDate& date);
+
+  void Read(char* value);
+  void Read(short* value);
+  void Read(LONG* value);
+  void Read(__int64* value);
+  void Read(float* value);
+  void Read(double* value);
+  void Read(bool* value);
+  void Read(PString* text);
+  // Reads up to the terminator, which is consumed; reading also stops where
+  // the data end.
+  void Read(PString* text, char terminator);
+  void Read(PUniversalID* id);
+  void Read(PTime* time);
+  void Read(PUTDate* date);
+
+  void WriteArray(const char* values, ULONG count);
+  void WriteArray(const short* values, ULONG count);
+  void WriteArray(const LONG* values, ULONG count);
+  void WriteArray(const __int64* values, ULONG count);
+  void WriteArray(const float* values, ULONG count, unsigned char digits);
+  void WriteArray(const double* values, ULONG count, unsigned char digits);
+  void ReadArray(char* values, ULONG count);
+  void ReadArray(short* values, ULONG count);
+  void ReadArray(LONG* values, ULONG count);
+  void ReadArray(__int64* values, ULONG count);
+  void ReadArray(float* values, ULONG count);
+  void ReadArray(double* values, ULONG count);
+
+  // What Write would put on the stream, in bytes, without writing.
+  ULONG WriteSize(char value) const;
+  ULONG WriteSize(short value) const;
+  ULONG WriteSize(LONG value) const;
+  ULONG WriteSize(const __int64& value) const;
+  ULONG WriteSize(const PUniversalID& id) const;
+  ULONG WriteSize(float value, unsigned char digits) const;
+  ULONG WriteSize(double value, unsigned char digits) const;
+  ULONG WriteSize(const PString& text) const;
+  ULONG WriteSize(const PString& text, char terminator) const;
+  ULONG WriteSizeArray(const char* values, ULONG count) const;
+  ULONG WriteSizeArray(const short* values, ULONG count) const;
+  ULONG WriteSizeArray(const LONG* values, ULONG count) const;
+  ULONG WriteSizeArray(const __int64* values, ULONG count) const;
+  ULONG WriteSizeArray(const float* values, ULONG count, unsigned char digits) const;
+  ULONG WriteSizeArray(const double* values, ULONG count, unsigned char digits) const;
+
   PStreamHdl* GetHandler() const { return m_handler; }
 
 protected:
@@ -204,6 +278,10 @@ protected:
   void InvalidStreamNotification() const;
 
 private:
+  // Integers of `itemSize` bytes in the stream's byte ordering; both return
+  // the handler's item count.
+  ULONG WriteInts(const char* data, ULONG count, ULONG itemSize);
+  ULONG ReadInts(char* data, ULONG count, ULONG itemSize);
   void AssignHandler(PStreamHdl* handler);
   // InvalidStreamNotification when there is no handler; true when there is
   // one to call.
