@@ -186,11 +186,13 @@ void PStream::Read(PString* text) {
   std::vector<char> bytes(static_cast<std::size_t>(kept) + 1, '\0');
   if (kept)
     Read(bytes.data(), kept, 1);
-  for (ULONG rest = length - kept; rest > 0;) {
+  if (ULONG rest = length - kept) {
     std::vector<char> scratch(std::min(rest, kOverrunChunk));
-    ULONG chunk = static_cast<ULONG>(scratch.size());
-    Read(scratch.data(), chunk, 1);
-    rest -= chunk;
+    while (rest > 0) {
+      ULONG chunk = std::min(rest, static_cast<ULONG>(scratch.size()));
+      Read(scratch.data(), chunk, 1);
+      rest -= chunk;
+    }
   }
   *text = PMBString(bytes.data(), /*copy=*/true);
 }

@@ -29,6 +29,7 @@
 #include <qvbase/POverStream.h>
 #include <qvbase/PNullStream.h>
 #include <qvbase/PTextStream.h>
+#include <qvbase/PStreamSection.h>
 #include <qvbase/PTime.h>
 #include <qvbase/PDate.h>
 #include <qvbase/WINDate.h>

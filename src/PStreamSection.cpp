@@ -1,0 +1,282 @@
+// PStreamSection.cpp - identified, versioned, nested blocks inside a stream.
+// Part of qvbase, the QVKernel foundation class library.
+#include <qvbase/PStreamSection.h>
+
+#include <qvbase/PErrorProtection.h>
+
+#include <algorithm>
+
+namespace {
+
+const char kSourceFile[] = "src\\PStreamSection";
+
+constexpr int kErrorBadOpenMode = 1222;
+constexpr int kErrorClosed = 1223;
+constexpr int kErrorAlreadyOpen = 1224;
+constexpr int kErrorNotWritable = 1231;
+constexpr int kErrorNotReadable = 1232;
+constexpr int kErrorWrongSection = 1233;
+
+constexpr ULONG kHeaderSize = 28;
+
+// Positions computed from header fields saturate instead of wrapping: a
+// size read from a damaged stream must not send the parent back to its start.
+unsigned __int64 Add(unsigned __int64 a, unsigned __int64 b) {
+  return a + b < a ? ~static_cast<unsigned __int64>(0) : a + b;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// PStreamSectionHdl
+
+PStreamSectionHdl::PStreamSectionHdl(PStream& parent)
+    : POverStreamHdl(parent), m_version(0), m_size(0), m_start(0), m_afterIdentifier(0) {}
+
+PStreamSectionHdl::PStreamSectionHdl(const PStreamSectionHdl& other) = default;
+
+PStreamSectionHdl& PStreamSectionHdl::operator=(const PStreamSectionHdl& other) = default;
+
+PStreamSectionHdl::~PStreamSectionHdl() = default;
+
+void PStreamSectionHdl::RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
+  // The parent's handler adds its context, as for any over-stream handler.
+  PError error(code, severity, kSourceFile, line);
+  PError own = PrepareError(error);
+  PError prepared = PErrorProtectionStatus().PrepareError(own);
+  PErrorProtectionStatus().SignalError(prepared);
+}
+
+bool PStreamSectionHdl::Require(ULONG mode, int wrongMode, ULONG line) {
+  if (m_openMode == mode)
+    return true;
+  RaiseError(m_openMode == 0 ? kErrorClosed : wrongMode, ErrorSeverityAbort, line);
+  return false;
+}
+
+PUniversalID PStreamSectionHdl::GetID() { return m_identifier; }
+
+ULONG PStreamSectionHdl::GetVersion() const { return m_version; }
+
+void PStreamSectionHdl::SetID(const PUniversalID& id) {
+  if (m_openMode != 0) {
+    RaiseError(kErrorAlreadyOpen, ErrorSeverityAbort, __LINE__);
+    return; // the header already written keeps its identifier
+  }
+  m_identifier = id;
+}
+
+void PStreamSectionHdl::SetVersion(ULONG version) { m_version = version; }
+
+void PStreamSectionHdl::IOOpen(ULONG mode) {
+  if (m_openMode != 0) {
+    RaiseError(kErrorAlreadyOpen, ErrorSeverityAbort, __LINE__);
+    return;
+  }
+  if (mode == OpenRead) {
+    if (!m_stream.IsReadable()) {
+      RaiseError(kErrorNotReadable, ErrorSeverityAbort, __LINE__);
+      return;
+    }
+    m_start = m_stream.GetPos();
+    m_stream.Read(&m_identifier);
+    m_afterIdentifier = m_stream.GetPos();
+    LONG version = 0;
+    __int64 size = 0;
+    m_stream.Read(&version);
+    m_stream.Read(&size);
+    m_version = static_cast<ULONG>(version);
+    m_size = static_cast<unsigned __int64>(size);
+    m_openMode = OpenRead;
+  } else if (mode == OpenWrite) {
+    if (!m_stream.IsWritable()) {
+      RaiseError(kErrorNotWritable, ErrorSeverityAbort, __LINE__);
+      return;
+    }
+    m_start = m_stream.GetPos();
+    m_stream.Write(m_identifier);
+    m_afterIdentifier = m_stream.GetPos();
+    // Provisional, and deliberately 24 rather than 28: closing always
+    // writes the real size; only a section never closed shows this one.
+    m_size = (m_afterIdentifier - m_start) + 8;
+    m_stream.Write(static_cast<LONG>(m_version));
+    m_stream.Write(static_cast<__int64>(m_size));
+    m_openMode = OpenWrite;
+  } else {
+    RaiseError(kErrorBadOpenMode, ErrorSeverityAbort, __LINE__);
+  }
+}
+
+ULONG PStreamSectionHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize) {
+  if (!Require(OpenWrite, kErrorNotReadable, __LINE__))
+    return 0;
+  ULONG written = m_stream.Write(buffer, count, itemSize);
+  unsigned __int64 position = m_stream.GetPos() - m_start;
+  if (position > m_size)
+    m_size = position;
+  return written;
+}
+
+ULONG PStreamSectionHdl::IORead(char* buffer, ULONG count, ULONG itemSize) {
+  if (!Require(OpenRead, kErrorNotReadable, __LINE__))
+    return 0;
+  // No limit at the section's end: readers bound themselves with IsAtEnd or
+  // GetSize, and a reader that goes on reads what follows.
+  return m_stream.Read(buffer, count, itemSize);
+}
+
+unsigned __int64 PStreamSectionHdl::IOGetPos() const { return m_stream.GetPos() - m_start; }
+
+unsigned __int64 PStreamSectionHdl::IOGetSize() const { return m_size; }
+
+bool PStreamSectionHdl::IOIsAtEnd() const { return IOGetPos() >= m_size; }
+
+void PStreamSectionHdl::IOSetPos(TypSeekMode mode, unsigned __int64 offset) {
+  if (m_openMode == 0) {
+    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    return;
+  }
+  switch (mode) {
+  case SeekFwd:
+  case SeekBack:
+    m_stream.SetPos(mode, offset);
+    break;
+  case SeekFromStart:
+    m_stream.MoveTo(Add(m_start, offset));
+    break;
+  case SeekFromEnd:
+    m_stream.MoveTo(Add(m_start, m_size) - std::min(offset, Add(m_start, m_size)));
+    break;
+  default:
+    // Deliberately ignored without an error, unlike the memory handler.
+    break;
+  }
+}
+
+void PStreamSectionHdl::IOSetSize(unsigned __int64 size) {
+  if (!Require(OpenWrite, kErrorNotWritable, __LINE__))
+    return;
+  m_size = size;
+  // The parent grows to hold the section; it is never shrunk.
+  unsigned __int64 end = Add(m_start, size);
+  if (m_stream.GetSize() < end)
+    m_stream.SetSize(end);
+}
+
+void PStreamSectionHdl::IOSetOpenMode(ULONG mode) {
+  if (m_openMode == 0) {
+    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    return;
+  }
+  if (mode != m_openMode)
+    RaiseError(kErrorBadOpenMode, ErrorSeverityAbort, __LINE__);
+}
+
+ULONG PStreamSectionHdl::IOGetAvailableOpenModes() const {
+  return m_openMode != 0 ? m_openMode : m_stream.OpenMode();
+}
+
+void PStreamSectionHdl::IOClose() {
+  if (m_openMode == OpenWrite) {
+    // The size is where the writer stands at close, not the furthest it got.
+    unsigned __int64 end = m_stream.GetPos();
+    m_size = end - m_start;
+    m_openMode = 0;
+    m_stream.MoveTo(m_afterIdentifier);
+    m_stream.Write(static_cast<LONG>(m_version));
+    m_stream.Write(static_cast<__int64>(m_size));
+    m_stream.MoveTo(end);
+  } else if (m_openMode == OpenRead) {
+    // Whatever part of the body was not read is skipped.
+    m_openMode = 0;
+    m_stream.MoveTo(Add(m_start, m_size));
+  } else {
+    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+  }
+}
+
+// ---------------------------------------------------------------------------
+// PStreamSection
+
+PStreamSection::PStreamSection() = default;
+
+PStreamSection::PStreamSection(const PStreamSection& other) = default;
+
+PStreamSection& PStreamSection::operator=(const PStreamSection& other) = default;
+
+PStreamSection::~PStreamSection() = default;
+
+PStreamSection::PStreamSection(PStream& parent) : PStream(new PStreamSectionHdl(parent)) {
+  SetByteOrdering(parent.GetByteOrdering());
+}
+
+PStreamSectionHdl* PStreamSection::SectionHandler() const {
+  return static_cast<PStreamSectionHdl*>(GetHandler());
+}
+
+PUniversalID PStreamSection::ID() const {
+  return SectionHandler() ? SectionHandler()->GetID() : PUniversalID();
+}
+
+ULONG PStreamSection::Version() const { return SectionHandler() ? SectionHandler()->GetVersion() : 0; }
+
+void PStreamSection::SetID(const PUniversalID& id) {
+  if (SectionHandler())
+    SectionHandler()->SetID(id);
+}
+
+void PStreamSection::SetVersion(ULONG version) {
+  if (SectionHandler())
+    SectionHandler()->SetVersion(version);
+}
+
+// ---------------------------------------------------------------------------
+// Free functions
+
+PStreamSection OpenWriteSection(PStream& parent, const PUniversalID& id, ULONG version) {
+  PStreamSection section(parent);
+  section.SetVersion(version);
+  section.SetID(id);
+  section.Open(OpenWrite);
+  return section;
+}
+
+PStreamSection OpenReadSection(PStream& parent) {
+  PStreamSection section(parent);
+  section.Open(OpenRead);
+  return section;
+}
+
+PStreamSection OpenReadSection(PStream& parent, const PUniversalID& id) {
+  PStreamSection section = OpenReadSection(parent);
+  if (section.ID() != id) {
+    // Closing first leaves the parent after the rejected section, so a
+    // caller that catches the error can go on with the next one.
+    section.Close();
+    PError error(kErrorWrongSection, ErrorSeverityError, kSourceFile, __LINE__);
+    PError prepared = PErrorProtectionStatus().PrepareError(error);
+    PErrorProtectionStatus().SignalError(prepared);
+  }
+  return section;
+}
+
+PUniversalID GetNextSection(PStream& parent) {
+  unsigned __int64 position = parent.GetPos();
+  PUniversalID id;
+  parent.Read(&id);
+  parent.MoveTo(position);
+  return id;
+}
+
+void SkipCurrentSection(PStream& parent) {
+  unsigned __int64 position = parent.GetPos();
+  PUniversalID id;
+  LONG version = 0;
+  __int64 size = 0;
+  parent.Read(&id);
+  parent.Read(&version);
+  parent.Read(&size);
+  parent.MoveTo(Add(position, static_cast<unsigned __int64>(size)));
+}
+
+ULONG GetWriteSectionSize(const PStream&) { return kHeaderSize; }
