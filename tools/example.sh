@@ -5,4 +5,4 @@ cd "$(dirname "$0")/.."
 tools/setup.sh
 cmake --preset linux >/dev/null
 cmake --build --preset linux --target qvbase_example
-exec build/linux/bin/qvbase_example
+exec build/linux/bin/qvbase_example build/typical_request.qvd
