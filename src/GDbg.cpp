@@ -137,10 +137,11 @@ void TraceErrorIgnored() {
 void GDbgEnterHandling(const PError&, const char* file, ULONG line) {
   if (gNoErrorMode > 0 || !BeginRecord())
     return;
-  char text[kPathSize + 64];
-  std::snprintf(text, sizeof text, "--> handled by file %s (line %u)", file ? file : "",
-                static_cast<unsigned>(line));
+  char text[32];
+  std::snprintf(text, sizeof text, " (line %u)", static_cast<unsigned>(line));
   Indent();
+  Write("--> handled by file ");
+  Write(file ? file : ""); // whole, however long
   Write(text);
   EndRecord();
 }

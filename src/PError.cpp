@@ -91,11 +91,13 @@ public:
   }
 
   void Set(const char* key, TypErrorTagEnum tag, const void* data, ULONG size) {
+    // The new entry is made before the old one goes: the key and value given
+    // may be the old entry's own (taken from GetErrorInfo or EnumErrorInfo).
+    auto* entry = NewOrNull<PErrorInfoEntry>(key, tag, data, size);
     if (PErrorInfoEntry* old = Find(key)) {
       m_entries.Remove(old);
       delete old;
     }
-    auto* entry = NewOrNull<PErrorInfoEntry>(key, tag, data, size);
     if (!entry)
       return;
     ULONG before = m_entries.Size();
@@ -232,9 +234,13 @@ void PError::SetStringInfo(const char* key, const PMBString& value) {
     SetErrorInfo(key, ErrorTagString, nullptr, 0);
     return;
   }
-  std::string bytes(static_cast<const char*>(value), value.Size());
-  bytes.resize(full, '\0');
-  SetErrorInfo(key, ErrorTagString, bytes.data(), full);
+  try {
+    std::string bytes(static_cast<const char*>(value), value.Size());
+    bytes.resize(full, '\0');
+    SetErrorInfo(key, ErrorTagString, bytes.data(), full);
+  } catch (const std::bad_alloc&) {
+    // Without memory the detail is not recorded; the error object never throws.
+  }
 }
 
 PMBString PError::GetStringInfo(const char* key, const char* defaultText) const {
@@ -267,9 +273,11 @@ PMBString DecimalText(long long value, bool isSigned) {
 }
 
 // An info text that names itself (^x^ inside info "x") would be inserted
-// again and again; after this many replacements in one text the remaining
-// parameters are left as they stand.
-constexpr int kMaxReplacements = 4096;
+// again and again, growing the text each time. Substitution stops after this
+// many replacements, or once the text is this long; the parameters left then
+// stay as they stand.
+constexpr int kMaxReplacements = 256;
+constexpr ULONG kMaxFormattedLength = 64 * 1024;
 
 const char* SeverityDisplayName(TypErrorSeverityEnum severity) {
   switch (severity) {
@@ -303,12 +311,13 @@ PMBString PError::MakeDisplayString(const PMBString& format) {
   ULONG length = 0;
   for (ULONG pos; (pos = text.FindNextParameter(&name, &length, from)) != 0xFFFFFFFFu;) {
     const char* key = name;
-    if (replacements < kMaxReplacements && HasStringInfo(key)) {
+    const bool mayReplace = replacements < kMaxReplacements && text.Size() < kMaxFormattedLength;
+    if (mayReplace && HasStringInfo(key)) {
       text.Delete(pos, length);
       text.Insert(GetStringInfo(key, ""), pos);
       from = pos; // the inserted text is scanned again
       ++replacements;
-    } else if (replacements < kMaxReplacements && HasIntegerInfo(key)) {
+    } else if (mayReplace && HasIntegerInfo(key)) {
       text.Delete(pos, length);
       text.Insert(DecimalText(GetIntegerInfo(key, 0), true), pos);
       from = pos;

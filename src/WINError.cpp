@@ -2,6 +2,8 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/WINError.h>
 
+#include <qvbase/PMBString.h>
+
 #include "native/ErrorText.h"
 
 #include <algorithm>
@@ -65,7 +67,7 @@ PError WINError(ULONG native, TypWINErrorRefine refine) {
   if (!error.HasStringInfo("nativeerror")) {
     std::string text;
     if (qvbase::native::SystemErrorText(native, &text))
-      error.SetErrorInfo("nativeerror", ErrorTagString, text.c_str(), static_cast<ULONG>(text.size() + 1));
+      error.SetStringInfo("nativeerror", PMBString(text.c_str(), /*copy=*/true));
   }
   if (!error.HasIntegerInfo("nativecode"))
     error.SetIntegerInfo("nativecode", static_cast<int>(native));

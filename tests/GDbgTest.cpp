@@ -78,6 +78,21 @@ int TraceRole(const std::vector<std::string>& args) {
       Raise(1300, ErrorSeverityWarning, 2); // while the first is handled
       GDbgErrorCatched(error, "app.cpp", 51);
     }
+  } else if (scenario == "severities") {
+    AnswerHook hook(ErrorHandlingItem);
+    PErrorHookProtection protection(&hook, true);
+    const TypErrorSeverityEnum severities[] = {ErrorSeverityAbort, ErrorSeverityFatal,
+                                               static_cast<TypErrorSeverityEnum>(27), ErrorSeverityWarning};
+    ULONG line = 1;
+    for (TypErrorSeverityEnum severity : severities) {
+      try {
+        Raise(1300, severity, line);
+      } catch (const PError& error) {
+        GDbgEnterHandling(error, "app.cpp", 10 + line);
+        GDbgErrorCatched(error, "app.cpp", 20 + line);
+      }
+      ++line;
+    }
   } else if (scenario == "no-error-mode") {
     GDbgEnterNoErrorMode("app.cpp", 60);
     Raise(1220, ErrorSeverityWarning, 7);
@@ -99,11 +114,11 @@ const bool kTraceRoleRegistered = qvtest::RegisterChildRole("trace", TraceRole);
 // Points the machine's trace switch at a file for its lifetime.
 class TraceSwitch {
 public:
-  explicit TraceSwitch(const std::string& path) {
+  TraceSwitch(const std::string& path, bool asBinary) {
     EXPECT_EQ(native::CreateRegKey(native::kRegLocalMachine, "Software\\Varnel\\Config", nullptr,
                                    native::kKeyAllAccess, &m_key, nullptr),
               ERROR_SUCCESS);
-    EXPECT_EQ(native::SetRegValue(m_key, "errorfile", native::kRegSz,
+    EXPECT_EQ(native::SetRegValue(m_key, "errorfile", asBinary ? native::kRegBinary : native::kRegSz,
                                   reinterpret_cast<const BYTE*>(path.c_str()),
                                   static_cast<DWORD>(path.size() + 1)),
               ERROR_SUCCESS);
@@ -117,13 +132,17 @@ private:
   native::RegKey m_key = nullptr;
 };
 
+enum class Switch { kOff, kOn, kOnWithOldTrace, kNotAString };
+
 // Runs one scenario in a child and returns the trace file's text.
-std::string TraceOf(const char* scenario, bool switchedOn = true) {
+std::string TraceOf(const char* scenario, Switch how = Switch::kOn) {
   EXPECT_TRUE(kTraceRoleRegistered);
   qvtest::ScratchRegistry registry;
   qvtest::TempDir dir;
   std::string path = dir.File("trace.log");
-  TraceSwitch* on = switchedOn ? new TraceSwitch(path) : nullptr;
+  if (how == Switch::kOnWithOldTrace)
+    qvtest::WriteFile(path, "an old trace\n");
+  TraceSwitch* on = how == Switch::kOff ? nullptr : new TraceSwitch(path, how == Switch::kNotAString);
   qvtest::RunResult r = qvtest::Run({qvtest::SelfPath(), "--qvtest-child", "trace", scenario});
   delete on;
   EXPECT_EQ(r.status, 0) << r.err;
@@ -137,7 +156,29 @@ std::string TraceOf(const char* scenario, bool switchedOn = true) {
 }
 
 TEST(GDbg, WithoutTheRegistryValueNothingIsWritten) {
-  EXPECT_EQ(TraceOf("caught", /*switchedOn=*/false), "<no file>");
+  EXPECT_EQ(TraceOf("caught", Switch::kOff), "<no file>");
+}
+
+TEST(GDbg, ValueThatIsNotAStringLeavesTracingOff) {
+  EXPECT_EQ(TraceOf("caught", Switch::kNotAString), "<no file>");
+}
+
+TEST(GDbg, TheTraceIsEmptiedAtTheFirstRead) {
+  EXPECT_EQ(TraceOf("caught", Switch::kOnWithOldTrace),
+            "***\n"
+            "src\\Trace(9): error 1220: \n"
+            "   --> handled by file app.cpp (line 30) and catched at line 31\n"
+            "***\n");
+}
+
+TEST(GDbg, TransformationsNameEverySeverity) {
+  auto block = [](int line, const char* shown, const char* traced) {
+    return std::string("***\n") + "src\\Trace(" + std::to_string(line) + "): " + shown + " 1300: \n" +
+           "   --> transformed to " + traced + " 2 :(waserror)1300 \n" + "   --> handled by file app.cpp (line " +
+           std::to_string(10 + line) + ") and catched at line " + std::to_string(20 + line) + "\n***\n";
+  };
+  EXPECT_EQ(TraceOf("severities"), block(1, "error", "abort error") + block(2, "fatal error", "fatal error") +
+                                       block(3, "error", "bad severity error") + block(4, "warning", "warning"));
 }
 
 TEST(GDbg, DroppedWarningOpensAndClosesItsBlock) {

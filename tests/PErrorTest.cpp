@@ -288,6 +288,31 @@ TEST(PError, InsertedTextIsScannedAgain) {
   EXPECT_STREQ(static_cast<const char*>(error.MakeDisplayString(PMBString("^outer^"))), "[deep]");
 }
 
+TEST(PError, GrowingSelfNamingInfoStopsQuickly) {
+  // Each round would insert a longer text than the last.
+  PError error(1);
+  error.SetStringInfo("a", PMBString((std::string(16, 'x') + "^a^").c_str(), true));
+  PMBString text = error.MakeDisplayString(PMBString("^a^"));
+  EXPECT_LE(text.Size(), 64u * 1024u + 64u);
+  EXPECT_NE(std::string(static_cast<const char*>(text)).find("^a^"), std::string::npos);
+}
+
+TEST(PError, SettingAKeyFromItsOwnValueKeepsTheValue) {
+  // The key and value pointers belong to the entry being replaced.
+  PError error(1);
+  error.SetStringInfo("name", PMBString("Editor"));
+  ULONG index = 0;
+  const char* key = nullptr;
+  TypErrorTagEnum tag;
+  ASSERT_TRUE(error.EnumErrorInfo(index, &key, &tag));
+  const void* data = nullptr;
+  ULONG size = 0;
+  ASSERT_TRUE(error.GetErrorInfo(key, tag, &data, &size));
+  error.SetErrorInfo(key, tag, data, size);
+  EXPECT_STREQ(static_cast<const char*>(error.GetStringInfo("name", "")), "Editor");
+  EXPECT_EQ(error.EnumErrorInfo(), 1u);
+}
+
 TEST(PError, SelfNamingInfoDoesNotFormatForever) {
   // A text that holds its own parameter would be inserted without end.
   PError error(1);

@@ -37,6 +37,7 @@ public:
   TestPtr& operator=(const TestPtr& other) = default;
   using PInterfacePtr::AssignTo;
   using PInterfacePtr::CreateData;
+  using PInterfacePtr::GetData;
 };
 
 const _GUID kRegisteredClass = {0x1A2B3C4D, 0x0001, 0x4002, {0x80, 0x03, 0, 0, 0, 0, 0, 0x01}};

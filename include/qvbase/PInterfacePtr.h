@@ -31,13 +31,15 @@
 
 class QVBASE_API PInterfacePtr : public PRoot {
 public:
-  IUnknown* GetData() const { return m_interface; }
   bool IsNull() const { return m_interface == nullptr; }
   bool IsNotValid() const { return m_interface == nullptr; }
   bool IsValid() const { return m_interface != nullptr; }
   bool IsNotNull() const { return m_interface != nullptr; }
 
 protected:
+  // The raw interface pointer; typed handles expose it as their interface.
+  IUnknown* GetData() const { return m_interface; }
+
   PInterfacePtr();
   // Takes a reference on `object` (which may be null).
   explicit PInterfacePtr(IUnknown* object);
