@@ -141,17 +141,27 @@ PString FloatFormat(double value, unsigned char precision, bool withSign) {
   return PString(text, /*copy=*/true);
 }
 
+// The readers behave as the C runtime's "%lu" and "%ld" do with a 32-bit
+// long, on every target: digits beyond the range saturate at its ends (a
+// 64-bit long would wrap them on the way to 32 bits instead).
 ULONG PStringToUInt(const PString& text) {
-  unsigned long value = 0;
-  if (std::sscanf(AsciiText(text), "%lu", &value) != 1)
+  long long value = 0;
+  if (std::sscanf(AsciiText(text), "%lld", &value) != 1)
     return 0;
+  // A minus sign negates in 32 bits ("-5" is 0xFFFFFFFB), as strtoul does.
+  if (value > 0xFFFFFFFFll || value < -0xFFFFFFFFll)
+    return 0xFFFFFFFFu;
   return static_cast<ULONG>(value);
 }
 
 LONG PStringToSInt(const PString& text) {
-  long value = 0;
-  if (std::sscanf(AsciiText(text), "%ld", &value) != 1)
+  long long value = 0;
+  if (std::sscanf(AsciiText(text), "%lld", &value) != 1)
     return 0;
+  if (value > 0x7FFFFFFFll)
+    return 0x7FFFFFFF;
+  if (value < -0x80000000ll)
+    return static_cast<LONG>(-0x7FFFFFFF - 1);
   return static_cast<LONG>(value);
 }
 

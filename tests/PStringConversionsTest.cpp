@@ -127,9 +127,17 @@ TEST(PStringConversions, ReadsIntegersAndFloats) {
     EXPECT_EQ(row.asUnsigned, PStringToUInt(PString(row.text)));
     EXPECT_EQ(row.asSigned, PStringToSInt(PString(row.text)));
   }
-  // Text beyond the signed range reads as the runtime reads it; the largest
-  // unsigned value reads back exactly.
+  // The largest unsigned value reads back exactly.
   EXPECT_EQ(0xFFFFFFFFu, PStringToUInt(PString("4294967295")));
+}
+
+TEST(PStringConversions, OutOfRangeIntegersSaturateOnEveryTarget) {
+  // As a 32-bit long reads them, whatever the width of long here.
+  EXPECT_EQ(0x7FFFFFFF, PStringToSInt(PString("4294967295")));
+  EXPECT_EQ(0x7FFFFFFF, PStringToSInt(PString("99999999999999999999")));
+  EXPECT_EQ(-0x7FFFFFFF - 1, PStringToSInt(PString("-2147483649")));
+  EXPECT_EQ(0xFFFFFFFFu, PStringToUInt(PString("4294967296")));
+  EXPECT_EQ(0xFFFFFFFFu, PStringToUInt(PString("-1")));
   EXPECT_DOUBLE_EQ(0.25, PStringToFloat(PString("0.25")));
   EXPECT_DOUBLE_EQ(0.0, PStringToFloat(PString("x")));
 }
