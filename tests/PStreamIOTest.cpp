@@ -325,3 +325,50 @@ TEST(PStreamIO, TerminatedStringsLongerThanTheFirstBufferGrow) {
 }
 
 } // namespace
+
+namespace {
+
+// A date that counts the notices of a changed value.
+class WatchedDate : public PUTDate {
+public:
+  int changes = 0;
+
+protected:
+  void PTimeChanged() override { ++changes; }
+};
+
+TEST(PStreamIO, ReadingADateTellsItItsValueChanged) {
+  PStream stream = NewStream(kByteOrderingMotorola);
+  stream.Write(PUTDate(static_cast<LONG>(86400)));
+  stream.MoveTo(0);
+  WatchedDate date;
+  date.changes = 0;
+  stream.Read(&date);
+  EXPECT_EQ(date.changes, 1);
+  EXPECT_EQ(date.GetValue().GetValue(), 86400LL * 10000000LL);
+}
+
+TEST(PStreamIO, FloatArraysAreCountedStringsOneByOne) {
+  PStream stream = NewStream(kByteOrderingIntel);
+  const float floats[2] = {1.5f, -0.25f};
+  const double doubles[2] = {1e10, 0.125};
+  stream.WriteArray(floats, 2, 6);
+  stream.WriteArray(doubles, 2, 6);
+  EXPECT_EQ(stream.GetSize(), stream.WriteSizeArray(floats, 2, 6) + stream.WriteSizeArray(doubles, 2, 6));
+  stream.MoveTo(0);
+  float floatsBack[2] = {};
+  double doublesBack[2] = {};
+  stream.ReadArray(floatsBack, 2);
+  stream.ReadArray(doublesBack, 2);
+  EXPECT_EQ(floatsBack[0], 1.5f);
+  EXPECT_EQ(floatsBack[1], -0.25f);
+  EXPECT_EQ(doublesBack[0], 1e10);
+  EXPECT_EQ(doublesBack[1], 0.125);
+  // "1.5" as the first item: a 4-byte count, then the text.
+  stream.MoveTo(0);
+  char head[7] = {};
+  stream.Read(head, 7, 1);
+  EXPECT_EQ(std::string(head, 7), std::string("\x03\0\0\0" "1.5", 7));
+}
+
+} // namespace
