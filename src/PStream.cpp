@@ -472,10 +472,12 @@ public:
   }
 
   // A failing flush is reported rather than hidden behind S_OK.
+  // The flush runs inside the protection like every operation; Commit
+  // answers S_OK whatever it reported.
   HRESULT STDMETHODCALLTYPE Commit(DWORD) override {
-    if (!m_handler)
-      return S_OK;
-    return Run([&] { m_handler->Flush(); });
+    if (m_handler)
+      Run([&] { m_handler->Flush(); });
+    return S_OK;
   }
 
   HRESULT STDMETHODCALLTYPE Revert() override { return S_OK; }

@@ -22,8 +22,7 @@ namespace {
 // Byte runs of this size and more are reversed in a scratch block; smaller
 // ones in place and back.
 constexpr ULONG kScratchThreshold = 16;
-// The most a string read keeps in memory beyond what the stream can still
-// supply: the rest of a hostile length is read through this much scratch.
+// Counted strings are read in chunks of this size.
 constexpr ULONG kOverrunChunk = 1024 * 1024;
 constexpr ULONG kTerminatedStart = 64;
 
@@ -176,24 +175,29 @@ void PStream::Read(PString* text) {
     *text = PMBString();
     return;
   }
-  // A length larger than what the stream can still supply is not trusted
-  // with memory: the bytes that exist are kept, the rest of the count is
-  // read through a small scratch block, so the handler sees the same total
-  // request (and moves its position as it would).
-  unsigned long long size = GetSize(), pos = GetPos();
-  unsigned long long available = size > pos ? size - pos : 0;
-  ULONG kept = static_cast<ULONG>(std::min<unsigned long long>(length, available));
-  std::vector<char> bytes(static_cast<std::size_t>(kept) + 1, '\0');
-  if (kept)
-    Read(bytes.data(), kept, 1);
-  if (ULONG rest = length - kept) {
-    std::vector<char> scratch(std::min(rest, kOverrunChunk));
-    while (rest > 0) {
-      ULONG chunk = std::min(rest, static_cast<ULONG>(scratch.size()));
+  // The length is not trusted with memory: the bytes are read in chunks,
+  // and kept only while the handler delivers whole chunks. The handler still
+  // sees the whole count asked for (and moves its position as it would).
+  std::vector<char> bytes;
+  std::vector<char> scratch;
+  bool keeping = true;
+  for (ULONG rest = length; rest > 0;) {
+    const ULONG chunk = std::min(rest, kOverrunChunk);
+    if (keeping) {
+      const std::size_t old = bytes.size();
+      bytes.resize(old + chunk);
+      ULONG got = Read(bytes.data() + old, chunk, 1);
+      if (got < chunk) {
+        bytes.resize(old + got);
+        keeping = false;
+      }
+    } else {
+      scratch.resize(chunk);
       Read(scratch.data(), chunk, 1);
-      rest -= chunk;
     }
+    rest -= chunk;
   }
+  bytes.push_back('\0');
   *text = PMBString(bytes.data(), /*copy=*/true);
 }
 

@@ -88,6 +88,12 @@ void PStreamSectionHdl::IOOpen(ULONG mode) {
     m_version = static_cast<ULONG>(version);
     m_size = static_cast<unsigned __int64>(size);
     m_openMode = OpenRead;
+    // Deliberately refused although nothing else checks sizes: a section
+    // shorter than its header would send readers back into it.
+    if (m_size < kHeaderSize) {
+      RaiseError(kErrorWrongSection, ErrorSeverityAbort, __LINE__);
+      m_size = kHeaderSize;
+    }
   } else if (mode == OpenWrite) {
     if (!m_stream.IsWritable()) {
       RaiseError(kErrorNotWritable, ErrorSeverityAbort, __LINE__);
@@ -129,7 +135,11 @@ unsigned __int64 PStreamSectionHdl::IOGetPos() const { return m_stream.GetPos() 
 
 unsigned __int64 PStreamSectionHdl::IOGetSize() const { return m_size; }
 
-bool PStreamSectionHdl::IOIsAtEnd() const { return IOGetPos() >= m_size; }
+// Also at its end where the parent is: a damaged size larger than the
+// parent's data must not keep a reader going forever.
+bool PStreamSectionHdl::IOIsAtEnd() const { return IOGetPos() >= m_size || m_stream.IsAtEnd(); }
+
+ULONG PStreamSectionHdl::IOOpenMode() const { return m_openMode; }
 
 void PStreamSectionHdl::IOSetPos(TypSeekMode mode, unsigned __int64 offset) {
   if (m_openMode == 0) {
@@ -254,7 +264,8 @@ PStreamSection OpenReadSection(PStream& parent, const PUniversalID& id) {
     // caller that catches the error can go on with the next one.
     section.Close();
     PError error(kErrorWrongSection, ErrorSeverityError, kSourceFile, __LINE__);
-    PError prepared = PErrorProtectionStatus().PrepareError(error);
+    PError own = section.PrepareError(error); // the handlers add their context
+    PError prepared = PErrorProtectionStatus().PrepareError(own);
     PErrorProtectionStatus().SignalError(prepared);
   }
   return section;
@@ -276,7 +287,15 @@ void SkipCurrentSection(PStream& parent) {
   parent.Read(&id);
   parent.Read(&version);
   parent.Read(&size);
-  parent.MoveTo(Add(position, static_cast<unsigned __int64>(size)));
+  unsigned __int64 length = static_cast<unsigned __int64>(size);
+  if (length < kHeaderSize) {
+    PError error(kErrorWrongSection, ErrorSeverityAbort, kSourceFile, __LINE__);
+    PError own = parent.PrepareError(error);
+    PError prepared = PErrorProtectionStatus().PrepareError(own);
+    PErrorProtectionStatus().SignalError(prepared);
+    length = kHeaderSize; // let through: skip the header at least
+  }
+  parent.MoveTo(Add(position, length));
 }
 
 ULONG GetWriteSectionSize(const PStream&) { return kHeaderSize; }

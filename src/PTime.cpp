@@ -68,25 +68,53 @@ PTime PTime::operator*(const __int64& factor) const {
 
 PTime& PTime::operator*=(const __int64& factor) { return *this = *this * factor; }
 
+namespace {
+
+// A product or quotient outside the 64-bit range (or not a number) would be
+// undefined as an integer: it saturates, and a NaN gives 0.
+__int64 FromDouble(double value) {
+  if (value != value)
+    return 0;
+  if (value >= 9223372036854775807.0)
+    return 0x7FFFFFFFFFFFFFFFLL;
+  if (value <= -9223372036854775808.0)
+    return -0x7FFFFFFFFFFFFFFFLL - 1;
+  return static_cast<__int64>(value);
+}
+
+} // namespace
+
 PTime PTime::operator*(double factor) const {
-  return PTime(static_cast<__int64>(static_cast<double>(m_value) * factor));
+  return PTime(FromDouble(static_cast<double>(m_value) * factor));
 }
 
 PTime& PTime::operator*=(double factor) { return *this = *this * factor; }
 
-PTime PTime::operator/(const __int64& divisor) const { return PTime(m_value / divisor); }
+PTime PTime::operator/(const __int64& divisor) const {
+  // The most negative value divided by -1 wraps (to itself) like a negation,
+  // instead of trapping.
+  if (divisor == -1)
+    return -*this;
+  return PTime(m_value / divisor);
+}
 
 PTime& PTime::operator/=(const __int64& divisor) { return *this = *this / divisor; }
 
 PTime PTime::operator/(double divisor) const {
-  return PTime(static_cast<__int64>(static_cast<double>(m_value) / divisor));
+  return PTime(FromDouble(static_cast<double>(m_value) / divisor));
 }
 
 PTime& PTime::operator/=(double divisor) { return *this = *this / divisor; }
 
-__int64 PTime::operator/(const PTime& divisor) const { return m_value / divisor.m_value; }
+__int64 PTime::operator/(const PTime& divisor) const {
+  if (divisor.m_value == -1)
+    return static_cast<__int64>(0 - static_cast<std::uint64_t>(m_value));
+  return m_value / divisor.m_value;
+}
 
-__int64 PTime::operator%(const PTime& divisor) const { return m_value % divisor.m_value; }
+__int64 PTime::operator%(const PTime& divisor) const {
+  return divisor.m_value == -1 ? 0 : m_value % divisor.m_value;
+}
 
 bool PTime::IsNear(const PTime& other, const PTime& tolerance) const {
   // Magnitudes as unsigned, so that the unset value has one too.

@@ -314,16 +314,100 @@ TEST(PStreamSection, HostileSizesGoWhereTheHeaderSaysOrFail) {
             section.Close();
           }
           // Within the stream, the parent went exactly there.
+          EXPECT_GE(row.size, 28u);
           EXPECT_EQ(stream.GetPos(), reached);
           EXPECT_LE(reached, end);
         } catch (const PError& error) {
-          // Past the stream's end the seek is refused.
-          EXPECT_EQ(error.Code(), 1227);
-          EXPECT_GT(reached, end);
+          if (row.size < 28) {
+            // A size below the header is not a section.
+            EXPECT_EQ(error.Code(), 1233);
+          } else {
+            // Past the stream's end the seek is refused.
+            EXPECT_EQ(error.Code(), 1227);
+            EXPECT_GT(reached, end);
+          }
         }
       }
     }
   }
+}
+
+} // namespace
+
+namespace {
+
+class IgnoringHook : public PErrorHook {
+public:
+  TypErrorHandlingEnum DisplayError(PError&, ULONG) override {
+    ++calls;
+    return ErrorHandlingIgnore;
+  }
+  int calls = 0;
+};
+
+TEST(PStreamSection, SkippingASizeBelowTheHeaderStillMovesOn) {
+  PStream stream = NewStream();
+  stream.Write(kFirst);
+  stream.Write(static_cast<LONG>(1));
+  stream.Write(static_cast<__int64>(0));
+  WriteSection(stream, kSecond, 0);
+  stream.MoveTo(0);
+  IgnoringHook hook;
+  PErrorHookProtection protection(&hook, true);
+  SkipCurrentSection(stream);
+  EXPECT_EQ(hook.calls, 1);
+  EXPECT_EQ(stream.GetPos(), 28u); // the header, at least
+  EXPECT_TRUE(GetNextSection(stream) == kSecond);
+}
+
+TEST(PStreamSection, ClosedSectionSaysItIsClosed) {
+  PStream stream = NewStream();
+  WriteSection(stream, kFirst, 2);
+  stream.MoveTo(0);
+  IgnoringHook hook;
+  PErrorHookProtection protection(&hook, true);
+  {
+    PStreamSection section = OpenReadSection(stream);
+    EXPECT_TRUE(section.IsOpened());
+    EXPECT_TRUE(section.IsReadable());
+    EXPECT_FALSE(section.IsWritable()); // its parent is, the section is not
+    section.Close();
+    EXPECT_FALSE(section.IsOpened());
+  }
+  // Going away after an explicit close raised nothing.
+  EXPECT_EQ(hook.calls, 0);
+}
+
+TEST(PStreamSection, DamagedSizeEndsWithTheParentsData) {
+  PStream stream = NewStream();
+  stream.Write(kFirst);
+  stream.Write(static_cast<LONG>(1));
+  stream.Write(static_cast<__int64>(0x200000000LL)); // far beyond the data
+  stream.Write("abc", 3, 1);
+  stream.MoveTo(0);
+  PStreamSection section = OpenReadSection(stream);
+  int reads = 0;
+  char c;
+  while (!section.IsAtEnd() && reads < 100) {
+    section.Read(&c, 1, 1);
+    ++reads;
+  }
+  EXPECT_EQ(reads, 3);
+}
+
+TEST(PStreamSection, CountedStringsAreNotCutAtTheSectionSize) {
+  // A reader of a section reads on past its size; a counted string there
+  // comes back whole.
+  PStream stream = NewStream();
+  stream.Write(kFirst);
+  stream.Write(static_cast<LONG>(1));
+  stream.Write(static_cast<__int64>(30));
+  stream.Write(PString("hello"));
+  stream.MoveTo(0);
+  PStreamSection section = OpenReadSection(stream);
+  PString text;
+  section.Read(&text);
+  EXPECT_STREQ(static_cast<const char*>(PMBString(text)), "hello");
 }
 
 } // namespace

@@ -187,3 +187,24 @@ TEST(PTime, IgnoredFormatErrorStillFillsThePattern) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(PTime, DivisionByMinusOneWrapsInsteadOfTrapping) {
+  PTime unset; // the most negative value
+  PTime divided = unset / static_cast<__int64>(-1);
+  EXPECT_EQ(divided.GetValue(), unset.GetValue());
+  EXPECT_EQ(PTime(static_cast<__int64>(10)) / static_cast<__int64>(-1), PTime(static_cast<__int64>(-10)));
+  EXPECT_EQ(unset % PTime(static_cast<__int64>(-1)), 0);
+  EXPECT_EQ(PTime(static_cast<__int64>(7)) / PTime(static_cast<__int64>(-1)), -7);
+}
+
+TEST(PTime, FloatingFactorsOutOfRangeSaturate) {
+  PTime big(static_cast<__int64>(0x4000000000000000LL));
+  EXPECT_EQ((big * 4.0).GetValue(), 0x7FFFFFFFFFFFFFFFLL);
+  EXPECT_EQ((big * -4.0).GetValue(), -0x7FFFFFFFFFFFFFFFLL - 1);
+  EXPECT_EQ((big / 0.0).GetValue(), 0x7FFFFFFFFFFFFFFFLL);
+  EXPECT_EQ((PTime(static_cast<__int64>(0)) / 0.0).GetValue(), 0); // 0/0 is not a number
+}
+
+} // namespace

@@ -200,7 +200,6 @@ public:
   void WriteByteOrdering();
   ULONG WriteSizeByteOrdering() const { return 2; }
 
-  // The handler, without a reference; null for a stream without one.
   // Typed values in the persisted format. Integers of 2, 4 and 8 bytes go
   // in the stream's byte ordering ("II" least significant byte first, "MM"
   // most significant first); single bytes and text are never reordered.
@@ -271,6 +270,7 @@ public:
   ULONG WriteSizeArray(const float* values, ULONG count, unsigned char digits) const;
   ULONG WriteSizeArray(const double* values, ULONG count, unsigned char digits) const;
 
+  // The handler, without a reference; null for a stream without one.
   PStreamHdl* GetHandler() const { return m_handler; }
 
 protected:

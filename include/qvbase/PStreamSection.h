@@ -51,6 +51,7 @@ protected:
   void IOSetOpenMode(ULONG mode) override;
   ULONG IOGetAvailableOpenModes() const override;
   void IOClose() override;
+  ULONG IOOpenMode() const override;
   void IOSetSize(unsigned __int64 size) override;
   unsigned __int64 IOGetSize() const override;
   void IOSetPos(TypSeekMode mode, unsigned __int64 offset) override;
@@ -100,7 +101,8 @@ private:
 // at once, with a provisional size that closing replaces.
 QVBASE_API PStreamSection OpenWriteSection(PStream& parent, const PUniversalID& id, ULONG version);
 // Opens the section at the parent's position for reading, whatever its
-// identifier.
+// identifier. A header whose size is below 28 raises 1233; when that returns
+// the section is taken as the header alone.
 QVBASE_API PStreamSection OpenReadSection(PStream& parent);
 // The same, but a section of another identifier is closed (the parent then
 // stands after it) and error 1233 (severity 29) is raised.
@@ -109,7 +111,9 @@ QVBASE_API PStreamSection OpenReadSection(PStream& parent, const PUniversalID& i
 // left where it was.
 QVBASE_API PUniversalID GetNextSection(PStream& parent);
 // Moves the parent past the section at its position: to that position plus
-// the header's size field, as the header says.
+// the header's size field, as the header says. A size below the 28-byte
+// header is not a section: it raises 1233, and when that returns only the
+// header is skipped, so a loop over sections always moves on.
 QVBASE_API void SkipCurrentSection(PStream& parent);
 // 28, the header's length.
 QVBASE_API ULONG GetWriteSectionSize(const PStream& parent);
