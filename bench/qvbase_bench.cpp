@@ -506,6 +506,129 @@ void StrOrderQt(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(a < b);
 }
 
+
+// ---------------------------------------------------------------------------
+// Lists of N pointers: append, walk by index, find the last, remove every
+// element by value from the head.
+
+struct Item { int value; };
+
+class ItemList : public PList {
+public:
+  explicit ItemList(DataFactory factory) : PList(factory) {}
+  void Add(Item* item) { AddAnObjectTail(item); }
+  Item* At(ULONG i) const { return static_cast<Item*>(GetAnObject(i)); }
+  ULONG IndexOf(const Item* item) const { return GetAnIndex(item); }
+  void Remove(const Item* item) { RemoveAnObject(item); }
+};
+
+std::vector<Item> Items(int n) {
+  std::vector<Item> items(static_cast<size_t>(n));
+  for (int i = 0; i < n; ++i) items[static_cast<size_t>(i)].value = i;
+  return items;
+}
+
+void ListQvbase(benchmark::State& state, PList::DataFactory factory) {
+  const int n = static_cast<int>(state.range(0));
+  auto items = Items(n);
+  for (auto _ : state) {
+    ItemList list(factory);
+    for (auto& item : items) list.Add(&item);
+    long sum = 0;
+    for (ULONG i = 0; i < list.Size(); ++i) sum += list.At(i)->value;
+    sum += list.IndexOf(&items.back());
+    for (const auto& item : items) list.Remove(&item);
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetItemsProcessed(state.iterations() * n);
+}
+
+void ListStdList(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  auto items = Items(n);
+  for (auto _ : state) {
+    std::list<Item*> list;
+    for (auto& item : items) list.push_back(&item);
+    long sum = 0;
+    for (Item* item : list) sum += item->value;  // a list has no index walk
+    sum += std::distance(list.begin(), std::find(list.begin(), list.end(), &items.back()));
+    for (auto& item : items) list.erase(std::find(list.begin(), list.end(), &item));  // first only, as the others
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetItemsProcessed(state.iterations() * n);
+}
+
+void ListStdVector(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  auto items = Items(n);
+  for (auto _ : state) {
+    std::vector<Item*> list;
+    for (auto& item : items) list.push_back(&item);
+    long sum = 0;
+    for (size_t i = 0; i < list.size(); ++i) sum += list[i]->value;
+    sum += std::find(list.begin(), list.end(), &items.back()) - list.begin();
+    for (auto& item : items) list.erase(std::find(list.begin(), list.end(), &item));
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetItemsProcessed(state.iterations() * n);
+}
+
+void ListQt(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  auto items = Items(n);
+  for (auto _ : state) {
+    QList<Item*> list;
+    for (auto& item : items) list.append(&item);
+    long sum = 0;
+    for (int i = 0; i < list.size(); ++i) sum += list.at(i)->value;
+    sum += list.indexOf(&items.back());
+    for (auto& item : items) list.removeOne(&item);
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetItemsProcessed(state.iterations() * n);
+}
+
+// ---------------------------------------------------------------------------
+// An error signalled under three nested protections and caught outside.
+
+void ErrorQvbase(benchmark::State& state) {
+  long caught = 0;
+  for (auto _ : state) {
+    PErrorProtection outer(true);
+    try {
+      PErrorProtection middle(true);
+      PErrorRetryProtection inner(true);
+      PError error(1001, ErrorSeverityError, __FILE__, __LINE__);
+      PErrorProtectionStatus().SignalError(error);
+    } catch (const PError& e) {
+      caught += e.Code();
+    }
+  }
+  benchmark::DoNotOptimize(caught);
+}
+
+struct Guard {
+  int* depth;
+  explicit Guard(int* d) : depth(d) { ++*depth; }
+  ~Guard() { --*depth; }
+};
+
+void ErrorStd(benchmark::State& state) {
+  long caught = 0;
+  int depth = 0;
+  for (auto _ : state) {
+    Guard outer(&depth);
+    try {
+      Guard middle(&depth);
+      Guard inner(&depth);
+      throw std::runtime_error("1001");
+    } catch (const std::runtime_error& e) {
+      caught += e.what()[0];
+    }
+  }
+  benchmark::DoNotOptimize(caught);
+}
+
 // ---------------------------------------------------------------------------
 
 void Register() {
@@ -551,6 +674,15 @@ void Register() {
   strings(benchmark::RegisterBenchmark("str_order/qvbase", StrOrderQvbase));
   strings(benchmark::RegisterBenchmark("str_order/std", StrOrderStd));
   strings(benchmark::RegisterBenchmark("str_order/qt", StrOrderQt));
+
+  both(benchmark::RegisterBenchmark("list/qvbase_array", ListQvbase, GDynArrayDataConstructor));
+  both(benchmark::RegisterBenchmark("list/qvbase_linked", ListQvbase, GLinkedListDataConstructor));
+  both(benchmark::RegisterBenchmark("list/std_list", ListStdList));
+  both(benchmark::RegisterBenchmark("list/std_vector", ListStdVector));
+  both(benchmark::RegisterBenchmark("list/qt", ListQt));
+
+  benchmark::RegisterBenchmark("error_3/qvbase", ErrorQvbase)->Arg(1);
+  benchmark::RegisterBenchmark("error_3/std", ErrorStd)->Arg(1);
 }
 
 } // namespace
