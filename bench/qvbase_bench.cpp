@@ -398,7 +398,7 @@ void SectionsQt(benchmark::State& state) {
 // ---------------------------------------------------------------------------
 // Strings of N characters.
 
-std::string Text(int n, char last) {
+std::string Sample(int n, char last) {
   std::string s;
   for (int i = 0; i < n - 1; ++i) s += static_cast<char>('a' + i % 26);
   s += last;
@@ -410,22 +410,23 @@ std::string Upper(std::string s) {
   return s;
 }
 
+template <typename Text>
 void StrCopyQvbase(benchmark::State& state) {
-  const PString a(Text(static_cast<int>(state.range(0)), 'z').c_str(), true);
+  const Text a(Sample(static_cast<int>(state.range(0)), 'z').c_str(), true);
   for (auto _ : state) {
-    PString b = a;
+    Text b = a;
     benchmark::DoNotOptimize(b.Len());
   }
 }
 void StrCopyStd(benchmark::State& state) {
-  const std::string a = Text(static_cast<int>(state.range(0)), 'z');
+  const std::string a = Sample(static_cast<int>(state.range(0)), 'z');
   for (auto _ : state) {
     std::string b = a;
     benchmark::DoNotOptimize(b.size());
   }
 }
 void StrCopyQt(benchmark::State& state) {
-  const QString a = QString::fromStdString(Text(static_cast<int>(state.range(0)), 'z'));
+  const QString a = QString::fromStdString(Sample(static_cast<int>(state.range(0)), 'z'));
   for (auto _ : state) {
     QString b = a;
     benchmark::DoNotOptimize(b.size());
@@ -433,10 +434,11 @@ void StrCopyQt(benchmark::State& state) {
 }
 
 // Appends eight characters at a time up to N.
+template <typename Text>
 void StrAppendQvbase(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
   for (auto _ : state) {
-    PString s;
+    Text s;
     for (int i = 0; i < n; i += 8) s += "abcdefgh";
     benchmark::DoNotOptimize(s.Len());
   }
@@ -459,50 +461,53 @@ void StrAppendQt(benchmark::State& state) {
 }
 
 // A needle at the very end of N characters.
+template <typename Text>
 void StrFindQvbase(benchmark::State& state) {
-  const PString hay((Text(static_cast<int>(state.range(0)), 'a') + "NEEDLE").c_str(), true);
+  const Text hay((Sample(static_cast<int>(state.range(0)), 'a') + "NEEDLE").c_str(), true);
   for (auto _ : state) benchmark::DoNotOptimize(hay.FindForward("NEEDLE", 0, kStrCompExact));
 }
 void StrFindStd(benchmark::State& state) {
-  const std::string hay = Text(static_cast<int>(state.range(0)), 'a') + "NEEDLE";
+  const std::string hay = Sample(static_cast<int>(state.range(0)), 'a') + "NEEDLE";
   for (auto _ : state) benchmark::DoNotOptimize(hay.find("NEEDLE"));
 }
 void StrFindQt(benchmark::State& state) {
-  const QString hay = QString::fromStdString(Text(static_cast<int>(state.range(0)), 'a') + "NEEDLE");
+  const QString hay = QString::fromStdString(Sample(static_cast<int>(state.range(0)), 'a') + "NEEDLE");
   for (auto _ : state) benchmark::DoNotOptimize(hay.indexOf(QLatin1String("NEEDLE")));
 }
 
 // Equal but for case, all N characters.
+template <typename Text>
 void StrNoCaseQvbase(benchmark::State& state) {
-  const std::string t = Text(static_cast<int>(state.range(0)), 'z');
-  const PString a(t.c_str(), true), b(Upper(t).c_str(), true);
+  const std::string t = Sample(static_cast<int>(state.range(0)), 'z');
+  const Text a(t.c_str(), true), b(Upper(t).c_str(), true);
   for (auto _ : state) benchmark::DoNotOptimize(a.CompareTo(b, kStrCompIgnoreCase));
 }
 void StrNoCaseStd(benchmark::State& state) {
-  const std::string t = Text(static_cast<int>(state.range(0)), 'z');
+  const std::string t = Sample(static_cast<int>(state.range(0)), 'z');
   const std::string a = t, b = Upper(t);
   for (auto _ : state) benchmark::DoNotOptimize(strcasecmp(a.c_str(), b.c_str()));
 }
 void StrNoCaseQt(benchmark::State& state) {
-  const std::string t = Text(static_cast<int>(state.range(0)), 'z');
+  const std::string t = Sample(static_cast<int>(state.range(0)), 'z');
   const QString a = QString::fromStdString(t), b = QString::fromStdString(Upper(t));
   for (auto _ : state) benchmark::DoNotOptimize(a.compare(b, Qt::CaseInsensitive));
 }
 
 // Differ in the last character only.
+template <typename Text>
 void StrOrderQvbase(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
-  const PString a(Text(n, 'y').c_str(), true), b(Text(n, 'z').c_str(), true);
+  const Text a(Sample(n, 'y').c_str(), true), b(Sample(n, 'z').c_str(), true);
   for (auto _ : state) benchmark::DoNotOptimize(a < b);
 }
 void StrOrderStd(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
-  const std::string a = Text(n, 'y'), b = Text(n, 'z');
+  const std::string a = Sample(n, 'y'), b = Sample(n, 'z');
   for (auto _ : state) benchmark::DoNotOptimize(a < b);
 }
 void StrOrderQt(benchmark::State& state) {
   const int n = static_cast<int>(state.range(0));
-  const QString a = QString::fromStdString(Text(n, 'y')), b = QString::fromStdString(Text(n, 'z'));
+  const QString a = QString::fromStdString(Sample(n, 'y')), b = QString::fromStdString(Sample(n, 'z'));
   for (auto _ : state) benchmark::DoNotOptimize(a < b);
 }
 
@@ -659,19 +664,24 @@ void Register() {
   both(benchmark::RegisterBenchmark("sections/qt", SectionsQt));
   both(benchmark::RegisterBenchmark("sections/memcpy", SectionsMemcpy));
 
-  strings(benchmark::RegisterBenchmark("str_copy/qvbase", StrCopyQvbase));
+  strings(benchmark::RegisterBenchmark("str_copy/qvbase", StrCopyQvbase<PString>));
+  strings(benchmark::RegisterBenchmark("str_copy/qvbase_ascii", StrCopyQvbase<PASCIIString>));
   strings(benchmark::RegisterBenchmark("str_copy/std", StrCopyStd));
   strings(benchmark::RegisterBenchmark("str_copy/qt", StrCopyQt));
-  strings(benchmark::RegisterBenchmark("str_append/qvbase", StrAppendQvbase));
+  strings(benchmark::RegisterBenchmark("str_append/qvbase", StrAppendQvbase<PString>));
+  strings(benchmark::RegisterBenchmark("str_append/qvbase_ascii", StrAppendQvbase<PASCIIString>));
   strings(benchmark::RegisterBenchmark("str_append/std", StrAppendStd));
   strings(benchmark::RegisterBenchmark("str_append/qt", StrAppendQt));
-  strings(benchmark::RegisterBenchmark("str_find/qvbase", StrFindQvbase));
+  strings(benchmark::RegisterBenchmark("str_find/qvbase", StrFindQvbase<PString>));
+  strings(benchmark::RegisterBenchmark("str_find/qvbase_ascii", StrFindQvbase<PASCIIString>));
   strings(benchmark::RegisterBenchmark("str_find/std", StrFindStd));
   strings(benchmark::RegisterBenchmark("str_find/qt", StrFindQt));
-  strings(benchmark::RegisterBenchmark("str_nocase/qvbase", StrNoCaseQvbase));
+  strings(benchmark::RegisterBenchmark("str_nocase/qvbase", StrNoCaseQvbase<PString>));
+  strings(benchmark::RegisterBenchmark("str_nocase/qvbase_ascii", StrNoCaseQvbase<PASCIIString>));
   strings(benchmark::RegisterBenchmark("str_nocase/std", StrNoCaseStd));
   strings(benchmark::RegisterBenchmark("str_nocase/qt", StrNoCaseQt));
-  strings(benchmark::RegisterBenchmark("str_order/qvbase", StrOrderQvbase));
+  strings(benchmark::RegisterBenchmark("str_order/qvbase", StrOrderQvbase<PString>));
+  strings(benchmark::RegisterBenchmark("str_order/qvbase_ascii", StrOrderQvbase<PASCIIString>));
   strings(benchmark::RegisterBenchmark("str_order/std", StrOrderStd));
   strings(benchmark::RegisterBenchmark("str_order/qt", StrOrderQt));
 

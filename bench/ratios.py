@@ -29,7 +29,7 @@ def main(path):
         peers = [i for i in impls if not i.startswith("qvbase")]
         for q in ours:
             label = scenario if q == "qvbase" else scenario + " (" + q[len("qvbase_"):] + ")"
-            cells = ["%s %.2f" % (p, impls[p] / impls[q]) for p in peers]
+            cells = ["%s %.3g" % (p, impls[p] / impls[q]) for p in peers]
             rows.append((label, size, "%.0f" % impls[q], "  ".join(cells)))
 
     head = ("scenario", "size", "qvbase ns", "peer time / qvbase time")
