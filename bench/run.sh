@@ -30,8 +30,14 @@ if ((${#missing[@]})); then
   fi
 fi
 
-cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" -j2 >/dev/null
+mkdir -p "$build"
+log="$build/build.log"
+if ! { cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=Release &&
+       cmake --build "$build" -j2; } >"$log" 2>&1; then
+  tail -n 30 "$log" >&2
+  echo "bench/run.sh: the build failed; the whole log is $log" >&2
+  exit 1
+fi
 
 "$build/qvbase_bench" --benchmark_format=json "$@" >"$build/results.json"
 echo "Results: $build/results.json"
