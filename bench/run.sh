@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmark program against the peer libraries, then
+# prints how each peer compares with qvbase (peer time / qvbase time: above 1
+# means qvbase is faster).
+#
+#   bench/run.sh [extra Google Benchmark options, e.g. --benchmark_filter=str_]
+set -euo pipefail
+
+here="$(cd "$(dirname "$0")" && pwd)"
+root="$(cd "$here/.." && pwd)"
+build="$root/build/bench"
+
+packages=(libbenchmark-dev qtbase5-dev libpoco-dev libboost-dev uuid-dev pkg-config)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if ((${#missing[@]})); then
+  echo "Installing the peer libraries: ${missing[*]}"
+  sudo_cmd=()
+  if [ "$(id -u)" -ne 0 ]; then
+    if command -v sudo >/dev/null; then sudo_cmd=(sudo); fi
+  fi
+  if ! command -v apt-get >/dev/null ||
+     ! { "${sudo_cmd[@]}" apt-get update -q >/dev/null &&
+         DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -q "${missing[@]}" >/dev/null; }; then
+    echo "bench/run.sh: cannot install ${missing[*]}." >&2
+    echo "Install them with your package manager (Debian/Ubuntu: apt-get install ${missing[*]}) and run again." >&2
+    exit 1
+  fi
+fi
+
+mkdir -p "$build"
+log="$build/build.log"
+if ! { cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=Release &&
+       cmake --build "$build" -j2; } >"$log" 2>&1; then
+  tail -n 30 "$log" >&2
+  echo "bench/run.sh: the build failed; the whole log is $log" >&2
+  exit 1
+fi
+
+"$build/qvbase_bench" --benchmark_format=json "$@" >"$build/results.json"
+echo "Results: $build/results.json"
+python3 "$here/ratios.py" "$build/results.json"
