@@ -372,3 +372,45 @@ TEST(PStreamIO, FloatArraysAreCountedStringsOneByOne) {
 }
 
 } // namespace
+
+namespace {
+
+// A memory handler that notes which buffer each write hands it.
+class WatchingHdl : public PMemoryStreamHdl {
+public:
+  const char* lastBuffer = nullptr;
+  std::string lastBytes;
+
+protected:
+  ULONG IOWrite(const char* buffer, ULONG count, ULONG itemSize) override {
+    lastBuffer = buffer;
+    lastBytes.assign(buffer, static_cast<std::size_t>(count) * itemSize);
+    return PMemoryStreamHdl::IOWrite(buffer, count, itemSize);
+  }
+};
+
+TEST(PStreamIO, SmallRunsSwapInPlaceAndLargeOnesUseAScratchBlock) {
+  for (ULONG n : {3u, 4u}) {
+    SCOPED_TRACE(n);
+    auto* handler = new WatchingHdl;
+    PStream stream(handler);
+    stream.Open(OpenReadWrite | OpenAllowEmpty);
+    stream.SetByteOrdering(kByteOrderingMotorola);
+    LONG values[4] = {0x01020304, 0x05060708, 0x090A0B0C, 0x0D0E0F10};
+    stream.WriteArray(values, n);
+    const char* caller = reinterpret_cast<const char*>(values);
+    if (n == 3) {
+      // 12 bytes: the caller's own array went to the handler, reversed...
+      EXPECT_EQ(handler->lastBuffer, caller);
+    } else {
+      // ...16 bytes: a scratch copy did.
+      EXPECT_NE(handler->lastBuffer, caller);
+    }
+    EXPECT_EQ(handler->lastBytes.substr(0, 4), std::string("\x01\x02\x03\x04", 4));
+    // ...and is as it was afterwards.
+    EXPECT_EQ(values[0], 0x01020304);
+    EXPECT_EQ(values[3], 0x0D0E0F10);
+  }
+}
+
+} // namespace
