@@ -411,3 +411,41 @@ TEST(PStreamSection, CountedStringsAreNotCutAtTheSectionSize) {
 }
 
 } // namespace
+
+namespace {
+
+// A memory handler that marks the errors it prepares.
+class TaggingHdl : public PMemoryStreamHdl {
+protected:
+  PError IOPrepareError(PError& error) override {
+    error.SetIntegerInfo("preparedbymemory", 1);
+    return PMemoryStreamHdl::IOPrepareError(error);
+  }
+};
+
+TEST(PStreamSection, SectionErrorsArePreparedByTheMemoryHandlerBeneath) {
+  PStream stream(new TaggingHdl);
+  stream.Open(OpenReadWrite | OpenAllowEmpty);
+  WriteSection(stream, kFirst, 2);
+  stream.MoveTo(0);
+  PStreamSection section = OpenReadSection(stream);
+  try {
+    section.Write('x'); // a read section cannot be written: 1232
+    FAIL() << "no error";
+  } catch (const PError& error) {
+    EXPECT_EQ(error.Code(), 1232);
+    EXPECT_STREQ(error.File(), "src\\PStreamSection");
+    EXPECT_EQ(error.GetIntegerInfo("preparedbymemory", 0), 1);
+  }
+  // The wrong-identifier error goes the same way.
+  stream.MoveTo(0);
+  try {
+    OpenReadSection(stream, kSecond);
+    FAIL() << "no error";
+  } catch (const PError& error) {
+    EXPECT_EQ(error.Code(), 1233);
+    EXPECT_EQ(error.GetIntegerInfo("preparedbymemory", 0), 1);
+  }
+}
+
+} // namespace
