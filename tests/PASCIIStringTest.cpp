@@ -29,7 +29,7 @@ public:
 
 } // namespace
 
-// --- Edge cases ------------------------------------------------------------
+// --- Boundaries --------------------------------------------------------------
 
 TEST(PASCIIString, BorrowedHandlerIsDuplicatedOnFirstChange) {
   char caller[] = "borrowed";

@@ -21,7 +21,7 @@ public:
 
 } // namespace
 
-// --- Edge cases ------------------------------------------------------------
+// --- Boundaries --------------------------------------------------------------
 
 TEST(PMBString, TextWithOneDoubleByteCharacterReportsMultibyteAndByteCount) {
   qvtest::ScopedDoubleByteLocale locale;

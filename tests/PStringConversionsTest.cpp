@@ -48,7 +48,7 @@ private:
 
 } // namespace
 
-// --- Edge cases ------------------------------------------------------------
+// --- Boundaries --------------------------------------------------------------
 
 TEST(PStringConversions, FloatToPStringUsesPointUnderCommaLocale) {
   ScopedCommaLocale comma;

@@ -53,7 +53,7 @@ const unsigned short kWideAbc[] = {'a', 'b', 'c', 0};
 
 } // namespace
 
-// --- Edge cases ------------------------------------------------------------
+// --- Boundaries --------------------------------------------------------------
 
 TEST(PString, AssigningEmptyStringLeavesNoHandler) {
   InspectedASCII text("abc", /*copy=*/true);

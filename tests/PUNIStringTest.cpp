@@ -20,7 +20,7 @@ public:
 
 } // namespace
 
-// --- Edge cases ------------------------------------------------------------
+// --- Boundaries --------------------------------------------------------------
 
 TEST(PUNIString, FullSizeOfEmptyIsTwoAndOfThreeUnitsEight) {
   PUNIStringHandler empty(kAbc, 0, 0, /*copy=*/true);
