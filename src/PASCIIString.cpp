@@ -270,19 +270,8 @@ LONG PASCIIStringHandler::CompareSubHandler(ULONG start, const PStringHandler* o
   const char* theirs = static_cast<const char*>(peer->GetContent()) + otherStart;
   // A borrowed text need not be terminated at its end: compare no further
   // than what both sides hold, then by length.
-  ULONG mine = len - start;
-  ULONG available = peerBytes - otherStart;
-  ULONG bounded = count;
-  if (bounded > mine)
-    bounded = mine;
-  if (bounded > available)
-    bounded = available;
-  LONG result = GASCIIGetCmpMethod(mode)(buffer + start, theirs, bounded);
-  if (result != 0 || bounded == count)
-    return result;
-  ULONG mineLeft = mine < count ? mine : count;
-  ULONG theirsLeft = available < count ? available : count;
-  return mineLeft == theirsLeft ? 0 : (mineLeft < theirsLeft ? -1 : 1);
+  return qvbase::strings::BoundedCompare(GASCIIGetCmpMethod(mode), buffer + start, len - start, theirs,
+                                         peerBytes - otherStart, count);
 }
 
 void PASCIIStringHandler::InsertHandler(const PStringHandler* other, ULONG pos) {

@@ -68,5 +68,24 @@ private:
   PStringHandler* m_handler;
 };
 
+// Compares at most `count` units of two texts that need not be terminated:
+// no further than what both sides hold (`mine` and `available` units), then,
+// when that part is equal, by how much of `count` each side could supply.
+template <typename Unit, typename Compare>
+LONG BoundedCompare(Compare compare, const Unit* ours, ULONG mine, const Unit* theirs, ULONG available,
+                    ULONG count) {
+  ULONG bounded = count;
+  if (bounded > mine)
+    bounded = mine;
+  if (bounded > available)
+    bounded = available;
+  LONG result = compare(ours, theirs, bounded);
+  if (result != 0 || bounded == count)
+    return result;
+  ULONG mineLeft = mine < count ? mine : count;
+  ULONG theirsLeft = available < count ? available : count;
+  return mineLeft == theirsLeft ? 0 : (mineLeft < theirsLeft ? -1 : 1);
+}
+
 } // namespace strings
 } // namespace qvbase

@@ -281,19 +281,8 @@ LONG PUNIStringHandler::CompareSubHandler(ULONG start, const PStringHandler* oth
       static_cast<const unsigned short*>(peer->GetContent()) + otherStart;
   // A borrowed text need not be terminated at its end: compare no further
   // than what both sides hold, then by length.
-  ULONG mine = len - start;
-  ULONG available = peerLen - otherStart;
-  ULONG bounded = count;
-  if (bounded > mine)
-    bounded = mine;
-  if (bounded > available)
-    bounded = available;
-  LONG result = GUNIGetCmpMethod(mode)(buffer + start, theirs, bounded);
-  if (result != 0 || bounded == count)
-    return result;
-  ULONG mineLeft = mine < count ? mine : count;
-  ULONG theirsLeft = available < count ? available : count;
-  return mineLeft == theirsLeft ? 0 : (mineLeft < theirsLeft ? -1 : 1);
+  return qvbase::strings::BoundedCompare(GUNIGetCmpMethod(mode), buffer + start, len - start, theirs,
+                                         peerLen - otherStart, count);
 }
 
 void PUNIStringHandler::InsertHandler(const PStringHandler* other, ULONG pos) {

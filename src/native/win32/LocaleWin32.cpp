@@ -106,21 +106,6 @@ std::size_t UnitsToMultiByte(const unsigned short* units, std::size_t count, cha
   return static_cast<std::size_t>(needed);
 }
 
-std::u16string MultiByteToUnits(const std::string& text) {
-  std::size_t n = MultiByteToUnits(text.data(), text.size(), nullptr, 0);
-  std::u16string units(n, u'\0');
-  MultiByteToUnits(text.data(), text.size(), reinterpret_cast<unsigned short*>(&units[0]), n);
-  return units;
-}
-
-std::string UnitsToMultiByte(const std::u16string& units) {
-  const unsigned short* data = reinterpret_cast<const unsigned short*>(units.data());
-  std::size_t n = UnitsToMultiByte(data, units.size(), nullptr, 0);
-  std::string text(n, '\0');
-  UnitsToMultiByte(data, units.size(), &text[0], n);
-  return text;
-}
-
 int AsciiCompareIgnoreCase(const char* a, const char* b, std::size_t count) {
   return Sign(_strnicmp(a, b, count));
 }
