@@ -3,8 +3,9 @@
 //
 // Every benchmark is named "<scenario>/<implementation>/<size>", so that
 // bench/ratios.py can set each peer against qvbase for the same scenario and
-// size. Each iteration does the whole scenario at that size (N records, N
-// identifiers, a string of N characters, a list of N elements).
+// size. Each iteration does the whole scenario at that size (N values, N
+// identifiers, N strings, a list of N elements, ...); every scenario runs at a
+// small and a large size so that the growth of its cost shows.
 
 #include <benchmark/benchmark.h>
 
@@ -12,10 +13,12 @@
 #include <qvbase/PError.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PList.h>
+#include <qvbase/PMBString.h>
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/PStream.h>
 #include <qvbase/PStreamSection.h>
 #include <qvbase/PString.h>
+#include <qvbase/PSmartData.h>
 #include <qvbase/PUniversalID.h>
 
 #include <QByteArray>
@@ -26,6 +29,7 @@
 
 #include <Poco/BinaryReader.h>
 #include <Poco/BinaryWriter.h>
+#include <Poco/Exception.h>
 #include <Poco/MemoryStream.h>
 
 #include <boost/uuid/name_generator_sha1.hpp>
@@ -39,6 +43,8 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
 #include <cstdint>
 #include <cstring>
 #include <list>
@@ -48,15 +54,12 @@
 
 namespace {
 
-constexpr int kSmall = 16;
-constexpr int kLarge = 4096;
-
 // ---------------------------------------------------------------------------
-// Typed write then read of N records, each a 32-bit int, a 64-bit int, a bool
-// and a three-letter string, in memory.
+// Typed write then read of N values in memory: N / 4 records, each a 32-bit
+// int, a 64-bit int, a bool and a three-letter string.
 
 void StreamQvbase(benchmark::State& state, unsigned short ordering) {
-  const int n = static_cast<int>(state.range(0));
+  const int n = static_cast<int>(state.range(0)) / 4;
   const PString abc("abc", true);
   for (auto _ : state) {
     PStream s(new PMemoryStreamHdl(65536));
@@ -87,7 +90,7 @@ void StreamQvbase(benchmark::State& state, unsigned short ordering) {
 }
 
 void StreamQt(benchmark::State& state, QDataStream::ByteOrder ordering) {
-  const int n = static_cast<int>(state.range(0));
+  const int n = static_cast<int>(state.range(0)) / 4;
   const QString abc = QStringLiteral("abc");
   for (auto _ : state) {
     QByteArray buffer;
@@ -116,7 +119,7 @@ void StreamQt(benchmark::State& state, QDataStream::ByteOrder ordering) {
 
 void StreamPoco(benchmark::State& state, Poco::BinaryWriter::StreamByteOrder wOrder,
                 Poco::BinaryReader::StreamByteOrder rOrder) {
-  const int n = static_cast<int>(state.range(0));
+  const int n = static_cast<int>(state.range(0)) / 4;
   const std::string abc("abc");
   for (auto _ : state) {
     // POCO's memory streams work over a buffer of fixed size: sized up front.
@@ -141,7 +144,7 @@ void StreamPoco(benchmark::State& state, Poco::BinaryWriter::StreamByteOrder wOr
     }
     benchmark::DoNotOptimize(sum);
   }
-  state.SetItemsProcessed(state.iterations() * n);
+  state.SetItemsProcessed(state.iterations() * n * 4);
 }
 
 // The floor: raw bytes appended to a vector, swapped by hand when asked.
@@ -170,7 +173,7 @@ T Get(const std::vector<char>& in, size_t& at, bool swap) {
 }
 
 void StreamMemcpy(benchmark::State& state, bool swap) {
-  const int n = static_cast<int>(state.range(0));
+  const int n = static_cast<int>(state.range(0)) / 4;
   const std::string abc("abc");
   for (auto _ : state) {
     std::vector<char> buffer;
@@ -196,6 +199,55 @@ void StreamMemcpy(benchmark::State& state, bool swap) {
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(state.iterations() * n);
+}
+
+// ---------------------------------------------------------------------------
+// Raw bulk write of N MiB into memory, in chunks of 4 KiB or 64 KiB.
+
+constexpr ULONG kMiB = 1024 * 1024;
+
+std::vector<char> Chunk(size_t size) {
+  std::vector<char> chunk(size);
+  for (size_t i = 0; i < size; ++i) chunk[i] = static_cast<char>(i * 7);
+  return chunk;
+}
+
+// The memory stream with the given granularity: 64 KiB is its default; a
+// caller that writes much picks a larger one.
+void BulkQvbase(benchmark::State& state, ULONG chunkSize, ULONG granularity) {
+  const ULONG total = static_cast<ULONG>(state.range(0)) * kMiB;
+  const auto chunk = Chunk(chunkSize);
+  for (auto _ : state) {
+    PStream s(new PMemoryStreamHdl(granularity));
+    s.Open(OpenWrite);
+    for (ULONG done = 0; done < total; done += chunkSize) s.Write(chunk.data(), chunkSize, 1);
+    benchmark::DoNotOptimize(s.GetPos());
+  }
+  state.SetBytesProcessed(state.iterations() * total);
+}
+
+void BulkVector(benchmark::State& state, ULONG chunkSize) {
+  const ULONG total = static_cast<ULONG>(state.range(0)) * kMiB;
+  const auto chunk = Chunk(chunkSize);
+  for (auto _ : state) {
+    std::vector<char> out;
+    for (ULONG done = 0; done < total; done += chunkSize) out.insert(out.end(), chunk.begin(), chunk.end());
+    benchmark::DoNotOptimize(out.data());
+  }
+  state.SetBytesProcessed(state.iterations() * total);
+}
+
+// The physical limit: copies into a buffer allocated (and touched) once.
+void BulkMemcpy(benchmark::State& state, ULONG chunkSize) {
+  const ULONG total = static_cast<ULONG>(state.range(0)) * kMiB;
+  const auto chunk = Chunk(chunkSize);
+  std::vector<char> out(total);
+  for (auto _ : state) {
+    for (ULONG done = 0; done < total; done += chunkSize) std::memcpy(out.data() + done, chunk.data(), chunkSize);
+    benchmark::DoNotOptimize(out.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(state.iterations() * total);
 }
 
 // ---------------------------------------------------------------------------
@@ -396,13 +448,18 @@ void SectionsQt(benchmark::State& state) {
 }
 
 // ---------------------------------------------------------------------------
-// Strings of N characters.
+// N short strings (about 40 characters, 7-bit), as an application holds
+// names and labels: "record-004711 quick brown fox jumps over".
 
-std::string Sample(int n, char last) {
-  std::string s;
-  for (int i = 0; i < n - 1; ++i) s += static_cast<char>('a' + i % 26);
-  s += last;
-  return s;
+std::vector<std::string> Records(int n) {
+  std::vector<std::string> records;
+  records.reserve(static_cast<size_t>(n));
+  char text[64];
+  for (int i = 0; i < n; ++i) {
+    std::snprintf(text, sizeof text, "record-%06d quick brown fox jumps over", (i * 7919) % 1000003);
+    records.emplace_back(text);
+  }
+  return records;
 }
 
 std::string Upper(std::string s) {
@@ -411,192 +468,283 @@ std::string Upper(std::string s) {
 }
 
 template <typename Text>
+std::vector<Text> Texts(const std::vector<std::string>& records) {
+  std::vector<Text> texts;
+  texts.reserve(records.size());
+  for (const auto& r : records) texts.emplace_back(r.c_str(), true);
+  return texts;
+}
+
+std::vector<QString> QTexts(const std::vector<std::string>& records) {
+  std::vector<QString> texts;
+  texts.reserve(records.size());
+  for (const auto& r : records) texts.push_back(QString::fromStdString(r));
+  return texts;
+}
+
+std::vector<std::string> Uppers(const std::vector<std::string>& records) {
+  std::vector<std::string> uppers;
+  for (const auto& r : records) uppers.push_back(Upper(r));
+  return uppers;
+}
+
+// copy: every string copied (qvbase and Qt share, std copies the bytes).
+template <typename Text>
 void StrCopyQvbase(benchmark::State& state) {
-  const Text a(Sample(static_cast<int>(state.range(0)), 'z').c_str(), true);
+  const auto texts = Texts<Text>(Records(static_cast<int>(state.range(0))));
+  std::vector<Text> copies(texts.size());
   for (auto _ : state) {
-    Text b = a;
-    benchmark::DoNotOptimize(b.Len());
+    for (size_t i = 0; i < texts.size(); ++i) copies[i] = texts[i];
+    benchmark::DoNotOptimize(copies.data());
   }
 }
 void StrCopyStd(benchmark::State& state) {
-  const std::string a = Sample(static_cast<int>(state.range(0)), 'z');
+  const auto texts = Records(static_cast<int>(state.range(0)));
+  std::vector<std::string> copies(texts.size());
   for (auto _ : state) {
-    std::string b = a;
-    benchmark::DoNotOptimize(b.size());
+    for (size_t i = 0; i < texts.size(); ++i) copies[i] = texts[i];
+    benchmark::DoNotOptimize(copies.data());
   }
 }
 void StrCopyQt(benchmark::State& state) {
-  const QString a = QString::fromStdString(Sample(static_cast<int>(state.range(0)), 'z'));
+  const auto texts = QTexts(Records(static_cast<int>(state.range(0))));
+  std::vector<QString> copies(texts.size());
   for (auto _ : state) {
-    QString b = a;
-    benchmark::DoNotOptimize(b.size());
+    for (size_t i = 0; i < texts.size(); ++i) copies[i] = texts[i];
+    benchmark::DoNotOptimize(copies.data());
   }
 }
 
-// Appends eight characters at a time up to N.
+// append: a copy of every string with a suffix appended.
 template <typename Text>
 void StrAppendQvbase(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
+  const auto texts = Texts<Text>(Records(static_cast<int>(state.range(0))));
   for (auto _ : state) {
-    Text s;
-    for (int i = 0; i < n; i += 8) s += "abcdefgh";
-    benchmark::DoNotOptimize(s.Len());
+    ULONG total = 0;
+    for (const auto& t : texts) {
+      Text s = t;
+      s += " the lazy dog";
+      total += s.Len();
+    }
+    benchmark::DoNotOptimize(total);
   }
 }
 void StrAppendStd(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
+  const auto texts = Records(static_cast<int>(state.range(0)));
   for (auto _ : state) {
-    std::string s;
-    for (int i = 0; i < n; i += 8) s += "abcdefgh";
-    benchmark::DoNotOptimize(s.size());
+    size_t total = 0;
+    for (const auto& t : texts) {
+      std::string s = t;
+      s += " the lazy dog";
+      total += s.size();
+    }
+    benchmark::DoNotOptimize(total);
   }
 }
 void StrAppendQt(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
+  const auto texts = QTexts(Records(static_cast<int>(state.range(0))));
   for (auto _ : state) {
-    QString s;
-    for (int i = 0; i < n; i += 8) s += QLatin1String("abcdefgh");
-    benchmark::DoNotOptimize(s.size());
+    int total = 0;
+    for (const auto& t : texts) {
+      QString s = t;
+      s += QLatin1String(" the lazy dog");
+      total += s.size();
+    }
+    benchmark::DoNotOptimize(total);
   }
 }
 
-// A needle at the very end of N characters.
+// find: a word near the end of every string.
 template <typename Text>
 void StrFindQvbase(benchmark::State& state) {
-  const Text hay((Sample(static_cast<int>(state.range(0)), 'a') + "NEEDLE").c_str(), true);
-  for (auto _ : state) benchmark::DoNotOptimize(hay.FindForward("NEEDLE", 0, kStrCompExact));
+  const auto texts = Texts<Text>(Records(static_cast<int>(state.range(0))));
+  const Text word("over", true);
+  for (auto _ : state) {
+    ULONG total = 0;
+    for (const auto& t : texts) total += t.FindForward(word, 0, kStrCompExact);
+    benchmark::DoNotOptimize(total);
+  }
 }
 void StrFindStd(benchmark::State& state) {
-  const std::string hay = Sample(static_cast<int>(state.range(0)), 'a') + "NEEDLE";
-  for (auto _ : state) benchmark::DoNotOptimize(hay.find("NEEDLE"));
+  const auto texts = Records(static_cast<int>(state.range(0)));
+  const std::string word("over");
+  for (auto _ : state) {
+    size_t total = 0;
+    for (const auto& t : texts) total += t.find(word);
+    benchmark::DoNotOptimize(total);
+  }
 }
 void StrFindQt(benchmark::State& state) {
-  const QString hay = QString::fromStdString(Sample(static_cast<int>(state.range(0)), 'a') + "NEEDLE");
-  for (auto _ : state) benchmark::DoNotOptimize(hay.indexOf(QLatin1String("NEEDLE")));
+  const auto texts = QTexts(Records(static_cast<int>(state.range(0))));
+  const QString word = QStringLiteral("over");
+  for (auto _ : state) {
+    int total = 0;
+    for (const auto& t : texts) total += t.indexOf(word);
+    benchmark::DoNotOptimize(total);
+  }
 }
 
-// Equal but for case, all N characters.
+// nocase: every string against its upper-case form, ignoring case.
 template <typename Text>
 void StrNoCaseQvbase(benchmark::State& state) {
-  const std::string t = Sample(static_cast<int>(state.range(0)), 'z');
-  const Text a(t.c_str(), true), b(Upper(t).c_str(), true);
-  for (auto _ : state) benchmark::DoNotOptimize(a.CompareTo(b, kStrCompIgnoreCase));
+  const auto records = Records(static_cast<int>(state.range(0)));
+  const auto a = Texts<Text>(records), b = Texts<Text>(Uppers(records));
+  for (auto _ : state) {
+    LONG equal = 0;
+    for (size_t i = 0; i < a.size(); ++i) equal += a[i].CompareTo(b[i], kStrCompIgnoreCase) == 0;
+    benchmark::DoNotOptimize(equal);
+  }
 }
 void StrNoCaseStd(benchmark::State& state) {
-  const std::string t = Sample(static_cast<int>(state.range(0)), 'z');
-  const std::string a = t, b = Upper(t);
-  for (auto _ : state) benchmark::DoNotOptimize(strcasecmp(a.c_str(), b.c_str()));
+  const auto a = Records(static_cast<int>(state.range(0)));
+  const auto b = Uppers(a);
+  for (auto _ : state) {
+    int equal = 0;
+    for (size_t i = 0; i < a.size(); ++i) equal += strcasecmp(a[i].c_str(), b[i].c_str()) == 0;
+    benchmark::DoNotOptimize(equal);
+  }
 }
 void StrNoCaseQt(benchmark::State& state) {
-  const std::string t = Sample(static_cast<int>(state.range(0)), 'z');
-  const QString a = QString::fromStdString(t), b = QString::fromStdString(Upper(t));
-  for (auto _ : state) benchmark::DoNotOptimize(a.compare(b, Qt::CaseInsensitive));
+  const auto records = Records(static_cast<int>(state.range(0)));
+  const auto a = QTexts(records), b = QTexts(Uppers(records));
+  for (auto _ : state) {
+    int equal = 0;
+    for (size_t i = 0; i < a.size(); ++i) equal += a[i].compare(b[i], Qt::CaseInsensitive) == 0;
+    benchmark::DoNotOptimize(equal);
+  }
 }
 
-// Differ in the last character only.
+// order: every string against the next one with operator<.
 template <typename Text>
 void StrOrderQvbase(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  const Text a(Sample(n, 'y').c_str(), true), b(Sample(n, 'z').c_str(), true);
-  for (auto _ : state) benchmark::DoNotOptimize(a < b);
+  const auto texts = Texts<Text>(Records(static_cast<int>(state.range(0))));
+  for (auto _ : state) {
+    int less = 0;
+    for (size_t i = 1; i < texts.size(); ++i) less += texts[i - 1] < texts[i];
+    benchmark::DoNotOptimize(less);
+  }
 }
 void StrOrderStd(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  const std::string a = Sample(n, 'y'), b = Sample(n, 'z');
-  for (auto _ : state) benchmark::DoNotOptimize(a < b);
+  const auto texts = Records(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    int less = 0;
+    for (size_t i = 1; i < texts.size(); ++i) less += texts[i - 1] < texts[i];
+    benchmark::DoNotOptimize(less);
+  }
 }
 void StrOrderQt(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  const QString a = QString::fromStdString(Sample(n, 'y')), b = QString::fromStdString(Sample(n, 'z'));
-  for (auto _ : state) benchmark::DoNotOptimize(a < b);
+  const auto texts = QTexts(Records(static_cast<int>(state.range(0))));
+  for (auto _ : state) {
+    int less = 0;
+    for (size_t i = 1; i < texts.size(); ++i) less += texts[i - 1] < texts[i];
+    benchmark::DoNotOptimize(less);
+  }
 }
 
-
 // ---------------------------------------------------------------------------
-// Lists of N pointers: append, walk by index, find the last, remove every
-// element by value from the head.
+// Lists of N pointers: append all, walk by index, then find and remove by
+// value up to 100 elements spread evenly over the list (the rest goes with
+// the list).
 
-struct Item { int value; };
+struct Item : PSmartData {
+  int value = 0;
+};
 
 class ItemList : public PList {
 public:
   explicit ItemList(DataFactory factory) : PList(factory) {}
-  void Add(Item* item) { AddAnObjectTail(item); }
-  Item* At(ULONG i) const { return static_cast<Item*>(GetAnObject(i)); }
-  ULONG IndexOf(const Item* item) const { return GetAnIndex(item); }
-  void Remove(const Item* item) { RemoveAnObject(item); }
+  // The smart back ends want the PSmartData address itself.
+  void Add(Item* item) { AddAnObjectTail(static_cast<PSmartData*>(item)); }
+  Item* At(ULONG i) const { return static_cast<Item*>(static_cast<PSmartData*>(GetAnObject(i))); }
+  ULONG IndexOf(const Item* item) const { return GetAnIndex(static_cast<const PSmartData*>(item)); }
+  void Remove(const Item* item) { RemoveAnObject(static_cast<const PSmartData*>(item)); }
 };
 
-std::vector<Item> Items(int n) {
-  std::vector<Item> items(static_cast<size_t>(n));
-  for (int i = 0; i < n; ++i) items[static_cast<size_t>(i)].value = i;
-  return items;
-}
+// The items live as long as the benchmark; each holds one reference of its
+// own, so that the smart back ends never delete one.
+struct Items {
+  std::vector<Item*> all;
+  std::vector<Item*> probes;  // the elements found and removed
+  explicit Items(int n) {
+    for (int i = 0; i < n; ++i) {
+      all.push_back(new Item);
+      all.back()->value = i;
+      all.back()->AddRef();
+    }
+    const int k = std::min(n, 100);
+    for (int j = 0; j < k; ++j) probes.push_back(all[static_cast<size_t>(j) * n / k]);
+  }
+  ~Items() {
+    for (Item* item : all) item->Release();
+  }
+};
 
 void ListQvbase(benchmark::State& state, PList::DataFactory factory) {
-  const int n = static_cast<int>(state.range(0));
-  auto items = Items(n);
+  const Items items(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     ItemList list(factory);
-    for (auto& item : items) list.Add(&item);
+    for (Item* item : items.all) list.Add(item);
     long sum = 0;
     for (ULONG i = 0; i < list.Size(); ++i) sum += list.At(i)->value;
-    sum += list.IndexOf(&items.back());
-    for (const auto& item : items) list.Remove(&item);
+    for (const Item* item : items.probes) sum += list.IndexOf(item);
+    for (const Item* item : items.probes) list.Remove(item);
     benchmark::DoNotOptimize(sum);
   }
-  state.SetItemsProcessed(state.iterations() * n);
+  state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 void ListStdList(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  auto items = Items(n);
+  const Items items(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     std::list<Item*> list;
-    for (auto& item : items) list.push_back(&item);
+    for (Item* item : items.all) list.push_back(item);
     long sum = 0;
     for (Item* item : list) sum += item->value;  // a list has no index walk
-    sum += std::distance(list.begin(), std::find(list.begin(), list.end(), &items.back()));
-    for (auto& item : items) list.erase(std::find(list.begin(), list.end(), &item));  // first only, as the others
+    for (Item* item : items.probes) sum += std::distance(list.begin(), std::find(list.begin(), list.end(), item));
+    for (Item* item : items.probes) list.erase(std::find(list.begin(), list.end(), item));
     benchmark::DoNotOptimize(sum);
   }
-  state.SetItemsProcessed(state.iterations() * n);
+  state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 void ListStdVector(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  auto items = Items(n);
+  const Items items(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     std::vector<Item*> list;
-    for (auto& item : items) list.push_back(&item);
+    for (Item* item : items.all) list.push_back(item);
     long sum = 0;
     for (size_t i = 0; i < list.size(); ++i) sum += list[i]->value;
-    sum += std::find(list.begin(), list.end(), &items.back()) - list.begin();
-    for (auto& item : items) list.erase(std::find(list.begin(), list.end(), &item));
+    for (Item* item : items.probes) sum += std::find(list.begin(), list.end(), item) - list.begin();
+    for (Item* item : items.probes) list.erase(std::find(list.begin(), list.end(), item));
     benchmark::DoNotOptimize(sum);
   }
-  state.SetItemsProcessed(state.iterations() * n);
+  state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 void ListQt(benchmark::State& state) {
-  const int n = static_cast<int>(state.range(0));
-  auto items = Items(n);
+  const Items items(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     QList<Item*> list;
-    for (auto& item : items) list.append(&item);
+    for (Item* item : items.all) list.append(item);
     long sum = 0;
     for (int i = 0; i < list.size(); ++i) sum += list.at(i)->value;
-    sum += list.indexOf(&items.back());
-    for (auto& item : items) list.removeOne(&item);
+    for (Item* item : items.probes) sum += list.indexOf(item);
+    for (Item* item : items.probes) list.removeOne(item);
     benchmark::DoNotOptimize(sum);
   }
-  state.SetItemsProcessed(state.iterations() * n);
+  state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 // ---------------------------------------------------------------------------
-// An error signalled under three nested protections and caught outside.
+// An error carrying N information items (alternately integers and strings),
+// signalled under three nested protections and caught outside them.
+
+const char* const kInfoKeys[] = {"i0", "i1", "i2", "i3", "i4", "i5", "i6", "i7",
+                                 "i8", "i9", "i10", "i11", "i12", "i13", "i14", "i15"};
 
 void ErrorQvbase(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  const PMBString value("a file name.txt", true);
   long caught = 0;
   for (auto _ : state) {
     PErrorProtection outer(true);
@@ -604,6 +752,12 @@ void ErrorQvbase(benchmark::State& state) {
       PErrorProtection middle(true);
       PErrorRetryProtection inner(true);
       PError error(1001, ErrorSeverityError, __FILE__, __LINE__);
+      for (int i = 0; i < n; ++i) {
+        if (i & 1)
+          error.SetStringInfo(kInfoKeys[i], value);
+        else
+          error.SetIntegerInfo(kInfoKeys[i], i);
+      }
       PErrorProtectionStatus().SignalError(error);
     } catch (const PError& e) {
       caught += e.Code();
@@ -612,13 +766,21 @@ void ErrorQvbase(benchmark::State& state) {
   benchmark::DoNotOptimize(caught);
 }
 
+// The standard library's way: an exception type with a list of key/value
+// texts, thrown through three RAII guards.
 struct Guard {
   int* depth;
   explicit Guard(int* d) : depth(d) { ++*depth; }
   ~Guard() { --*depth; }
 };
 
+struct InfoError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+  std::vector<std::pair<std::string, std::string>> info;
+};
+
 void ErrorStd(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
   long caught = 0;
   int depth = 0;
   for (auto _ : state) {
@@ -626,9 +788,38 @@ void ErrorStd(benchmark::State& state) {
     try {
       Guard middle(&depth);
       Guard inner(&depth);
-      throw std::runtime_error("1001");
-    } catch (const std::runtime_error& e) {
-      caught += e.what()[0];
+      InfoError error("1001");
+      for (int i = 0; i < n; ++i)
+        error.info.emplace_back(kInfoKeys[i], (i & 1) ? std::string("a file name.txt") : std::to_string(i));
+      throw error;
+    } catch (const InfoError& e) {
+      caught += static_cast<long>(e.info.size()) + e.what()[0];
+    }
+  }
+  benchmark::DoNotOptimize(caught);
+}
+
+// POCO's exception carries a message and a code: the items go into the
+// message text.
+void ErrorPoco(benchmark::State& state) {
+  const int n = static_cast<int>(state.range(0));
+  long caught = 0;
+  int depth = 0;
+  for (auto _ : state) {
+    Guard outer(&depth);
+    try {
+      Guard middle(&depth);
+      Guard inner(&depth);
+      std::string message;
+      for (int i = 0; i < n; ++i) {
+        message += kInfoKeys[i];
+        message += '=';
+        message += (i & 1) ? std::string("a file name.txt") : std::to_string(i);
+        message += ';';
+      }
+      throw Poco::Exception(message, 1001);
+    } catch (const Poco::Exception& e) {
+      caught += e.code();
     }
   }
   benchmark::DoNotOptimize(caught);
@@ -637,62 +828,82 @@ void ErrorStd(benchmark::State& state) {
 // ---------------------------------------------------------------------------
 
 void Register() {
-  const auto both = [](benchmark::internal::Benchmark* b) { b->Arg(kSmall)->Arg(kLarge); };
-  const auto strings = [](benchmark::internal::Benchmark* b) { b->Arg(8)->Arg(kLarge); };
+  using benchmark::RegisterBenchmark;
+  const auto sizes = [](benchmark::internal::Benchmark* b, int small, int large) {
+    b->Arg(small)->Arg(large)->Unit(benchmark::kMicrosecond);
+  };
+  const auto values = [&](benchmark::internal::Benchmark* b) { sizes(b, 1000, 1000000); };
+  const auto mebibytes = [&](benchmark::internal::Benchmark* b) { sizes(b, 1, 64); };
+  const auto sections = [&](benchmark::internal::Benchmark* b) { sizes(b, 1000, 100000); };
+  const auto ids = [&](benchmark::internal::Benchmark* b) { sizes(b, 1000, 1000000); };
+  const auto strings = [&](benchmark::internal::Benchmark* b) { sizes(b, 1000, 100000); };
+  const auto lists = [&](benchmark::internal::Benchmark* b) { sizes(b, 10, 100000); };
+  const auto infos = [&](benchmark::internal::Benchmark* b) { sizes(b, 0, 16); };
 
-  both(benchmark::RegisterBenchmark("stream_be/qvbase", StreamQvbase, kByteOrderingMotorola));
-  both(benchmark::RegisterBenchmark("stream_be/qt", StreamQt, QDataStream::BigEndian));
-  both(benchmark::RegisterBenchmark("stream_be/poco", StreamPoco, Poco::BinaryWriter::BIG_ENDIAN_BYTE_ORDER,
-                                    Poco::BinaryReader::BIG_ENDIAN_BYTE_ORDER));
-  both(benchmark::RegisterBenchmark("stream_be/memcpy", StreamMemcpy, true));
-  both(benchmark::RegisterBenchmark("stream_le/qvbase", StreamQvbase, kByteOrderingIntel));
-  both(benchmark::RegisterBenchmark("stream_le/qt", StreamQt, QDataStream::LittleEndian));
-  both(benchmark::RegisterBenchmark("stream_le/poco", StreamPoco, Poco::BinaryWriter::LITTLE_ENDIAN_BYTE_ORDER,
-                                    Poco::BinaryReader::LITTLE_ENDIAN_BYTE_ORDER));
-  both(benchmark::RegisterBenchmark("stream_le/memcpy", StreamMemcpy, false));
+  values(RegisterBenchmark("stream_be/qvbase", StreamQvbase, kByteOrderingMotorola));
+  values(RegisterBenchmark("stream_be/qt", StreamQt, QDataStream::BigEndian));
+  values(RegisterBenchmark("stream_be/poco", StreamPoco, Poco::BinaryWriter::BIG_ENDIAN_BYTE_ORDER,
+                           Poco::BinaryReader::BIG_ENDIAN_BYTE_ORDER));
+  values(RegisterBenchmark("stream_be/memcpy", StreamMemcpy, true));
+  values(RegisterBenchmark("stream_le/qvbase", StreamQvbase, kByteOrderingIntel));
+  values(RegisterBenchmark("stream_le/qt", StreamQt, QDataStream::LittleEndian));
+  values(RegisterBenchmark("stream_le/poco", StreamPoco, Poco::BinaryWriter::LITTLE_ENDIAN_BYTE_ORDER,
+                           Poco::BinaryReader::LITTLE_ENDIAN_BYTE_ORDER));
+  values(RegisterBenchmark("stream_le/memcpy", StreamMemcpy, false));
 
-  both(benchmark::RegisterBenchmark("id_text/qvbase", IdTextQvbase));
-  both(benchmark::RegisterBenchmark("id_text/qt", IdTextQt));
-  both(benchmark::RegisterBenchmark("id_text/boost", IdTextBoost));
-  both(benchmark::RegisterBenchmark("id_text/libuuid", IdTextLibuuid));
-  both(benchmark::RegisterBenchmark("id_name/qvbase", IdNameQvbase));
-  both(benchmark::RegisterBenchmark("id_name/qt", IdNameQt));
-  both(benchmark::RegisterBenchmark("id_name/boost", IdNameBoost));
-  both(benchmark::RegisterBenchmark("id_name/libuuid", IdNameLibuuid));
+  for (const ULONG chunk : {4096u, 65536u}) {
+    const std::string name = chunk == 4096 ? "bulk_4k" : "bulk_64k";
+    mebibytes(RegisterBenchmark((name + "/qvbase").c_str(), BulkQvbase, chunk, 65536u));
+    mebibytes(RegisterBenchmark((name + "/qvbase_g16m").c_str(), BulkQvbase, chunk, 16 * kMiB));
+    mebibytes(RegisterBenchmark((name + "/vector").c_str(), BulkVector, chunk));
+    mebibytes(RegisterBenchmark((name + "/memcpy").c_str(), BulkMemcpy, chunk));
+  }
 
-  both(benchmark::RegisterBenchmark("sections/qvbase", SectionsQvbase));
-  both(benchmark::RegisterBenchmark("sections/qt", SectionsQt));
-  both(benchmark::RegisterBenchmark("sections/memcpy", SectionsMemcpy));
+  sections(RegisterBenchmark("sections/qvbase", SectionsQvbase));
+  sections(RegisterBenchmark("sections/qt", SectionsQt));
+  sections(RegisterBenchmark("sections/memcpy", SectionsMemcpy));
 
-  strings(benchmark::RegisterBenchmark("str_copy/qvbase", StrCopyQvbase<PString>));
-  strings(benchmark::RegisterBenchmark("str_copy/qvbase_ascii", StrCopyQvbase<PASCIIString>));
-  strings(benchmark::RegisterBenchmark("str_copy/std", StrCopyStd));
-  strings(benchmark::RegisterBenchmark("str_copy/qt", StrCopyQt));
-  strings(benchmark::RegisterBenchmark("str_append/qvbase", StrAppendQvbase<PString>));
-  strings(benchmark::RegisterBenchmark("str_append/qvbase_ascii", StrAppendQvbase<PASCIIString>));
-  strings(benchmark::RegisterBenchmark("str_append/std", StrAppendStd));
-  strings(benchmark::RegisterBenchmark("str_append/qt", StrAppendQt));
-  strings(benchmark::RegisterBenchmark("str_find/qvbase", StrFindQvbase<PString>));
-  strings(benchmark::RegisterBenchmark("str_find/qvbase_ascii", StrFindQvbase<PASCIIString>));
-  strings(benchmark::RegisterBenchmark("str_find/std", StrFindStd));
-  strings(benchmark::RegisterBenchmark("str_find/qt", StrFindQt));
-  strings(benchmark::RegisterBenchmark("str_nocase/qvbase", StrNoCaseQvbase<PString>));
-  strings(benchmark::RegisterBenchmark("str_nocase/qvbase_ascii", StrNoCaseQvbase<PASCIIString>));
-  strings(benchmark::RegisterBenchmark("str_nocase/std", StrNoCaseStd));
-  strings(benchmark::RegisterBenchmark("str_nocase/qt", StrNoCaseQt));
-  strings(benchmark::RegisterBenchmark("str_order/qvbase", StrOrderQvbase<PString>));
-  strings(benchmark::RegisterBenchmark("str_order/qvbase_ascii", StrOrderQvbase<PASCIIString>));
-  strings(benchmark::RegisterBenchmark("str_order/std", StrOrderStd));
-  strings(benchmark::RegisterBenchmark("str_order/qt", StrOrderQt));
+  ids(RegisterBenchmark("id_text/qvbase", IdTextQvbase));
+  ids(RegisterBenchmark("id_text/qt", IdTextQt));
+  ids(RegisterBenchmark("id_text/boost", IdTextBoost));
+  ids(RegisterBenchmark("id_text/libuuid", IdTextLibuuid));
+  ids(RegisterBenchmark("id_name/qvbase", IdNameQvbase));
+  ids(RegisterBenchmark("id_name/qt", IdNameQt));
+  ids(RegisterBenchmark("id_name/boost", IdNameBoost));
+  ids(RegisterBenchmark("id_name/libuuid", IdNameLibuuid));
 
-  both(benchmark::RegisterBenchmark("list/qvbase_array", ListQvbase, GDynArrayDataConstructor));
-  both(benchmark::RegisterBenchmark("list/qvbase_linked", ListQvbase, GLinkedListDataConstructor));
-  both(benchmark::RegisterBenchmark("list/std_list", ListStdList));
-  both(benchmark::RegisterBenchmark("list/std_vector", ListStdVector));
-  both(benchmark::RegisterBenchmark("list/qt", ListQt));
+  strings(RegisterBenchmark("str_copy/qvbase", StrCopyQvbase<PString>));
+  strings(RegisterBenchmark("str_copy/qvbase_ascii", StrCopyQvbase<PASCIIString>));
+  strings(RegisterBenchmark("str_copy/std", StrCopyStd));
+  strings(RegisterBenchmark("str_copy/qt", StrCopyQt));
+  strings(RegisterBenchmark("str_append/qvbase", StrAppendQvbase<PString>));
+  strings(RegisterBenchmark("str_append/qvbase_ascii", StrAppendQvbase<PASCIIString>));
+  strings(RegisterBenchmark("str_append/std", StrAppendStd));
+  strings(RegisterBenchmark("str_append/qt", StrAppendQt));
+  strings(RegisterBenchmark("str_find/qvbase", StrFindQvbase<PString>));
+  strings(RegisterBenchmark("str_find/qvbase_ascii", StrFindQvbase<PASCIIString>));
+  strings(RegisterBenchmark("str_find/std", StrFindStd));
+  strings(RegisterBenchmark("str_find/qt", StrFindQt));
+  strings(RegisterBenchmark("str_nocase/qvbase", StrNoCaseQvbase<PString>));
+  strings(RegisterBenchmark("str_nocase/qvbase_ascii", StrNoCaseQvbase<PASCIIString>));
+  strings(RegisterBenchmark("str_nocase/std", StrNoCaseStd));
+  strings(RegisterBenchmark("str_nocase/qt", StrNoCaseQt));
+  strings(RegisterBenchmark("str_order/qvbase", StrOrderQvbase<PString>));
+  strings(RegisterBenchmark("str_order/qvbase_ascii", StrOrderQvbase<PASCIIString>));
+  strings(RegisterBenchmark("str_order/std", StrOrderStd));
+  strings(RegisterBenchmark("str_order/qt", StrOrderQt));
 
-  benchmark::RegisterBenchmark("error_3/qvbase", ErrorQvbase)->Arg(1);
-  benchmark::RegisterBenchmark("error_3/std", ErrorStd)->Arg(1);
+  lists(RegisterBenchmark("list/qvbase_array", ListQvbase, GDynArrayDataConstructor));
+  lists(RegisterBenchmark("list/qvbase_linked", ListQvbase, GLinkedListDataConstructor));
+  lists(RegisterBenchmark("list/qvbase_smartarray", ListQvbase, GSmartArrayDataConstructor));
+  lists(RegisterBenchmark("list/qvbase_smartlist", ListQvbase, GSmartListDataConstructor));
+  lists(RegisterBenchmark("list/std_list", ListStdList));
+  lists(RegisterBenchmark("list/std_vector", ListStdVector));
+  lists(RegisterBenchmark("list/qt", ListQt));
+
+  infos(RegisterBenchmark("error_3/qvbase", ErrorQvbase));
+  infos(RegisterBenchmark("error_3/std", ErrorStd));
+  infos(RegisterBenchmark("error_3/poco", ErrorPoco));
 }
 
 } // namespace

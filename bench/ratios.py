@@ -10,6 +10,17 @@ import sys
 from collections import OrderedDict
 
 
+UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def readable(ns):
+    """A time with a unit that keeps three or four significant digits."""
+    for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if ns >= size:
+            return "%.3g %s" % (ns / size, unit)
+    return "%.3g ns" % ns
+
+
 def main(path):
     with open(path) as f:
         data = json.load(f)
@@ -21,7 +32,8 @@ def main(path):
         if len(parts) < 3:
             continue
         scenario, impl, size = parts[0], parts[1], parts[2]
-        times.setdefault((scenario, size), OrderedDict())[impl] = b["cpu_time"]
+        scale = UNITS[b.get("time_unit", "ns")]
+        times.setdefault((scenario, size), OrderedDict())[impl] = b["cpu_time"] * scale
 
     rows = []
     for (scenario, size), impls in times.items():
@@ -30,9 +42,9 @@ def main(path):
         for q in ours:
             label = scenario if q == "qvbase" else scenario + " (" + q[len("qvbase_"):] + ")"
             cells = ["%s %.3g" % (p, impls[p] / impls[q]) for p in peers]
-            rows.append((label, size, "%.0f" % impls[q], "  ".join(cells)))
+            rows.append((label, size, readable(impls[q]), "  ".join(cells)))
 
-    head = ("scenario", "size", "qvbase ns", "peer time / qvbase time")
+    head = ("scenario", "size", "qvbase time", "peer time / qvbase time")
     widths = [max(len(r[i]) for r in rows + [head]) for i in range(3)]
     fmt = "| {:<%d} | {:>%d} | {:>%d} | {} |" % tuple(widths)
     print(fmt.format(*head))
