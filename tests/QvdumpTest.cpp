@@ -10,6 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -285,6 +287,19 @@ TEST(Qvdump, MissingFileIsBadInput) {
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(IsOneLine(r.err)) << r.err;
   EXPECT_NE(r.err.find("absent.bin"), std::string::npos);
+}
+
+TEST(Qvdump, FileLargerThanOneGibibyteIsRefusedBeforeReading) {
+  qvtest::TempDir dir;
+  std::string f = dir.File("huge.bin");
+  qvtest::WriteFile(f, "");
+  // Sparse: one byte over the limit, without writing a gibibyte.
+  std::filesystem::resize_file(f, (std::uintmax_t(1) << 30) + 1);
+  RunResult r = Qvdump({f});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(IsOneLine(r.err)) << r.err;
+  EXPECT_NE(r.err.find("is larger than 1 GiB"), std::string::npos) << r.err;
+  EXPECT_EQ(r.out, "");
 }
 
 TEST(Qvdump, HelpPrintsUsageAndSucceeds) {

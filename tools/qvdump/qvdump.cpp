@@ -247,6 +247,17 @@ std::vector<unsigned char> ReadWholeFile(const std::string &path) {
   std::FILE *file = std::fopen(path.c_str(), "rb");
   if (!file)
     BadInput("cannot open " + path + ": " + std::strerror(errno));
+  // Measured first where the runtime can, so that an oversized file is
+  // refused before anything is read; the guard in the loop below covers
+  // files the runtime cannot measure (and files that grow meanwhile).
+  if (std::fseek(file, 0, SEEK_END) == 0) {
+    long measured = std::ftell(file);
+    if (measured >= 0 && static_cast<std::uint64_t>(measured) > kMaxFileSize) {
+      std::fclose(file);
+      BadInput(path + " is larger than 1 GiB, which qvdump does not read");
+    }
+  }
+  std::rewind(file);
   std::vector<unsigned char> bytes;
   unsigned char chunk[65536];
   for (;;) {
