@@ -3,28 +3,33 @@
 
 Benchmarks are named "<scenario>/<implementation>/<size>"; implementations
 whose name starts with "qvbase" are ours (a scenario may have several, one
-per back end), every other one is a peer. Above 1 means qvbase is faster.
-"""
-import json
-import sys
-from collections import OrderedDict
+per back end or setting), every other one is a peer. Above 1 means qvbase is
+faster.
 
+    ratios.py RESULTS.json                    the ratio table
+    ratios.py RESULTS.json --before OLD.json  and qvbase's time in OLD.json
+                                              with the speed-up since then
+"""
+import argparse
+import json
+from collections import OrderedDict
 
 UNITS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
 def readable(ns):
-    """A time with a unit that keeps three or four significant digits."""
+    """A time with a unit that keeps about three significant digits."""
     for unit, size in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
         if ns >= size:
             return "%.3g %s" % (ns / size, unit)
     return "%.3g ns" % ns
 
 
-def main(path):
+def load(path):
+    """{(scenario, size): {implementation: CPU time in ns}} in file order."""
     with open(path) as f:
         data = json.load(f)
-    times = OrderedDict()  # (scenario, size) -> {impl: ns}
+    times = OrderedDict()
     for b in data["benchmarks"]:
         if b.get("run_type", "iteration") != "iteration":
             continue
@@ -34,19 +39,37 @@ def main(path):
         scenario, impl, size = parts[0], parts[1], parts[2]
         scale = UNITS[b.get("time_unit", "ns")]
         times.setdefault((scenario, size), OrderedDict())[impl] = b["cpu_time"] * scale
+    return times
 
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("results", nargs="?", default="build/bench/results.json")
+    parser.add_argument("--before", help="an earlier results file to compare qvbase with")
+    args = parser.parse_args()
+    times = load(args.results)
+    before = load(args.before) if args.before else None
+
+    head = ["scenario", "size", "qvbase time"]
+    if before is not None:
+        head += ["before", "speed-up"]
+    head.append("peer time / qvbase time")
     rows = []
     for (scenario, size), impls in times.items():
         ours = [i for i in impls if i.startswith("qvbase")]
         peers = [i for i in impls if not i.startswith("qvbase")]
         for q in ours:
             label = scenario if q == "qvbase" else scenario + " (" + q[len("qvbase_"):] + ")"
-            cells = ["%s %.3g" % (p, impls[p] / impls[q]) for p in peers]
-            rows.append((label, size, readable(impls[q]), "  ".join(cells)))
+            row = [label, size, readable(impls[q])]
+            if before is not None:
+                old = before.get((scenario, size), {}).get(q)
+                row += [readable(old), "%.3gx" % (old / impls[q])] if old else ["-", "-"]
+            row.append("  ".join("%s %.3g" % (p, impls[p] / impls[q]) for p in peers))
+            rows.append(row)
 
-    head = ("scenario", "size", "qvbase time", "peer time / qvbase time")
-    widths = [max(len(r[i]) for r in rows + [head]) for i in range(3)]
-    fmt = "| {:<%d} | {:>%d} | {:>%d} | {} |" % tuple(widths)
+    widths = [max(len(r[i]) for r in rows + [head]) for i in range(len(head) - 1)]
+    aligns = ["<", ">"] + [">"] * (len(head) - 3)
+    fmt = "| " + " | ".join("{:%s%d}" % (a, w) for a, w in zip(aligns, widths)) + " | {} |"
     print(fmt.format(*head))
     print("|" + "|".join("-" * (w + 2) for w in widths) + "|---|")
     for r in rows:
@@ -54,4 +77,4 @@ def main(path):
 
 
 if __name__ == "__main__":
-    main(sys.argv[1] if len(sys.argv) > 1 else "build/bench/results.json")
+    main()

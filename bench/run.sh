@@ -41,4 +41,8 @@ fi
 
 "$build/qvbase_bench" --benchmark_format=json "$@" >"$build/results.json"
 echo "Results: $build/results.json"
-python3 "$here/ratios.py" "$build/results.json"
+# With the figures of the library before its tuning (bench/results/), the
+# table also shows how much faster each qvbase row has become.
+before=()
+[ -f "$here/results/before.json" ] && before=(--before "$here/results/before.json")
+python3 "$here/ratios.py" "$build/results.json" "${before[@]}"
