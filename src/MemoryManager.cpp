@@ -3,6 +3,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/MemoryManager.h>
 
+#include "MemoryGrowth.h"
 #include "native/Memory.h"
 
 #include <cstdint>
@@ -148,3 +149,22 @@ void GMemStats(MemoryManager* manager, ULONG* total, ULONG* available, ULONG* la
 } // extern "C"
 
 void* GCPPAllocation(unsigned int size, MemoryManager* /*manager*/) { return ::operator new(size); }
+
+void* qvbase::detail::GrowBlock(void* block, ULONG keep, ULONG newSize) {
+  if (block && OwnerOf(block) == gSysManager && ResolveManager(nullptr) == gSysManager) {
+    if (newSize > kMaxBlockSize)
+      return nullptr;
+    void* managerBlock = gSysManager->reallocate(gSysManager, HeaderOf(block), newSize + kHeaderSize);
+    // The owner word travels with the block.
+    return managerBlock ? BodyOf(managerBlock) : nullptr;
+  }
+  void* grown = GMemAllocation(nullptr, newSize, /*mode=*/1);
+  if (!grown)
+    return nullptr;
+  if (block) {
+    if (keep)
+      std::memcpy(grown, block, keep);
+    GMemFree(block);
+  }
+  return grown;
+}

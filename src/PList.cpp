@@ -5,6 +5,8 @@
 #include <qvbase/MemoryManager.h>
 #include <qvbase/PSmartData.h>
 
+#include "MemoryGrowth.h"
+
 #include <cstring>
 #include <new>
 #include <vector>
@@ -80,16 +82,15 @@ void PDynArrayData::InsertARef(const void* object, ULONG index) {
         return;
       capacity += kArrayGrowth;
     }
-    void** grown = static_cast<void**>(AllocateRaw(capacity * sizeof(void*)));
+    // The new block holds the old elements, then the tail moves up by one.
+    void** grown = static_cast<void**>(
+        qvbase::detail::GrowBlock(array, static_cast<ULONG>(count * sizeof(void*)),
+                                  static_cast<ULONG>(capacity * sizeof(void*))));
     if (!grown)
       return;
     m_slots = capacity;
-    if (array) {
-      std::memcpy(grown, array, index * sizeof(void*));
-      std::memcpy(grown + index + 1, array + index, (count - index) * sizeof(void*));
-    }
+    std::memmove(grown + index + 1, grown + index, (count - index) * sizeof(void*));
     grown[index] = element;
-    GMemFree(array);
     array = grown;
   }
   ARefAdded(object);

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -496,6 +497,75 @@ TEST(PList, LinkedInsertWithoutMemoryDoesNothing) {
   EXPECT_TRUE(list.IsEmpty());
   EXPECT_EQ(t->NumSmartLocks(), 1u); // no reference was taken
   t->Release();
+}
+
+// A memory manager on the C heap that counts what it is asked, installed as
+// the default.
+struct Calls {
+  int allocate = 0, reallocate = 0, release = 0;
+};
+Calls gCalls;
+void* CountAllocate(MemoryManager*, ULONG size, unsigned short) {
+  ++gCalls.allocate;
+  return std::malloc(size);
+}
+void* CountReallocate(MemoryManager*, void* block, ULONG size) {
+  ++gCalls.reallocate;
+  return std::realloc(block, size);
+}
+ULONG CountSize(MemoryManager*, void*) { return 0; }
+void CountRelease(MemoryManager*, void* block) {
+  ++gCalls.release;
+  std::free(block);
+}
+
+class CountedMemory {
+public:
+  CountedMemory() : m_previous(GGetDefaultMemManager()) {
+    gCalls = Calls();
+    GSetDefaultMemManager(&m_manager);
+  }
+  ~CountedMemory() { GSetDefaultMemManager(m_previous); }
+
+private:
+  MemoryManager m_manager = {0, "Counting", CountAllocate, CountReallocate, CountSize,
+                             CountRelease, RefuseStats};
+  MemoryManager* m_previous;
+};
+
+TEST(PList, ArrayGrowthUnderAnInstalledManagerAllocatesCopiesAndReleases) {
+  CountedMemory counted;
+  {
+    TestList list(InspectedArrayConstructor);
+    auto* array = static_cast<InspectedArray*>(list.Data());
+    for (int i = 0; i < 9; ++i)
+      list.AddAnObject(Item(i), static_cast<ULONG>(i / 2)); // growth with a tail to move
+    EXPECT_EQ(array->Capacity(), 12u);
+    // Three blocks (4, 8, 12 slots), the first two given back, nothing
+    // resized behind the manager's back.
+    EXPECT_EQ(gCalls.allocate, 3);
+    EXPECT_EQ(gCalls.release, 2);
+    EXPECT_EQ(gCalls.reallocate, 0);
+    EXPECT_EQ(Contents(list), (std::vector<void*>{Item(1), Item(3), Item(5), Item(7), Item(8),
+                                                  Item(6), Item(4), Item(2), Item(0)}));
+  }
+  EXPECT_EQ(gCalls.release, 3);
+}
+
+TEST(PList, ArrayGrowthOnTheSystemHeapKeepsEveryElementInPlace) {
+  // Inserted at the head, in the middle and at the tail across many growth
+  // steps; the result must be the vector's.
+  TestList list(InspectedArrayConstructor);
+  auto* array = static_cast<InspectedArray*>(list.Data());
+  std::vector<void*> model;
+  for (int i = 0; i < 1000; ++i) {
+    ULONG at = i % 3 == 0 ? 0 : i % 3 == 1 ? static_cast<ULONG>(model.size() / 2)
+                                            : static_cast<ULONG>(model.size());
+    list.AddAnObject(Item(i % 16), at);
+    model.insert(model.begin() + at, Item(i % 16));
+  }
+  EXPECT_EQ(array->Capacity(), 1000u);
+  EXPECT_EQ(Contents(list), model);
 }
 
 // Every back end against a plain vector, over many random operations.
