@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+#include "MemoryGrowth.h"
+
 namespace {
 
 const char kSourceFile[] = "src\\PMemoryStream";
@@ -289,13 +291,13 @@ void PMemoryStreamHdl::IOSetSize(unsigned __int64 size) {
     m_capacity = newCapacity;
     m_size = newSize;
   } else if (m_capacity < newCapacity) {
-    // One block of the rounded size: growth is linear in granularity steps.
-    char* block = AllocateBlock(newCapacity, __LINE__);
-    if (!block)
+    // One block of the rounded size, holding the content: growth is linear
+    // in granularity steps.
+    char* block = static_cast<char*>(qvbase::detail::GrowBlock(m_buffer, m_size, newCapacity));
+    if (!block) {
+      RaiseError(kErrorOutOfMemory, ErrorSeverityAbort, __LINE__);
       return; // let through: the content stays as it was
-    if (m_size != 0)
-      std::memcpy(block, m_buffer, m_size);
-    ReleaseBlock();
+    }
     m_buffer = block;
     m_capacity = newCapacity;
     m_size = newSize;

@@ -646,6 +646,71 @@ private:
   MemoryManager* m_saved;
 };
 
+// A manager on the system heap that counts its calls.
+struct CountingManager {
+  static int allocations, reallocations, releases;
+  static void* Allocate(MemoryManager*, ULONG size, unsigned short mode) {
+    ++allocations;
+    return gSysManager->allocate(gSysManager, size, mode);
+  }
+  static void* Reallocate(MemoryManager*, void* block, ULONG size) {
+    ++reallocations;
+    return gSysManager->reallocate(gSysManager, block, size);
+  }
+  static void Release(MemoryManager*, void* block) {
+    ++releases;
+    gSysManager->release(gSysManager, block);
+  }
+};
+int CountingManager::allocations = 0;
+int CountingManager::reallocations = 0;
+int CountingManager::releases = 0;
+
+TEST(MemoryStream, GrowthUnderAnInstalledManagerAllocatesCopiesAndReleases) {
+  MemoryManager counting{0,
+                         "Counting",
+                         &CountingManager::Allocate,
+                         &CountingManager::Reallocate,
+                         &LimitedManager::Size,
+                         &CountingManager::Release,
+                         &LimitedManager::Stats};
+  MemoryManager* saved = GGetDefaultMemManager();
+  GSetDefaultMemManager(&counting);
+  CountingManager::allocations = CountingManager::reallocations = CountingManager::releases = 0;
+  {
+    PStream stream;
+    PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+    std::string written;
+    for (int i = 0; i < 10; ++i) {
+      std::string piece(7, static_cast<char>('a' + i));
+      stream.Write(piece.data(), 7, 1);
+      written += piece;
+    }
+    // 70 bytes in steps of 16: blocks of 16, 32, 48, 64 and 80 bytes, each
+    // taking over the content of the one before.
+    EXPECT_EQ(handler->GetCapacity(), 80u);
+    EXPECT_EQ(CountingManager::allocations, 5);
+    EXPECT_EQ(CountingManager::releases, 4);
+    EXPECT_EQ(CountingManager::reallocations, 0);
+    EXPECT_EQ(Content(handler, stream), written);
+  }
+  GSetDefaultMemManager(saved);
+  EXPECT_EQ(CountingManager::releases, 5);
+}
+
+TEST(MemoryStream, GrowthOnTheSystemHeapKeepsTheContentAcrossManySteps) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+  std::string written;
+  for (int i = 0; i < 5000; ++i) {
+    std::string piece(static_cast<size_t>(1 + i % 37), static_cast<char>('A' + i % 26));
+    stream.Write(piece.data(), static_cast<ULONG>(piece.size()), 1);
+    written += piece;
+  }
+  EXPECT_EQ(handler->GetCapacity(), (written.size() + 15) / 16 * 16);
+  EXPECT_EQ(Content(handler, stream), written);
+}
+
 TEST(MemoryStream, RefusedGrowthRaisesOutOfMemoryAndKeepsTheContent) {
   ScopedLimitedManager limited;
   PStream stream;
