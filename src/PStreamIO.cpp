@@ -104,18 +104,21 @@ public:
   static PStringHandler* Of(const PString& text) { return (text.*&HandlerAccess::Handler)(); }
 };
 
-// The multibyte string of the terminated bytes at `text`, as
-// PMBString(text, true) makes it. When they are all 7-bit, each is one
-// character in every locale, so the handler is made over their count without
-// measuring them character by character: the same content, size and length.
-PString MultibyteText(const char* text) {
+// Assigns to `target` the multibyte string of the terminated bytes at
+// `text`, as PMBString(text, true) makes it. When they are all 7-bit, each is
+// one character in every locale, so the handler is made over their count
+// without measuring them character by character: the same content, size and
+// length.
+void AssignMultibyteText(PString* target, const char* text) {
   std::size_t bytes = 0;
   while (text[bytes] != '\0' && static_cast<unsigned char>(text[bytes]) < 0x80)
     ++bytes;
-  if (bytes == 0 || text[bytes] != '\0')
-    return PMBString(text, /*copy=*/true);
+  if (bytes == 0 || text[bytes] != '\0') {
+    *target = PMBString(text, /*copy=*/true);
+    return;
+  }
   const ULONG count = static_cast<ULONG>(bytes);
-  return HandlerAccess(PMBStringHandler::FromBytes(text, count, count));
+  *target = HandlerAccess(PMBStringHandler::FromBytes(text, count, count));
 }
 
 // The bytes of a string's multibyte form. A string whose handler holds
@@ -287,7 +290,7 @@ void PStream::Read(PString* text) {
     char local[kLocalTextBytes + 1];
     const ULONG got = Read(local, length, 1);
     local[got < length ? got : length] = '\0';
-    *text = MultibyteText(local);
+    AssignMultibyteText(text, local);
     return;
   }
   // The length is not trusted with memory: the bytes are read in chunks,
@@ -313,7 +316,7 @@ void PStream::Read(PString* text) {
     rest -= chunk;
   }
   bytes.push_back('\0');
-  *text = MultibyteText(bytes.data());
+  AssignMultibyteText(text, bytes.data());
 }
 
 void PStream::Read(PString* text, char terminator) {
@@ -328,7 +331,7 @@ void PStream::Read(PString* text, char terminator) {
     bytes.push_back(c);
   }
   bytes.push_back('\0');
-  *text = MultibyteText(bytes.data());
+  AssignMultibyteText(text, bytes.data());
 }
 
 void PStream::Read(PUniversalID* id) {
