@@ -225,7 +225,22 @@ void PStream::Write(const PString& text) {
     Write(bytes.Data(), bytes.Size(), 1);
 }
 
-void PStream::Write(const char* text) { Write(PString(text, /*copy=*/false)); }
+void PStream::Write(const char* text) {
+  // 7-bit text is its own multibyte form, one byte per character in every
+  // locale: its bytes go out as the string made of it would put them.
+  std::size_t bytes = 0;
+  if (text)
+    while (text[bytes] != '\0' && static_cast<unsigned char>(text[bytes]) < 0x80)
+      ++bytes;
+  if (text && text[bytes] != '\0') {
+    Write(PString(text, /*copy=*/false));
+    return;
+  }
+  const ULONG length = static_cast<ULONG>(bytes);
+  Write(static_cast<LONG>(length));
+  if (length)
+    Write(text, length, 1);
+}
 
 void PStream::Write(const PString& text, char terminator) {
   MultibyteBytes bytes(text);

@@ -723,3 +723,21 @@ TEST(PStreamIO, RetriedTypedValuesStartAgainFromTheirPosition) {
 }
 
 } // namespace
+
+namespace {
+
+// A bare text goes out as the counted string made of it would.
+TEST(PStreamIO, BareTextIsWrittenAsItsCountedString) {
+  const char* texts[] = {"abc", "", "caf\xC3\xA9", "mixed \x80 byte", nullptr};
+  for (const char* text : texts) {
+    SCOPED_TRACE(text ? text : "(null)");
+    PStream bare = NewStream(kByteOrderingMotorola);
+    PStream counted = NewStream(kByteOrderingMotorola);
+    bare.Write(text);
+    counted.Write(PString(text, /*copy=*/true));
+    EXPECT_EQ(bare.GetPos(), counted.GetPos());
+    EXPECT_EQ(Content(bare), Content(counted));
+  }
+}
+
+} // namespace
