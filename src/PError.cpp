@@ -45,8 +45,10 @@ public:
   PErrorInfoEntry(const PErrorInfoEntry&) = delete;
   PErrorInfoEntry& operator=(const PErrorInfoEntry&) = delete;
 
-  // Keys compare exactly, byte for byte.
-  bool HasKey(const char* key) const { return m_key == (key ? key : ""); }
+  // Keys compare exactly, byte for byte; `length` is strlen(key).
+  bool HasKey(const char* key, std::size_t length) const {
+    return m_key.size() == length && std::memcmp(m_key.data(), key, length) == 0;
+  }
   const char* Key() const { return m_key.c_str(); }
   TypErrorTagEnum Tag() const { return m_tag; }
   const void* Value() const { return m_value; }
@@ -84,9 +86,15 @@ public:
   PErrorInfoEntry* At(ULONG index) const { return m_entries.At(index); }
 
   PErrorInfoEntry* Find(const char* key) const {
-    for (ULONG i = 0; i < m_entries.Size(); ++i)
-      if (m_entries.At(i)->HasKey(key))
-        return m_entries.At(i);
+    if (!key)
+      key = "";
+    const std::size_t length = std::strlen(key);
+    const ULONG count = m_entries.Size();
+    for (ULONG i = 0; i < count; ++i) {
+      PErrorInfoEntry* entry = m_entries.At(i);
+      if (entry->HasKey(key, length))
+        return entry;
+    }
     return nullptr;
   }
 

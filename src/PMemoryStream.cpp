@@ -32,6 +32,14 @@ ULONG SaturatedPosition(unsigned __int64 position) {
   return position > kMaxPosition ? static_cast<ULONG>(kMaxPosition) : static_cast<ULONG>(position);
 }
 
+// True when `bytes` rounds up to `capacity`. A capacity is always a whole
+// number of granularity steps (it is only ever set to a rounded size or 0),
+// so a non-zero count in its last step does: a write that stays inside the
+// block needs no division to know that the block stays.
+bool InLastStep(ULONG bytes, ULONG capacity, ULONG granularity) {
+  return capacity != 0 && bytes <= capacity && bytes > capacity - granularity;
+}
+
 } // namespace
 
 PMemoryStreamHdl::PMemoryStreamHdl() : PMemoryStreamHdl(kDefaultGranularity) {}
@@ -272,7 +280,10 @@ void PMemoryStreamHdl::IOSetSize(unsigned __int64 size) {
   // Deliberately only the low 32 bits count: the content is 32-bit.
   const ULONG newSize = static_cast<ULONG>(size);
   ULONG newCapacity = 0;
-  if (!RoundUp(newSize, &newCapacity)) {
+  if (InLastStep(newSize, m_capacity, m_granularity)) {
+    // The rounded size is the present capacity: no rounding needed.
+    newCapacity = m_capacity;
+  } else if (!RoundUp(newSize, &newCapacity)) {
     RaiseError(kErrorOutOfMemory, ErrorSeverityAbort, __LINE__);
     return;
   }

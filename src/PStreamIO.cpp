@@ -7,6 +7,7 @@
 #include <qvbase/PStream.h>
 
 #include <qvbase/MemoryManager.h>
+#include <qvbase/PASCIIString.h>
 #include <qvbase/PDate.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PStringConversions.h>
@@ -14,7 +15,9 @@
 #include <qvbase/PUniversalID.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <optional>
 #include <vector>
 
 namespace {
@@ -25,12 +28,64 @@ constexpr ULONG kScratchThreshold = 16;
 // Counted strings are read in chunks of this size.
 constexpr ULONG kOverrunChunk = 1024 * 1024;
 constexpr ULONG kTerminatedStart = 64;
+// Counted strings up to this many bytes are read into a buffer on the stack.
+constexpr ULONG kLocalTextBytes = 256;
 
-void ReverseItems(char* data, ULONG count, ULONG itemSize) {
-  if (itemSize < 2)
+std::uint16_t ByteSwap(std::uint16_t v) { return __builtin_bswap16(v); }
+std::uint32_t ByteSwap(std::uint32_t v) { return __builtin_bswap32(v); }
+std::uint64_t ByteSwap(std::uint64_t v) { return __builtin_bswap64(v); }
+
+// Reverses each of `count` items of type T from `from` into `to` (which may
+// be the same place).
+template <typename T> void SwapItems(char* to, const char* from, ULONG count) {
+  for (ULONG i = 0; i < count; ++i) {
+    T item;
+    std::memcpy(&item, from + static_cast<std::size_t>(i) * sizeof(T), sizeof(T));
+    item = ByteSwap(item);
+    std::memcpy(to + static_cast<std::size_t>(i) * sizeof(T), &item, sizeof(T));
+  }
+}
+
+// Byte i of each item of `itemSize` bytes goes to byte itemSize - 1 - i;
+// items of one byte stay as they are.
+void ReverseItemsInto(char* to, const char* from, ULONG count, ULONG itemSize) {
+  switch (itemSize) {
+  case 0:
+  case 1:
+    if (to != from)
+      std::memcpy(to, from, count * static_cast<std::size_t>(itemSize));
     return;
-  for (ULONG i = 0; i < count; ++i)
-    std::reverse(data + static_cast<std::size_t>(i) * itemSize, data + static_cast<std::size_t>(i + 1) * itemSize);
+  case 2:
+    SwapItems<std::uint16_t>(to, from, count);
+    return;
+  case 4:
+    SwapItems<std::uint32_t>(to, from, count);
+    return;
+  case 8:
+    SwapItems<std::uint64_t>(to, from, count);
+    return;
+  default:
+    for (ULONG i = 0; i < count; ++i) {
+      const char* item = from + static_cast<std::size_t>(i) * itemSize;
+      char* out = to + static_cast<std::size_t>(i) * itemSize;
+      if (to == from)
+        std::reverse(out, out + itemSize);
+      else
+        std::reverse_copy(item, item + itemSize, out);
+    }
+    return;
+  }
+}
+
+void ReverseItems(char* data, ULONG count, ULONG itemSize) { ReverseItemsInto(data, data, count, itemSize); }
+
+// One integer value of the stream's own making, in the stream's byte
+// ordering. Nobody else sees the local it is ordered in, so it is reversed
+// there once; the handler gets one item of sizeof(T) bytes.
+template <typename T> ULONG WriteValue(PStream& stream, T value) {
+  if (stream.GetByteOrdering() == kByteOrderingMotorola)
+    value = ByteSwap(value);
+  return stream.Write(reinterpret_cast<const char*>(&value), 1, sizeof(T));
 }
 
 // The identifier's 16 bytes in memory order.
@@ -39,7 +94,62 @@ void IdBytes(const PUniversalID& id, char bytes[16]) {
   std::memcpy(bytes, &g, 16);
 }
 
-PMBString Multibyte(const PString& text) { return PMBString(text); }
+// The handler side of strings: PString's handler accessor and its
+// constructor from a handler are for its family only.
+class HandlerAccess : public PString {
+public:
+  // A free-type string holding `handler`.
+  explicit HandlerAccess(PStringHandler* handler) : PString(handler) {}
+  // The handler `text` holds, or null when it is empty.
+  static PStringHandler* Of(const PString& text) { return (text.*&HandlerAccess::Handler)(); }
+};
+
+// Assigns to `target` the multibyte string of the terminated bytes at
+// `text`, as PMBString(text, true) makes it. When they are all 7-bit, each is
+// one character in every locale, so the handler is made over their count
+// without measuring them character by character: the same content, size and
+// length.
+void AssignMultibyteText(PString* target, const char* text) {
+  std::size_t bytes = 0;
+  while (text[bytes] != '\0' && static_cast<unsigned char>(text[bytes]) < 0x80)
+    ++bytes;
+  if (bytes == 0 || text[bytes] != '\0') {
+    *target = PMBString(text, /*copy=*/true);
+    return;
+  }
+  const ULONG count = static_cast<ULONG>(bytes);
+  *target = HandlerAccess(PMBStringHandler::FromBytes(text, count, count));
+}
+
+// The bytes of a string's multibyte form. A string whose handler holds
+// multibyte or ASCII text already has them: the converted copy would be a
+// byte-for-byte copy of its content. Any other string (Unicode) is converted,
+// and the converted string is kept here while the bytes are in use.
+class MultibyteBytes {
+public:
+  explicit MultibyteBytes(const PString& text) {
+    PStringHandler* handler = HandlerAccess::Of(text);
+    if (!handler)
+      return;
+    const PStringHandlerDec* type = handler->GetHandlerType();
+    if (type == &gMBStringHandlerDec || type == &gASCIIStringHandlerDec) {
+      m_data = static_cast<const char*>(handler->GetContent());
+      m_size = handler->GetSize();
+      return;
+    }
+    m_converted.emplace(text);
+    m_data = static_cast<const char*>(*m_converted);
+    m_size = m_converted->Size();
+  }
+
+  const char* Data() const { return m_data; }
+  ULONG Size() const { return m_size; }
+
+private:
+  std::optional<PMBString> m_converted;
+  const char* m_data = nullptr;
+  ULONG m_size = 0;
+};
 
 } // namespace
 
@@ -53,8 +163,7 @@ ULONG PStream::WriteInts(const char* data, ULONG count, ULONG itemSize) {
   if (total >= kScratchThreshold && total <= 0xFFFFFFFFull) {
     char* scratch = static_cast<char*>(GMemAllocation(nullptr, static_cast<ULONG>(total), /*mode=*/1));
     if (scratch) {
-      std::memcpy(scratch, data, static_cast<std::size_t>(total));
-      ReverseItems(scratch, count, itemSize);
+      ReverseItemsInto(scratch, data, count, itemSize);
       ULONG written;
       try {
         written = Write(scratch, count, itemSize);
@@ -93,45 +202,61 @@ ULONG PStream::ReadInts(char* data, ULONG count, ULONG itemSize) {
 
 void PStream::Write(char value) { Write(&value, 1, 1); }
 
-void PStream::Write(short value) { WriteInts(reinterpret_cast<const char*>(&value), 1, 2); }
+// Single values are the stream's own locals, not the caller's data: they are
+// ordered in a copy, and the handler sees the same bytes and item size as
+// WriteInts would give it.
 
-void PStream::Write(LONG value) { WriteInts(reinterpret_cast<const char*>(&value), 1, 4); }
+void PStream::Write(short value) { WriteValue(*this, static_cast<std::uint16_t>(value)); }
 
-void PStream::Write(const __int64& value) {
-  __int64 local = value;
-  WriteInts(reinterpret_cast<const char*>(&local), 1, 8);
-}
+void PStream::Write(LONG value) { WriteValue(*this, static_cast<std::uint32_t>(value)); }
 
-void PStream::Write(bool value) {
-  short local = value ? 1 : 0;
-  WriteInts(reinterpret_cast<const char*>(&local), 1, 2);
-}
+void PStream::Write(const __int64& value) { WriteValue(*this, static_cast<std::uint64_t>(value)); }
+
+void PStream::Write(bool value) { WriteValue(*this, static_cast<std::uint16_t>(value ? 1 : 0)); }
 
 void PStream::Write(float value, unsigned char digits) { Write(static_cast<double>(value), digits); }
 
 void PStream::Write(double value, unsigned char digits) { Write(FloatToPString(value, digits)); }
 
 void PStream::Write(const PString& text) {
-  PMBString bytes = Multibyte(text);
-  LONG length = static_cast<LONG>(bytes.Size());
-  Write(length);
-  if (length)
-    Write(static_cast<const char*>(bytes), bytes.Size(), 1);
+  MultibyteBytes bytes(text);
+  Write(static_cast<LONG>(bytes.Size()));
+  if (bytes.Size())
+    Write(bytes.Data(), bytes.Size(), 1);
 }
 
-void PStream::Write(const char* text) { Write(PString(text, /*copy=*/false)); }
+void PStream::Write(const char* text) {
+  // 7-bit text is its own multibyte form, one byte per character in every
+  // locale: its bytes go out as the string made of it would put them.
+  std::size_t bytes = 0;
+  if (text)
+    while (text[bytes] != '\0' && static_cast<unsigned char>(text[bytes]) < 0x80)
+      ++bytes;
+  if (text && text[bytes] != '\0') {
+    Write(PString(text, /*copy=*/false));
+    return;
+  }
+  const ULONG length = static_cast<ULONG>(bytes);
+  Write(static_cast<LONG>(length));
+  if (length)
+    Write(text, length, 1);
+}
 
 void PStream::Write(const PString& text, char terminator) {
-  PMBString bytes = Multibyte(text);
+  MultibyteBytes bytes(text);
   if (bytes.Size())
-    Write(static_cast<const char*>(bytes), bytes.Size(), 1);
+    Write(bytes.Data(), bytes.Size(), 1);
   Write(&terminator, 1, 1);
 }
 
 void PStream::Write(const PUniversalID& id) {
+  // Two 8-byte items, each ordered on its own, in a local of the stream's:
+  // no scratch block is needed for it.
   char bytes[16];
   IdBytes(id, bytes);
-  WriteInts(bytes, 2, 8);
+  if (m_byteOrdering == kByteOrderingMotorola)
+    ReverseItems(bytes, 2, 8);
+  Write(bytes, 2, 8);
 }
 
 void PStream::Write(const PTime& time) { Write(time.GetValue()); }
@@ -175,6 +300,14 @@ void PStream::Read(PString* text) {
     *text = PMBString();
     return;
   }
+  if (length <= kLocalTextBytes) {
+    // One chunk, the same single read; only the bytes delivered are kept.
+    char local[kLocalTextBytes + 1];
+    const ULONG got = Read(local, length, 1);
+    local[got < length ? got : length] = '\0';
+    AssignMultibyteText(text, local);
+    return;
+  }
   // The length is not trusted with memory: the bytes are read in chunks,
   // and kept only while the handler delivers whole chunks. The handler still
   // sees the whole count asked for (and moves its position as it would).
@@ -198,7 +331,7 @@ void PStream::Read(PString* text) {
     rest -= chunk;
   }
   bytes.push_back('\0');
-  *text = PMBString(bytes.data(), /*copy=*/true);
+  AssignMultibyteText(text, bytes.data());
 }
 
 void PStream::Read(PString* text, char terminator) {
@@ -213,7 +346,7 @@ void PStream::Read(PString* text, char terminator) {
     bytes.push_back(c);
   }
   bytes.push_back('\0');
-  *text = PMBString(bytes.data(), /*copy=*/true);
+  AssignMultibyteText(text, bytes.data());
 }
 
 void PStream::Read(PUniversalID* id) {
@@ -288,8 +421,8 @@ ULONG PStream::WriteSize(float value, unsigned char digits) const {
 ULONG PStream::WriteSize(double value, unsigned char digits) const {
   return WriteSize(FloatToPString(value, digits));
 }
-ULONG PStream::WriteSize(const PString& text) const { return 4 + Multibyte(text).Size(); }
-ULONG PStream::WriteSize(const PString& text, char) const { return Multibyte(text).Size() + 1; }
+ULONG PStream::WriteSize(const PString& text) const { return 4 + MultibyteBytes(text).Size(); }
+ULONG PStream::WriteSize(const PString& text, char) const { return MultibyteBytes(text).Size() + 1; }
 
 ULONG PStream::WriteSizeArray(const char*, ULONG count) const { return count; }
 ULONG PStream::WriteSizeArray(const short*, ULONG count) const { return 2 * count; }

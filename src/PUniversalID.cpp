@@ -3,6 +3,7 @@
 #include <qvbase/PUniversalID.h>
 
 #include <qvbase/PASCIIString.h>
+#include <qvbase/PMBString.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PStringConversions.h>
 #include <qvbase/WINError.h>
@@ -92,6 +93,71 @@ _GUID DeriveFromName(const char* name) {
   return FromHalves(low, high);
 }
 
+// Where the eight pairs of Data4 stand in the text form.
+constexpr ULONG kPairs[8] = {20, 22, 25, 27, 29, 31, 33, 35};
+
+// The character at `pos`, 0 past the end.
+char CharAt(const PASCIIString& text, ULONG pos) {
+  return pos < text.Len() ? static_cast<const char*>(text)[pos] : '\0';
+}
+
+// The value of one hexadecimal digit, -1 for anything else.
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9')
+    return c - '0';
+  if (c >= 'A' && c <= 'F')
+    return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
+  return -1;
+}
+
+// `digits` hexadecimal digits at `text`, most significant first; false when
+// one of them is not a digit.
+bool ReadHexDigits(const char* text, int digits, std::uint32_t* value) {
+  std::uint32_t result = 0;
+  for (int i = 0; i < digits; ++i) {
+    const int digit = HexDigit(text[i]);
+    if (digit < 0)
+      return false;
+    result = (result << 4) | static_cast<std::uint32_t>(digit);
+  }
+  *value = result;
+  return true;
+}
+
+// The fields of a 38-character text, all of whose 32 digits are hexadecimal:
+// the values the hexadecimal readers give for them. False, with `id` left
+// alone, as soon as a digit is not one.
+bool ReadFields(const PASCIIString& text, _GUID* id) {
+  const char* chars = text;
+  _GUID read;
+  std::uint32_t value = 0;
+  if (!ReadHexDigits(chars + 1, 8, &value))
+    return false;
+  read.Data1 = value;
+  if (!ReadHexDigits(chars + 10, 4, &value))
+    return false;
+  read.Data2 = static_cast<std::uint16_t>(value);
+  if (!ReadHexDigits(chars + 15, 4, &value))
+    return false;
+  read.Data3 = static_cast<std::uint16_t>(value);
+  for (int i = 0; i < 8; ++i) {
+    if (!ReadHexDigits(chars + kPairs[i], 2, &value))
+      return false;
+    read.Data4[i] = static_cast<std::uint8_t>(value);
+  }
+  *id = read;
+  return true;
+}
+
+// A free-type string over a handler made here (PString's constructor from a
+// handler is for its family only).
+class HandlerString : public PString {
+public:
+  explicit HandlerString(PStringHandler* handler) : PString(handler) {}
+};
+
 bool SameBytes(const _GUID& a, const _GUID& b) { return std::memcmp(&a, &b, sizeof(_GUID)) == 0; }
 
 } // namespace
@@ -104,19 +170,24 @@ PUniversalID::PUniversalID(const _H2_GUID& id) { std::memcpy(&m_id, &id, sizeof 
 
 PUniversalID::PUniversalID(const PASCIIString& text) : m_id() {
   // Each check raises on its own; a signal that returns lets parsing go on.
+  // The checks read the characters in place (0 past the end, as GetChar
+  // answers), and read them again after a signal has returned.
   if (text.Len() != kTextLength)
     Raise(PError(kInvalidArgument), ErrorSeverityAbort, kLengthLine);
-  if (text.GetChar(0) != '{' || text.GetChar(37) != '}')
+  if (CharAt(text, 0) != '{' || CharAt(text, 37) != '}')
     Raise(PError(kInvalidArgument), ErrorSeverityAbort, kBraceLine);
-  if (text.GetChar(9) != '-' || text.GetChar(14) != '-' || text.GetChar(19) != '-' ||
-      text.GetChar(24) != '-')
+  if (CharAt(text, 9) != '-' || CharAt(text, 14) != '-' || CharAt(text, 19) != '-' ||
+      CharAt(text, 24) != '-')
     Raise(PError(kInvalidArgument), ErrorSeverityAbort, kHyphenLine);
+  // A well-formed text is read in place; anything else goes through the
+  // hexadecimal readers field by field, which raise their own errors.
+  if (text.Len() == kTextLength && ReadFields(text, &m_id))
+    return;
   m_id.Data1 = HexaToUInt32(PASCIIString(text.Mid(1, 8)));
   m_id.Data2 = HexaToUInt16(PASCIIString(text.Mid(10, 4)));
   m_id.Data3 = HexaToUInt16(PASCIIString(text.Mid(15, 4)));
-  const ULONG pairs[8] = {20, 22, 25, 27, 29, 31, 33, 35};
   for (int i = 0; i < 8; ++i)
-    m_id.Data4[i] = HexaToUInt8(PASCIIString(text.Mid(pairs[i], 2)));
+    m_id.Data4[i] = HexaToUInt8(PASCIIString(text.Mid(kPairs[i], 2)));
 }
 
 PUniversalID::operator PString() const {
@@ -143,7 +214,10 @@ PUniversalID::operator PString() const {
     put(m_id.Data4[i], 2);
   *p++ = '}';
   *p = '\0';
-  return PString(text, /*copy=*/true);
+  // A free-type string of narrow text, as PString(text, true) makes it: a
+  // multibyte handler owning a copy of the 38 characters. They are all 7-bit,
+  // so their count is known and the text need not be measured.
+  return HandlerString(PMBStringHandler::FromBytes(text, kTextLength, kTextLength));
 }
 
 PUniversalID::PUniversalID(const PUniversalID& other) : PRoot(other), m_id(other.m_id) {}

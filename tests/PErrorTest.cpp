@@ -366,3 +366,32 @@ TEST(PError, NullOutputWritesNothing) {
 }
 
 } // namespace
+
+namespace {
+
+// Keys that are prefixes of one another, the empty key and a null key (the
+// empty one) are told apart by their whole text.
+TEST(PError, KeysThatShareAPrefixAreDifferentKeys) {
+  PError error(1);
+  const char* keys[] = {"k", "k1", "k10", "k100", "", "1k"};
+  for (int i = 0; i < 6; ++i)
+    error.SetIntegerInfo(keys[i], i + 1);
+  EXPECT_EQ(error.EnumErrorInfo(), 6u);
+  for (int i = 0; i < 6; ++i) {
+    SCOPED_TRACE(keys[i]);
+    EXPECT_EQ(error.GetIntegerInfo(keys[i], 0), i + 1);
+  }
+  EXPECT_FALSE(error.HasIntegerInfo("k1000"));
+  EXPECT_EQ(error.GetIntegerInfo(nullptr, 0), 5); // null is the empty key
+  // Setting one of them again replaces that one only, at the end.
+  error.SetIntegerInfo("k10", 30);
+  EXPECT_EQ(error.EnumErrorInfo(), 6u);
+  ULONG index = 5;
+  const char* key = nullptr;
+  ASSERT_TRUE(error.EnumErrorInfo(index, &key, nullptr));
+  EXPECT_STREQ(key, "k10");
+  EXPECT_EQ(error.GetIntegerInfo("k1", 0), 2);
+  EXPECT_EQ(error.GetIntegerInfo("k100", 0), 4);
+}
+
+} // namespace

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -767,6 +768,123 @@ TEST(MemoryStream, LastReferenceStoresAnOpenDirtyStream) {
     stream.Write("kept", 4, 1);
   }
   EXPECT_EQ(stored, std::vector<std::string>{"kept"});
+}
+
+} // namespace
+
+namespace {
+
+// A memory handler that notes every size change its writes ask for.
+class SizeWatchingHdl : public PMemoryStreamHdl {
+public:
+  explicit SizeWatchingHdl(ULONG granularity) : PMemoryStreamHdl(granularity) {}
+  std::vector<unsigned long long> sizes;
+
+protected:
+  void IOSetSize(unsigned __int64 size) override {
+    sizes.push_back(size);
+    PMemoryStreamHdl::IOSetSize(size);
+  }
+};
+
+ULONG RoundedUp(ULONG bytes, ULONG granularity) {
+  return (bytes + granularity - 1) / granularity * granularity;
+}
+
+// Appends of every length into a block of a granularity that is not a power
+// of two: each write past the size asks the handler for the new size once,
+// the block stays while the size is in its last step, and grows by whole
+// steps (one new block, the content kept) when a write crosses it.
+TEST(MemoryStream, WritesInsideTheBlockKeepItAndWritesAcrossItGrowByWholeSteps) {
+  const ULONG kGranularity = 100;
+  auto* handler = new SizeWatchingHdl(kGranularity);
+  PStream stream(handler);
+  stream.Open(OpenReadWrite | OpenAllowEmpty);
+  std::string expected;
+  const ULONG lengths[] = {1, 1, 98, 1, 99, 3, 200, 7, 95, 1, 250, 50};
+  for (ULONG length : lengths) {
+    SCOPED_TRACE(testing::Message() << "size " << expected.size() << " + " << length);
+    const ULONG before = handler->GetCapacity();
+    const char* block = handler->GetBuffer();
+    const std::string piece(length, static_cast<char>('a' + expected.size() % 26));
+    handler->sizes.clear();
+    EXPECT_EQ(stream.Write(piece.data(), length, 1), length);
+    expected += piece;
+    const ULONG size = static_cast<ULONG>(expected.size());
+    EXPECT_EQ(handler->sizes, std::vector<unsigned long long>{size});
+    EXPECT_EQ(stream.GetSize(), size);
+    EXPECT_EQ(stream.GetPos(), size);
+    EXPECT_EQ(handler->GetCapacity(), RoundedUp(size, kGranularity));
+    if (handler->GetCapacity() == before) {
+      EXPECT_EQ(handler->GetBuffer(), block);
+    }
+    EXPECT_EQ(Content(handler, stream), expected);
+    EXPECT_TRUE(handler->IsDirty());
+  }
+  // Overwriting inside the content asks for no size at all.
+  handler->sizes.clear();
+  stream.MoveTo(10);
+  stream.Write("XYZ", 3, 1);
+  EXPECT_TRUE(handler->sizes.empty());
+  EXPECT_EQ(stream.GetSize(), expected.size());
+}
+
+TEST(MemoryStream, SizeChangesWithinTheLastStepKeepTheBlock) {
+  struct Row {
+    const char* what;
+    ULONG from, to, capacity;
+    bool sameBlock;
+  };
+  // Granularity 16, content of `from` bytes, then SetSize(to).
+  const Row rows[] = {
+      {"grow inside the step", 17, 30, 32, true},
+      {"grow to the step's end", 17, 32, 32, true},
+      {"shrink inside the step", 30, 17, 32, true},
+      {"shrink to the step below", 30, 16, 16, false},
+      {"grow across the step", 32, 33, 48, false},
+      {"full step to zero", 16, 0, 0, false},
+      {"one byte to the step's end", 1, 16, 16, true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    PStream stream;
+    PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+    const std::string content(row.from, 'c');
+    stream.Write(content.data(), row.from, 1);
+    stream.Flush(); // clean, so that the change is seen to mark it dirty
+    ASSERT_FALSE(handler->IsDirty());
+    const char* block = handler->GetBuffer();
+    stream.SetSize(row.to);
+    EXPECT_EQ(handler->GetCapacity(), row.capacity);
+    EXPECT_EQ(stream.GetSize(), row.to);
+    EXPECT_EQ(stream.GetPos(), std::min(row.from, row.to)); // cut when beyond
+    EXPECT_TRUE(handler->IsDirty());
+    if (row.sameBlock) {
+      EXPECT_EQ(handler->GetBuffer(), block);
+    }
+    if (row.to != 0) {
+      EXPECT_EQ(std::string(handler->GetBuffer(), std::min(row.from, row.to)),
+                content.substr(0, std::min(row.from, row.to)));
+    }
+  }
+}
+
+// A position left past the end by an over-long read is cut by a size change
+// that keeps the block, as by any other.
+TEST(MemoryStream, GrowingInsideTheStepCutsAPositionBeyondTheNewSize) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 64);
+  stream.Write("0123456789", 10, 1);
+  stream.MoveTo(0);
+  char buffer[40];
+  stream.Read(buffer, 40, 1); // position 40, size 10
+  ASSERT_EQ(stream.GetPos(), 40u);
+  stream.SetSize(20);
+  EXPECT_EQ(handler->GetCapacity(), 64u);
+  EXPECT_EQ(stream.GetPos(), 20u);
+  stream.SetSize(50);
+  EXPECT_EQ(stream.GetPos(), 20u);
+  EXPECT_EQ(stream.GetSize(), 50u);
 }
 
 } // namespace

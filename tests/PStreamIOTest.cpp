@@ -414,3 +414,330 @@ TEST(PStreamIO, SmallRunsSwapInPlaceAndLargeOnesUseAScratchBlock) {
 }
 
 } // namespace
+
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PUNIString.h>
+
+namespace {
+
+// The bytes of `count` integers of `width` bytes from `values` as the
+// ordering puts them on a stream: most significant first under "MM".
+template <typename T> Bytes Ordered(const T* values, ULONG count, unsigned short ordering) {
+  Bytes bytes;
+  for (ULONG i = 0; i < count; ++i) {
+    const auto value = static_cast<unsigned long long>(values[i]);
+    for (std::size_t b = 0; b < sizeof(T); ++b) {
+      const std::size_t shift = ordering == kByteOrderingMotorola ? sizeof(T) - 1 - b : b;
+      bytes.push_back(static_cast<unsigned char>((value >> (8 * shift)) & 0xFF));
+    }
+  }
+  return bytes;
+}
+
+template <typename T> void CheckArraysOfEveryLength(const T (&source)[9]) {
+  for (const Order& order : kOrders) {
+    for (ULONG n = 1; n <= 9; ++n) {
+      SCOPED_TRACE(std::string(order.name) + " x" + std::to_string(n));
+      T values[9];
+      std::copy(source, source + 9, values);
+      PStream stream = NewStream(order.value);
+      stream.WriteArray(values, n);
+      EXPECT_TRUE(std::equal(values, values + 9, source)); // the caller's data as it was
+      EXPECT_EQ(Content(stream), Ordered(source, n, order.value));
+      T back[9] = {};
+      stream.ReadArray(back, n);
+      EXPECT_TRUE(std::equal(back, back + n, source));
+    }
+  }
+}
+
+// Runs of one to nine items of every width, below and above the 16 bytes
+// where a scratch block takes over, odd counts included.
+TEST(PStreamIO, ArraysOfEveryWidthAndLengthAreOrderedItemByItem) {
+  const short shorts[9] = {0x0102, -2, 0x7F80, 0x1234, -32768, 0x00FF, 0x5A5A, 0x0100, 7};
+  const LONG longs[9] = {0x01020304, -2, 0x7F808182, 0x12345678, LONG(0x80000000), 0x00FF00FF,
+                         0x5A5AA5A5, 0x01000000, 7};
+  const __int64 wides[9] = {0x0102030405060708LL, -2, 0x7F80818283848586LL, 0x1234, -1,
+                            0x00FF00FF00FF00FFLL, 0x5A5AA5A5C3C33C3CLL, 0x0100000000000000LL, 7};
+  {
+    SCOPED_TRACE("short");
+    CheckArraysOfEveryLength(shorts);
+  }
+  {
+    SCOPED_TRACE("long");
+    CheckArraysOfEveryLength(longs);
+  }
+  {
+    SCOPED_TRACE("__int64");
+    CheckArraysOfEveryLength(wides);
+  }
+}
+
+TEST(PStreamIO, SingleIntegersOfEveryWidthFollowTheOrdering) {
+  for (const Order& order : kOrders) {
+    SCOPED_TRACE(order.name);
+    const short s = -0x1235;
+    const LONG l = 0x01A2B3C4;
+    const __int64 w = -0x0123456789ABCDELL;
+    const short one = 1;
+    PStream stream = NewStream(order.value);
+    stream.Write(s);
+    stream.Write(l);
+    stream.Write(w);
+    stream.Write(true);
+    Bytes expected = Ordered(&s, 1, order.value);
+    Bytes more = Ordered(&l, 1, order.value);
+    expected.insert(expected.end(), more.begin(), more.end());
+    more = Ordered(&w, 1, order.value);
+    expected.insert(expected.end(), more.begin(), more.end());
+    more = Ordered(&one, 1, order.value);
+    expected.insert(expected.end(), more.begin(), more.end());
+    EXPECT_EQ(Content(stream), expected);
+    short s2 = 0;
+    LONG l2 = 0;
+    __int64 w2 = 0;
+    bool b2 = false;
+    stream.Read(&s2);
+    stream.Read(&l2);
+    stream.Read(&w2);
+    stream.Read(&b2);
+    EXPECT_EQ(s2, s);
+    EXPECT_EQ(l2, l);
+    EXPECT_EQ(w2, w);
+    EXPECT_TRUE(b2);
+  }
+}
+
+// A memory handler that notes the shape of every write it is asked for.
+class WriteShapeHdl : public PMemoryStreamHdl {
+public:
+  std::vector<std::pair<ULONG, ULONG>> writes; // count, item size
+
+protected:
+  ULONG IOWrite(const char* buffer, ULONG count, ULONG itemSize) override {
+    writes.emplace_back(count, itemSize);
+    return PMemoryStreamHdl::IOWrite(buffer, count, itemSize);
+  }
+};
+
+TEST(PStreamIO, EachTypedValueIsOneHandlerWriteOfItsItems) {
+  for (const Order& order : kOrders) {
+    SCOPED_TRACE(order.name);
+    auto* handler = new WriteShapeHdl;
+    PStream stream(handler);
+    stream.Open(OpenReadWrite | OpenAllowEmpty);
+    stream.SetByteOrdering(order.value);
+    stream.Write(static_cast<short>(1));
+    stream.Write(static_cast<LONG>(2));
+    stream.Write(static_cast<__int64>(3));
+    stream.Write(false);
+    stream.Write(PAutomaticUID("Shape"));
+    stream.Write(PString("abcde"));
+    stream.Write(PASCIIString("xy"), ';');
+    const std::vector<std::pair<ULONG, ULONG>> expected = {
+        {1, 2}, {1, 4}, {1, 8}, {1, 2}, {2, 8}, {1, 4}, {5, 1}, {2, 1}, {1, 1}};
+    EXPECT_EQ(handler->writes, expected);
+  }
+}
+
+// The multibyte bytes of a string as the multibyte string of it holds them.
+std::string MultibyteOf(const PString& text) {
+  PMBString bytes(text);
+  return std::string(static_cast<const char*>(bytes), bytes.Size());
+}
+
+TEST(PStreamIO, StringsOfEveryHandlerPutTheirMultibyteBytes) {
+  const unsigned short units[] = {'A', 0x00E9, 'z', 0};
+  struct Row {
+    const char* what;
+    PString text;
+  };
+  const Row rows[] = {
+      {"free type, 7-bit", PString("plain", true)},
+      {"free type, 8-bit", PString("caf\xC3\xA9", true)},
+      {"ASCII", PASCIIString("ascii", true)},
+      {"multibyte", PMBString("multi\xC3\xA9", true)},
+      {"Unicode", PUNIString(units, true)},
+      {"empty", PString()},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    const std::string bytes = MultibyteOf(row.text);
+    PStream stream = NewStream(kByteOrderingMotorola);
+    EXPECT_EQ(stream.WriteSize(row.text), 4u + bytes.size());
+    EXPECT_EQ(stream.WriteSize(row.text, '|'), bytes.size() + 1);
+    stream.Write(row.text);
+    stream.Write(row.text, '|');
+    const LONG length = static_cast<LONG>(bytes.size());
+    Bytes expected = Ordered(&length, 1, kByteOrderingMotorola);
+    expected.insert(expected.end(), bytes.begin(), bytes.end());
+    expected.insert(expected.end(), bytes.begin(), bytes.end());
+    expected.push_back('|');
+    EXPECT_EQ(Content(stream), expected);
+    PString counted, terminated;
+    stream.Read(&counted);
+    stream.Read(&terminated, '|');
+    EXPECT_EQ(MultibyteOf(counted), bytes);
+    EXPECT_EQ(MultibyteOf(terminated), bytes);
+  }
+}
+
+// Counted strings read back as the multibyte string of their bytes would be:
+// a multibyte handler whose length is its byte count, cut at an embedded
+// zero byte, for short texts and for texts longer than the stack buffer.
+TEST(PStreamIO, CountedStringsReadBackAsMultibyteTextOfTheirBytes) {
+  struct Row {
+    const char* what;
+    std::string bytes;
+  };
+  const Row rows[] = {
+      {"7-bit", "abc"},
+      {"8-bit", "caf\xC3\xA9"},
+      {"embedded zero", std::string("ab\0cd", 5)},
+      {"leading zero", std::string("\0ab", 3)},
+      {"long 7-bit", std::string(300, 'q')},
+      {"long 8-bit", std::string(299, 'q') + "\xC3\xA9"},
+      {"long embedded zero", std::string(280, 'r') + std::string(1, '\0') + "tail"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    PStream stream = NewStream(kByteOrderingIntel);
+    stream.Write(static_cast<LONG>(row.bytes.size()));
+    stream.Write(row.bytes.data(), static_cast<ULONG>(row.bytes.size()), 1);
+    stream.MoveTo(0);
+    PString text;
+    stream.Read(&text);
+    const PMBString reference(row.bytes.c_str(), true);
+    EXPECT_EQ(stream.GetPos(), 4u + row.bytes.size());
+    EXPECT_EQ(MultibyteOf(text), MultibyteOf(reference));
+    EXPECT_EQ(text.Len(), reference.Len());
+    EXPECT_EQ(text.Size(), reference.Size());
+    EXPECT_EQ(text.CodeSet(), reference.CodeSet());
+    EXPECT_EQ(text.HandlerType(), reference.Len() ? &gMBStringHandlerDec : nullptr);
+  }
+}
+
+// A short text whose prefix promises more than the stream holds keeps the
+// bytes that came, whatever the handler answered.
+TEST(PStreamIO, ShortCountedStringKeepsOnlyTheDeliveredBytes) {
+  PStream stream = NewStream(kByteOrderingIntel);
+  stream.Write(static_cast<LONG>(40));
+  stream.Write("0123456789", 10, 1);
+  stream.MoveTo(0);
+  PString text("previous", true);
+  stream.Read(&text);
+  EXPECT_EQ(Text(text), "0123456789");
+  EXPECT_EQ(stream.GetPos(), 44u); // moved by what was asked
+}
+
+} // namespace
+
+#include <qvbase/PErrorProtection.h>
+
+namespace {
+
+// A memory handler whose next writes copy their first byte, move on, and
+// then fail through the protections, as a device that breaks mid-item.
+class BreakingHdl : public PMemoryStreamHdl {
+public:
+  int failWrites = 0;
+  std::vector<unsigned long long> writeStarts;
+
+protected:
+  ULONG IOWrite(const char* buffer, ULONG count, ULONG itemSize) override {
+    writeStarts.push_back(IOGetPos());
+    if (failWrites > 0) {
+      --failWrites;
+      PMemoryStreamHdl::IOWrite(buffer, 1, 1);
+      PError error(4711, ErrorSeverityError, "test", 1);
+      PErrorProtectionStatus().SignalError(error);
+    }
+    return PMemoryStreamHdl::IOWrite(buffer, count, itemSize);
+  }
+};
+
+class RetryHook : public PErrorHook {
+public:
+  int calls = 0;
+  TypErrorHandlingEnum DisplayError(PError&, ULONG mask) override {
+    ++calls;
+    return (mask & kErrorMaskRetry) ? ErrorHandlingRetry : ErrorHandlingNone;
+  }
+};
+
+// Every typed value is one guarded item: a retried one starts again where
+// it started, so the bytes on the stream are those of a clean write.
+TEST(PStreamIO, RetriedTypedValuesStartAgainFromTheirPosition) {
+  for (const Order& order : kOrders) {
+    SCOPED_TRACE(order.name);
+    RetryHook hook;
+    PErrorHookProtection protection(&hook, true);
+    auto* handler = new BreakingHdl;
+    PStream stream(handler);
+    stream.Open(OpenReadWrite | OpenAllowEmpty);
+    stream.SetByteOrdering(order.value);
+    PStream reference = NewStream(order.value);
+    const short s = 0x0102;
+    const LONG l = 0x03040506;
+    const __int64 w = 0x0708090A0B0C0D0ELL;
+    const PAutomaticUID id("Retried");
+    const PString text("retried text", true);
+    for (PStream* target : {&stream, &reference}) {
+      target->Write('<');
+      handler->failWrites = 2;
+      target->Write(s);
+      handler->failWrites = 1;
+      target->Write(l);
+      handler->failWrites = 1;
+      target->Write(w);
+      handler->failWrites = 1;
+      target->Write(id);
+      handler->failWrites = 2;
+      target->Write(text); // the length fails twice, the bytes go through
+      handler->failWrites = 0;
+    }
+    EXPECT_EQ(hook.calls, 7);
+    EXPECT_EQ(Content(stream), Content(reference));
+    EXPECT_EQ(stream.GetPos(), 0u);
+    // Each retried item started again at its own first position.
+    const std::vector<unsigned long long> starts = {0, 1, 1, 1, 3, 3, 7, 7, 15, 15, 31, 31, 31, 35};
+    EXPECT_EQ(handler->writeStarts, starts);
+    short s2 = 0;
+    LONG l2 = 0;
+    __int64 w2 = 0;
+    PUniversalID id2;
+    PString text2;
+    char c = 0;
+    stream.Read(&c);
+    stream.Read(&s2);
+    stream.Read(&l2);
+    stream.Read(&w2);
+    stream.Read(&id2);
+    stream.Read(&text2);
+    EXPECT_EQ(s2, s);
+    EXPECT_EQ(l2, l);
+    EXPECT_EQ(w2, w);
+    EXPECT_TRUE(id2 == id);
+    EXPECT_EQ(Text(text2), "retried text");
+  }
+}
+
+} // namespace
+
+namespace {
+
+// A bare text goes out as the counted string made of it would.
+TEST(PStreamIO, BareTextIsWrittenAsItsCountedString) {
+  const char* texts[] = {"abc", "", "caf\xC3\xA9", "mixed \x80 byte", nullptr};
+  for (const char* text : texts) {
+    SCOPED_TRACE(text ? text : "(null)");
+    PStream bare = NewStream(kByteOrderingMotorola);
+    PStream counted = NewStream(kByteOrderingMotorola);
+    bare.Write(text);
+    counted.Write(PString(text, /*copy=*/true));
+    EXPECT_EQ(bare.GetPos(), counted.GetPos());
+    EXPECT_EQ(Content(bare), Content(counted));
+  }
+}
+
+} // namespace

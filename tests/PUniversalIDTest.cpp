@@ -296,3 +296,85 @@ TEST(PUniversalID, RandomAndTruncatedTextNeverBreaksTheParser) {
 }
 
 } // namespace
+
+#include <qvbase/PUNIString.h>
+
+#include <string>
+
+namespace {
+
+TEST(PUniversalID, TextIsAFreeTypeMultibyteStringOfThirtyEightCharacters) {
+  _GUID g = MakeGuid(0x89ABCDEF, 0x0123, 0x4567, {0x89, 0xAB, 0xCD, 0xEF, 0x01, 0x23, 0x45, 0x67});
+  const PString text = PUniversalID(g);
+  const PString byHand("{89ABCDEF-0123-4567-89AB-CDEF01234567}", true);
+  EXPECT_EQ(text.HandlerType(), &gMBStringHandlerDec);
+  EXPECT_EQ(text.HandlerType(), byHand.HandlerType());
+  EXPECT_EQ(text.Len(), 38u);
+  EXPECT_EQ(text.Size(), 38u);
+  EXPECT_EQ(text.FullSize(), byHand.FullSize());
+  EXPECT_EQ(text.CodeSet(), kCodeSetASCII);
+  EXPECT_TRUE(text == byHand);
+  // A free-type string: appending Unicode widens it, as any narrow text does.
+  PString widened = text;
+  const unsigned short units[] = {0x263A, 0};
+  widened += PUNIString(units, true);
+  EXPECT_EQ(widened.CodeSet(), kCodeSetUnicode);
+  EXPECT_EQ(text.Len(), 38u);
+}
+
+// A text of the right shape whose digits are not all hexadecimal is refused
+// by the hexadecimal readers, digit by digit, as before any check passed.
+TEST(PUniversalID, NonHexadecimalDigitInAnyFieldRaisesTheReadersError) {
+  const std::string valid = "{0A1B2C3D-4E5F-6071-8293-A4B5C6D7E8F9}";
+  const ULONG digits[] = {1, 2, 8, 10, 13, 15, 18, 20, 21, 22, 23, 25, 26, 33, 36};
+  for (ULONG pos : digits) {
+    for (char bad : {'g', 'G', ' ', '-', '{', '\x7F'}) {
+      SCOPED_TRACE(testing::Message() << "'" << bad << "' at " << pos);
+      std::string text = valid;
+      text[pos] = bad;
+      PError error = ParseError(text.c_str());
+      EXPECT_EQ(error.Code(), 1212);
+      EXPECT_EQ(error.Severity(), ErrorSeverityError);
+      EXPECT_STREQ(error.File(), "src\\phexastrings");
+      // The readers take each field pair by pair: the first digit of a pair
+      // is line 68, the second line 76.
+      const std::string pairStarts = ",1,3,5,7,10,12,15,17,20,22,25,27,29,31,33,35,";
+      const bool first = pairStarts.find("," + std::to_string(pos) + ",") != std::string::npos;
+      EXPECT_EQ(error.Line(), first ? 68u : 76u);
+    }
+  }
+}
+
+TEST(PUniversalID, IgnoredDigitErrorsReadTheBadDigitAsZero) {
+  IgnoreEverything hook;
+  PErrorHookProtection protection(&hook, true);
+  PUniversalID id{PASCIIString("{0000000x-0000-0000-C000-0000000000z6}")};
+  EXPECT_EQ(hook.calls, 2);
+  _GUID expected = MakeGuid(0, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x06});
+  EXPECT_TRUE(id == expected);
+}
+
+TEST(PUniversalID, MixedCaseDigitsParseToTheSameIdentifier) {
+  PUniversalID upper{PASCIIString("{ABCDEF01-ABCD-EF01-ABCD-EFABCDEF0123}")};
+  PUniversalID mixed{PASCIIString("{aBcDeF01-AbCd-eF01-aBcD-EfAbCdEf0123}")};
+  EXPECT_TRUE(upper == mixed);
+  EXPECT_EQ(upper.Group1(), 0xABCDEF01u);
+  EXPECT_EQ(upper.Group2(), 0xABCDu);
+  EXPECT_EQ(upper.Group3(), 0xEF01u);
+  EXPECT_EQ(upper.Group52(), 0x2301EFCDu);
+}
+
+// Every check still reads its characters when an earlier one was let
+// through: a short text fails the brace check at its missing end too.
+TEST(PUniversalID, LetThroughChecksReadMissingCharactersAsZero) {
+  IgnoreEverything hook;
+  PErrorHookProtection protection(&hook, true);
+  try {
+    PUniversalID id{PASCIIString("{0000")};
+  } catch (const PError&) {
+    // the hexadecimal readers may still throw on the missing digits
+  }
+  EXPECT_GE(hook.calls, 3); // length, braces, hyphens
+}
+
+} // namespace
