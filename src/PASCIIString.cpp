@@ -8,6 +8,7 @@
 #include "native/Locale.h"
 
 #include <cstring>
+#include <typeinfo>
 
 namespace {
 
@@ -208,8 +209,32 @@ ULONG PASCIIStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG f
   ULONG k = peer->GetLen();
   if (k > len)
     return kStringNotFound;
-  for (ULONG i = from; i <= len - k; ++i)
-    if (CompareSubHandler(i, peer, 0, k, mode) == 0)
+  const ULONG last = len - k;
+  if (from > last)
+    return kStringNotFound;
+  // A class that overrides CompareSubHandler has every candidate compared
+  // through it.
+  if (typeid(*this) != typeid(PASCIIStringHandler)) {
+    for (ULONG i = from; i <= last; ++i)
+      if (CompareSubHandler(i, peer, 0, k, mode) == 0)
+        return i;
+    return kStringNotFound;
+  }
+  // What CompareSubHandler(i, peer, 0, k, mode) does for each candidate,
+  // without its per-call set-up: a candidate has k bytes left (i <= len - k),
+  // so the bounded compare runs over min(k, the peer's size) bytes, and a
+  // peer with fewer than k bytes matches nowhere.
+  const char* needle = static_cast<const char*>(peer->GetContent());
+  if (peer->GetSize() < k)
+    return kStringNotFound;
+  TypStringCmpFunction compare = GASCIIGetCmpMethod(mode);
+  if (compare == CompareExact && !std::memchr(needle, 0, k)) {
+    // strncmp over a needle without a 0 byte is equal exactly where all k
+    // bytes are.
+    return qvbase::strings::FindBytes(buffer, from, last, needle, k);
+  }
+  for (ULONG i = from; i <= last; ++i)
+    if (compare(buffer + i, needle, k) == 0)
       return i;
   return kStringNotFound;
 }

@@ -9,6 +9,7 @@
 #include <qvbase/PString.h>
 #include <qvbase/QVCompat.h>
 
+#include <cstring>
 #include <vector>
 
 #include <qvbase/PError.h>
@@ -85,6 +86,47 @@ LONG BoundedCompare(Compare compare, const Unit* ours, ULONG mine, const Unit* t
   ULONG mineLeft = mine < count ? mine : count;
   ULONG theirsLeft = available < count ? available : count;
   return mineLeft == theirsLeft ? 0 : (mineLeft < theirsLeft ? -1 : 1);
+}
+
+// The first position i from `from` up to `last` at which the `count` bytes of
+// `needle` occur in `text`, byte for byte; kStringNotFound when there is none.
+// `text` must hold `last + count` bytes.
+inline ULONG FindBytes(const char* text, ULONG from, ULONG last, const char* needle, ULONG count) {
+  if (from > last)
+    return kStringNotFound;
+  if (count == 0)
+    return from;
+  const char first = needle[0];
+  ULONG at = from;
+  while (at <= last) {
+    const void* hit = std::memchr(text + at, first, last - at + 1);
+    if (!hit)
+      break;
+    at = static_cast<ULONG>(static_cast<const char*>(hit) - text);
+    if (std::memcmp(text + at + 1, needle + 1, count - 1) == 0)
+      return at;
+    ++at;
+  }
+  return kStringNotFound;
+}
+
+// A byte with A-Z folded to a-z and nothing else changed.
+inline unsigned AsciiFold(char c) {
+  const unsigned u = static_cast<unsigned char>(c);
+  return u - 'A' < 26u ? u + ('a' - 'A') : u;
+}
+
+// At most `count` bytes of two texts with A-Z folded, stopping at a
+// terminator: the sign of the first difference.
+inline LONG AsciiFoldCompare(const char* a, const char* b, ULONG count) {
+  for (ULONG i = 0; i < count; ++i) {
+    const unsigned ca = AsciiFold(a[i]), cb = AsciiFold(b[i]);
+    if (ca != cb)
+      return ca < cb ? -1 : 1;
+    if (ca == 0)
+      break;
+  }
+  return 0;
 }
 
 } // namespace strings

@@ -98,5 +98,24 @@ int UnitsCompare(const unsigned short* a, const unsigned short* b, std::size_t c
 int UnitsCompareIgnoreCase(const unsigned short* a, const unsigned short* b, std::size_t count);
 int UnitsCollate(const unsigned short* a, const unsigned short* b, std::size_t count);
 
+// What the current locale makes of the bytes 1 to 127, so that the string
+// handlers can treat pure 7-bit text byte by byte and still give exactly what
+// the character-wise functions above give.
+struct SevenBitTraits {
+  // Each of these bytes is a character of its own: CharLength gives 1.
+  bool singleBytes;
+  // On top of that, MultiByteCompareIgnoreCase keys each of them as ASCII
+  // folding does (A-Z as a-z, every other byte as itself), so that on two
+  // 7-bit texts it orders as a byte-wise A-Z folding compare does. False in
+  // locales that fold a 7-bit letter otherwise (the Turkic dotless i), and
+  // wherever this layer does not fold by itself.
+  bool foldsAsAscii;
+};
+
+// The traits of the locale in force for the calling thread's conversions.
+// Both are false whenever they cannot be established cheaply (a per-thread
+// locale on POSIX): callers then take the character-wise path.
+SevenBitTraits CurrentSevenBitTraits();
+
 } // namespace native
 } // namespace qvbase
