@@ -142,14 +142,18 @@ const PStringHandler* NarrowPeer(const PStringHandler* other,
 PStringHandlerDec gMBStringHandlerDec = {GMBStringHandlerConstructor1, GMBStringHandlerConstructor2,
                                          GMBStringHandlerConstructor3};
 
-PStringHandler* GMBStringHandlerConstructor1(const char* text, bool copy) {
-  // The measuring pass also counts characters and notes whether they are all
-  // 7-bit; neither is used, and the length handed over is the byte count.
+ULONG qvbase::strings::MeasureMultiByteText(const char* text) {
   const bool sevenBitSingle = SevenBitSingle();
   ULONG bytes = 0;
   while (text[bytes] != '\0')
     bytes += StepAt(text + bytes, sevenBitSingle);
-  return new PMBStringHandler(text, 0, bytes, copy);
+  return bytes;
+}
+
+PStringHandler* GMBStringHandlerConstructor1(const char* text, bool copy) {
+  // The measuring pass also counts characters and notes whether they are all
+  // 7-bit; neither is used, and the length handed over is the byte count.
+  return new PMBStringHandler(text, 0, qvbase::strings::MeasureMultiByteText(text), copy);
 }
 
 PStringHandler* GMBStringHandlerConstructor2(const PStringHandler* source) {

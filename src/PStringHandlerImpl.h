@@ -88,6 +88,10 @@ LONG BoundedCompare(Compare compare, const Unit* ours, ULONG mine, const Unit* t
   return mineLeft == theirsLeft ? 0 : (mineLeft < theirsLeft ? -1 : 1);
 }
 
+// The byte count of a terminated multibyte text, measured by stepping its
+// characters as GMBStringHandlerConstructor1 does (PMBString.cpp).
+ULONG MeasureMultiByteText(const char* text);
+
 // The first position i from `from` up to `last` at which the `count` bytes of
 // `needle` occur in `text`, byte for byte; kStringNotFound when there is none.
 // `text` must hold `last + count` bytes.
