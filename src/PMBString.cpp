@@ -311,6 +311,8 @@ void PMBStringHandler::ReTestForAscii() {
 }
 
 ULONG PMBStringHandler::ByteOffset(ULONG pos) const {
+  if (pos == 0)
+    return 0;
   const bool sevenBitSingle = SevenBitSingle();
   if (isAscii && sevenBitSingle) {
     // Every character is one byte: the position is the offset, unless a 0
@@ -439,7 +441,7 @@ bool PMBStringHandler::FindSevenBit(const char* needle, ULONG k, ULONG from, ULO
       return false;
   *found = kStringNotFound;
   for (ULONG i = from; i <= last; ++i) {
-    if (qvbase::strings::AsciiFoldCompare(buffer + i, needle, k) == 0) {
+    if (qvbase::strings::AsciiFoldCompare(buffer + i, needle, k, /*readable=*/k) == 0) {
       *found = i;
       break;
     }
@@ -530,8 +532,11 @@ LONG PMBStringHandler::CompareSubHandler(ULONG start, const PStringHandler* othe
   if (traits.singleBytes && mode != kStrCompCollate && (!ignoreCase || traits.foldsAsAscii) &&
       isAscii && SevenBitRun(mine, size - offset, count, /*knownSevenBit=*/true) &&
       SevenBitRun(theirs, theirBytes, count, theirsSevenBit)) {
-    if (ignoreCase)
-      return qvbase::strings::AsciiFoldCompare(mine, theirs, count);
+    if (ignoreCase) {
+      const ULONG mineBytes = size - offset;
+      return qvbase::strings::AsciiFoldCompare(mine, theirs, count,
+                                               mineBytes < theirBytes ? mineBytes : theirBytes);
+    }
     return qvbase::strings::Sign(std::strncmp(mine, theirs, count));
   }
   return GMBGetCmpMethod(mode)(mine, theirs, count);

@@ -4,6 +4,7 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
+#include "PStringHandlerImpl.h"
 #include "support/StringTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -260,9 +261,10 @@ TEST(PMBString, ConversionOperatorNeverNull) {
 
 namespace {
 
-// The locales the checks run in: "C" and, where the system has them, UTF-8
-// and a German UTF-8 locale.
-const char* const kLocales[] = {"C", "C.UTF-8", "de_DE.UTF-8"};
+// The locales the checks run in: "C" and, where the system has them, UTF-8,
+// a German UTF-8 locale and a Turkish one (whose capital I does not fold to
+// 'i', so that case-insensitive work stays character-wise there).
+const char* const kLocales[] = {"C", "C.UTF-8", "de_DE.UTF-8", "tr_TR.UTF-8"};
 
 // Byte offset of character `pos` as the handler defines it: one locale
 // character length at a time, stopping at a 0 byte and at the end.
@@ -419,7 +421,10 @@ TEST(PMBString, SevenBitSearchWithZeroByteInContent) {
 TEST(PMBString, SevenBitComparisonsAgreeWithTheCompareFunctions) {
   const char* const kTexts[] = {"",     "a",   "A",   "ab",   "AB",  "abc", "abd", "Abc", "aBC",
                                 "@",    "[",   "`",   "{",    "Z",   "z",   "a@",  "A`",  "z[",
-                                "Z{",   "y",   "zz",  "ZZ",   "abcdefghijklmnopqrstuvwxyz"};
+                                "Z{",   "y",   "zz",  "ZZ",   "abcdefghijklmnopqrstuvwxyz",
+                                "abcdefghijklmnopqrstuvwxyzABCDEFGHIJ", "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghij",
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghi@", "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefgh[j",
+                                "abcdefghijklmnopqrstuvwxyzabcdefgh{j", "abcdefgh@[`{", "ABCDEFGH`{@["};
   const TypStringComp kModes[] = {kStrCompExact, kStrCompIgnoreCase, kStrCompCollate, kStrCompNoCase,
                                   TypStringComp(9)};
   for (const char* name : kLocales) {
@@ -509,4 +514,45 @@ TEST(PMBString, SevenBitBytesWithLengthAboveSizeStayMultibyteAfterInsert) {
   handler.InsertChar('e', 9);
   EXPECT_STREQ("abcde", static_cast<const char*>(handler.GetContent()));
   EXPECT_EQ(kCodeSetMultiByte, handler.GetCodeSet());
+}
+
+TEST(PMBString, WordAtATimeFoldingComparesAsByteByByte) {
+  // Every pair of 7-bit bytes, in the first and in the second word of two
+  // otherwise equal texts that differ in case.
+  for (ULONG at : {3u, 11u}) {
+    for (int c = 1; c < 128; ++c) {
+      for (int d = 1; d < 128; ++d) {
+        char a[] = "abcdefghijklmnopq";
+        char b[] = "ABCDEFGHIJKLMNOPQ";
+        a[at] = static_cast<char>(c);
+        b[at] = static_cast<char>(d);
+        const LONG bytewise = qvbase::strings::AsciiFoldCompare(a, b, 17);
+        ASSERT_EQ(bytewise, qvbase::strings::AsciiFoldCompare(a, b, 17, /*readable=*/17))
+            << "bytes " << c << ", " << d << " at " << at;
+        const unsigned fc = qvbase::strings::AsciiFold(a[at]), fd = qvbase::strings::AsciiFold(b[at]);
+        ASSERT_EQ(fc < fd ? -1 : (fc > fd ? 1 : 0), bytewise);
+      }
+    }
+  }
+  // A 0 byte inside a word ends the comparison there.
+  EXPECT_EQ(0, qvbase::strings::AsciiFoldCompare("abc\0efghijk", "ABC\0EFGxijk", 12, 12));
+  // Bytes of 128 and above leave the word path to the byte loop.
+  EXPECT_EQ(1, qvbase::strings::AsciiFoldCompare("abcdefg\xE9ijk", "ABCDEFGHIJK", 11, 11));
+}
+
+TEST(PMBString, TurkishCapitalIDoesNotMatchSmallIIgnoringCase) {
+  qvtest::ScopedLocale turkish("tr_TR.UTF-8");
+  if (!turkish.active())
+    GTEST_SKIP() << "no Turkish locale on this system";
+  // The locale folds I to the dotless i: 7-bit text is still compared
+  // through the locale's folding.
+  const PString text("LIST list", true);
+  EXPECT_EQ(5u, text.FindForward("list", 0, kStrCompIgnoreCase));
+  EXPECT_NE(0, PString("I", true).CompareTo("i", kStrCompIgnoreCase));
+  EXPECT_EQ(GMBGetCmpMethod(kStrCompIgnoreCase)("LIST", "list", 4),
+            PString("LIST", true).CompareTo("list", kStrCompIgnoreCase));
+  {
+    qvtest::ScopedLocale c("C");
+    EXPECT_EQ(0u, text.FindForward("list", 0, kStrCompIgnoreCase));
+  }
 }
