@@ -547,24 +547,25 @@ void PMBStringHandler::InsertHandler(const PStringHandler* other, ULONG pos) {
   const PStringHandler* peer = NarrowPeer(other, holder);
   ULONG at = ByteOffset(pos);
   ULONG chars = peer->GetLen();
-  const char* text = static_cast<const char*>(peer->GetContent());
   const ULONG bytes = peer->GetSize();
   const bool wasAscii = isAscii;
-  Rebuild(at, text, bytes, at);
+  Rebuild(at, static_cast<const char*>(peer->GetContent()), bytes, at);
   len += chars;
-  UpdateAsciiAfterInsert(wasAscii, text, bytes);
+  UpdateAsciiAfterInsert(wasAscii, at, bytes);
 }
 
-void PMBStringHandler::UpdateAsciiAfterInsert(bool wasAscii, const char* inserted, ULONG bytes) {
+void PMBStringHandler::UpdateAsciiAfterInsert(bool wasAscii, ULONG at, ULONG bytes) {
   // Content that was pure 7-bit stays so exactly when the inserted bytes are
   // and size still equals len: the same answer as testing everything again.
+  // (The bytes are read where they now are: the source may have been this
+  // handler's old buffer.)
   if (!wasAscii) {
     ReTestForAscii();
     return;
   }
   isAscii = size == len;
-  for (ULONG i = 0; isAscii && i < bytes; ++i)
-    if (static_cast<unsigned char>(inserted[i]) >= 128)
+  for (ULONG i = at; isAscii && i < at + bytes; ++i)
+    if (static_cast<unsigned char>(buffer[i]) >= 128)
       isAscii = false;
 }
 
@@ -582,7 +583,7 @@ void PMBStringHandler::InsertChar(LONG ch, ULONG pos) {
   const bool wasAscii = isAscii;
   Rebuild(at, &byte, 1, at);
   ++len;
-  UpdateAsciiAfterInsert(wasAscii, &byte, 1);
+  UpdateAsciiAfterInsert(wasAscii, at, 1);
 }
 
 void PMBStringHandler::DeletePart(ULONG start, ULONG count) {

@@ -556,3 +556,16 @@ TEST(PMBString, TurkishCapitalIDoesNotMatchSmallIIgnoringCase) {
     EXPECT_EQ(0u, text.FindForward("list", 0, kStrCompIgnoreCase));
   }
 }
+
+TEST(PMBString, InsertingAStringIntoItselfCopiesItsOldContent) {
+  // The handler inserts its own content: the source is the buffer being
+  // replaced.
+  PMBString text("abc", true);
+  text.Insert(text, 1);
+  EXPECT_STREQ("aabcbc", static_cast<const char*>(text));
+  EXPECT_EQ(kCodeSetASCII, text.CodeSet());
+  PMBString mixed("a\xE9", true);
+  mixed.Insert(mixed, 2);
+  EXPECT_STREQ("a\xE9""a\xE9", static_cast<const char*>(mixed));
+  EXPECT_EQ(kCodeSetMultiByte, mixed.CodeSet());
+}
