@@ -43,6 +43,12 @@ LONG CompareIgnoreCase(const void* a, const void* b, ULONG count) {
                                                 static_cast<const char*>(b), count);
 }
 
+// CompareIgnoreCase for two texts that both hold `count` bytes.
+LONG CompareIgnoreCaseWithin(const void* a, const void* b, ULONG count) {
+  return qvbase::native::AsciiCompareIgnoreCaseWithin(static_cast<const char*>(a),
+                                                      static_cast<const char*>(b), count);
+}
+
 PStringHandler* FromText(const char* text, bool copy) {
   ULONG length = 0;
   bool sevenBit = true;
@@ -228,6 +234,8 @@ ULONG PASCIIStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG f
   if (peer->GetSize() < k)
     return kStringNotFound;
   TypStringCmpFunction compare = GASCIIGetCmpMethod(mode);
+  if (compare == CompareIgnoreCase)
+    compare = CompareIgnoreCaseWithin;
   if (compare == CompareExact && !std::memchr(needle, 0, k)) {
     // strncmp over a needle without a 0 byte is equal exactly where all k
     // bytes are.
@@ -294,8 +302,12 @@ LONG PASCIIStringHandler::CompareSubHandler(ULONG start, const PStringHandler* o
     otherStart = peerBytes;
   const char* theirs = static_cast<const char*>(peer->GetContent()) + otherStart;
   // A borrowed text need not be terminated at its end: compare no further
-  // than what both sides hold, then by length.
-  return qvbase::strings::BoundedCompare(GASCIIGetCmpMethod(mode), buffer + start, len - start, theirs,
+  // than what both sides hold, then by length. (So the compare runs within
+  // bytes that both sides hold.)
+  TypStringCmpFunction compare = GASCIIGetCmpMethod(mode);
+  if (compare == CompareIgnoreCase)
+    compare = CompareIgnoreCaseWithin;
+  return qvbase::strings::BoundedCompare(compare, buffer + start, len - start, theirs,
                                          peerBytes - otherStart, count);
 }
 

@@ -457,3 +457,24 @@ TEST(Locale, SevenBitTraitsFollowALocaleChange) {
   EXPECT_EQ(inC.singleBytes, back.singleBytes);
   EXPECT_EQ(inC.foldsAsAscii, back.foldsAsAscii);
 }
+
+TEST(Locale, IgnoreCaseWithinKnownBytesAnswersAsTheByteCompare) {
+  ScopedLocale c("C");
+  // Every pair of bytes, in the first and in the second word of two texts
+  // that differ in case only.
+  for (std::size_t at : {2u, 12u}) {
+    for (int x = 0; x < 256; ++x) {
+      for (int y = 0; y < 256; ++y) {
+        char a[] = "abcdefghijklmnopqr";
+        char b[] = "ABCDEFGHIJKLMNOPQR";
+        a[at] = static_cast<char>(x);
+        b[at] = static_cast<char>(y);
+        ASSERT_EQ(AsciiCompareIgnoreCase(a, b, 18), AsciiCompareIgnoreCaseWithin(a, b, 18))
+            << "bytes " << x << ", " << y << " at " << at;
+      }
+    }
+  }
+  EXPECT_EQ(0, AsciiCompareIgnoreCaseWithin("abc\0efghijkl", "ABC\0EFGxijkl", 12));
+  EXPECT_EQ(-1, AsciiCompareIgnoreCaseWithin("abcdefgh@", "ABCDEFGH`", 9));
+  EXPECT_EQ(1, AsciiCompareIgnoreCaseWithin("abcdefgh{", "ABCDEFGH[", 9));
+}

@@ -91,6 +91,9 @@ std::string UnitsToMultiByte(const std::u16string& units);
 // Comparisons of at most `count` characters (units for the Units* forms);
 // see the file comment for what case and collation mean on each platform.
 int AsciiCompareIgnoreCase(const char* a, const char* b, std::size_t count);
+// The same result as AsciiCompareIgnoreCase, for two texts that both hold at
+// least `count` bytes (POSIX then compares eight bytes at a time).
+int AsciiCompareIgnoreCaseWithin(const char* a, const char* b, std::size_t count);
 int MultiByteCompare(const char* a, const char* b, std::size_t count);
 int MultiByteCompareIgnoreCase(const char* a, const char* b, std::size_t count);
 int MultiByteCollate(const char* a, const char* b, std::size_t count);

@@ -215,6 +215,27 @@ int AsciiCompareIgnoreCase(const char* a, const char* b, std::size_t count) {
   return 0;
 }
 
+int AsciiCompareIgnoreCaseWithin(const char* a, const char* b, std::size_t count) {
+  // Runs of eight bytes below 128 without a 0 that fold equal change nothing
+  // in the result; a byte from 'A' to 'Z' is the one for which adding 0x3F
+  // sets the top bit and adding 0x25 does not (no carry below 128).
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  constexpr std::uint64_t kHigh = 0x80 * kOnes;
+  auto foldWord = [](std::uint64_t x) {
+    return x | ((((x + 0x3F * kOnes) ^ (x + 0x25 * kOnes)) & kHigh) >> 2);
+  };
+  std::size_t done = 0;
+  while (count - done >= 8) {
+    std::uint64_t wa, wb;
+    std::memcpy(&wa, a + done, 8);
+    std::memcpy(&wb, b + done, 8);
+    if (((wa | wb) & kHigh) != 0 || ((wa - kOnes) & ~wa & kHigh) != 0 || foldWord(wa) != foldWord(wb))
+      break;
+    done += 8;
+  }
+  return AsciiCompareIgnoreCase(a + done, b + done, count - done);
+}
+
 int MultiByteCompare(const char* a, const char* b, std::size_t count) {
   const std::size_t spanA = SpanOfCharacters(a, count);
   const std::size_t spanB = SpanOfCharacters(b, count);

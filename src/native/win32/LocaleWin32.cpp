@@ -110,6 +110,10 @@ int AsciiCompareIgnoreCase(const char* a, const char* b, std::size_t count) {
   return Sign(_strnicmp(a, b, count));
 }
 
+int AsciiCompareIgnoreCaseWithin(const char* a, const char* b, std::size_t count) {
+  return AsciiCompareIgnoreCase(a, b, count);
+}
+
 int MultiByteCompare(const char* a, const char* b, std::size_t count) {
   return Sign(_mbsncmp(Bytes(a), Bytes(b), count));
 }
