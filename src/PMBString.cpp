@@ -105,6 +105,15 @@ bool SevenBitRun(const char* text, ULONG available, ULONG count, bool knownSeven
   return count <= available || text[available] == '\0';
 }
 
+// Whether no byte of `count` is 128 or above. One pass without an early exit,
+// which the compiler turns into wide operations.
+bool SevenBitBytes(const char* text, ULONG count) {
+  unsigned char seen = 0;
+  for (ULONG i = 0; i < count; ++i)
+    seen |= static_cast<unsigned char>(text[i]);
+  return seen < 128;
+}
+
 // The number of characters in `bytes` bytes of `text`.
 ULONG CountChars(const char* text, ULONG bytes) {
   ULONG chars = 0;
@@ -304,10 +313,7 @@ void PMBStringHandler::SetBufferTo(const char* text, ULONG bytes, ULONG chars, b
 }
 
 void PMBStringHandler::ReTestForAscii() {
-  isAscii = size == len;
-  for (ULONG i = 0; isAscii && i < size; ++i)
-    if (static_cast<unsigned char>(buffer[i]) >= 128)
-      isAscii = false;
+  isAscii = size == len && SevenBitBytes(buffer, size);
 }
 
 ULONG PMBStringHandler::ByteOffset(ULONG pos) const {
@@ -563,10 +569,7 @@ void PMBStringHandler::UpdateAsciiAfterInsert(bool wasAscii, ULONG at, ULONG byt
     ReTestForAscii();
     return;
   }
-  isAscii = size == len;
-  for (ULONG i = at; isAscii && i < at + bytes; ++i)
-    if (static_cast<unsigned char>(buffer[i]) >= 128)
-      isAscii = false;
+  isAscii = size == len && SevenBitBytes(buffer + at, bytes);
 }
 
 void PMBStringHandler::InsertChar(LONG ch, ULONG pos) {
