@@ -115,10 +115,17 @@ struct SevenBitTraits {
   bool foldsAsAscii;
 };
 
-// The traits of the locale in force for the calling thread's conversions.
-// Both are false whenever they cannot be established cheaply (a per-thread
-// locale on POSIX): callers then take the character-wise path.
+// The traits of the locale in force for the calling thread's conversions,
+// measured once per locale name and remembered for the process. Both are
+// false whenever they cannot be established cheaply (a per-thread locale on
+// POSIX): callers then take the character-wise path.
 SevenBitTraits CurrentSevenBitTraits();
+
+// For CurrentSevenBitTraits, from each platform: the name of the locale in
+// force, under which its traits are remembered (null when they cannot be),
+// and the traits measured afresh.
+const char* SevenBitTraitsKey();
+SevenBitTraits ProbeSevenBitTraits();
 
 } // namespace native
 } // namespace qvbase

@@ -266,8 +266,6 @@ int MultiByteCollate(const char* a, const char* b, std::size_t count) {
   return Sign(std::strcoll(first.c_str(), second.c_str()));
 }
 
-namespace {
-
 SevenBitTraits ProbeSevenBitTraits() {
   SevenBitTraits traits{true, true};
   for (int c = 1; c < 128; ++c) {
@@ -287,34 +285,11 @@ SevenBitTraits ProbeSevenBitTraits() {
   return traits;
 }
 
-// The last probe of this thread, keyed by the LC_CTYPE name it was made under
-// (per thread, so that no lock is needed). A name that does not fit is not
-// kept, and is probed on every call.
-struct SevenBitCache {
-  char name[96];
-  SevenBitTraits traits;
-};
-thread_local SevenBitCache tSevenBitCache = {{'\0'}, {false, false}};
-
-} // namespace
-
-SevenBitTraits CurrentSevenBitTraits() {
+const char* SevenBitTraitsKey() {
   // A thread-local locale has no name that setlocale reports.
   if (uselocale(static_cast<locale_t>(0)) != LC_GLOBAL_LOCALE)
-    return SevenBitTraits{false, false};
-  const char* name = std::setlocale(LC_CTYPE, nullptr);
-  if (!name)
-    return SevenBitTraits{false, false};
-  SevenBitCache& cache = tSevenBitCache;
-  if (cache.name[0] != '\0' && std::strcmp(cache.name, name) == 0)
-    return cache.traits;
-  const SevenBitTraits traits = ProbeSevenBitTraits();
-  const std::size_t length = std::strlen(name);
-  if (length < sizeof cache.name) {
-    std::memcpy(cache.name, name, length + 1);
-    cache.traits = traits;
-  }
-  return traits;
+    return nullptr;
+  return std::setlocale(LC_CTYPE, nullptr);
 }
 
 int UnitsCompare(const unsigned short* a, const unsigned short* b, std::size_t count) {

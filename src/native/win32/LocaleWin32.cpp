@@ -132,27 +132,10 @@ int MultiByteCollate(const char* a, const char* b, std::size_t count) {
   return Sign(std::strcoll(first.c_str(), second.c_str()));
 }
 
-namespace {
-
-// The last probe of this thread, keyed by the LC_CTYPE name it was made under.
-struct SevenBitCache {
-  char name[128];
-  SevenBitTraits traits;
-};
-thread_local SevenBitCache tSevenBitCache = {{'\0'}, {false, false}};
-
-} // namespace
-
 // Case folding here is the runtime's (_mbsnicmp), which is not probed:
 // foldsAsAscii stays false and case-insensitive comparisons keep to the
 // runtime's own functions.
-SevenBitTraits CurrentSevenBitTraits() {
-  const char* name = std::setlocale(LC_CTYPE, nullptr);
-  if (!name)
-    return SevenBitTraits{false, false};
-  SevenBitCache& cache = tSevenBitCache;
-  if (cache.name[0] != '\0' && std::strcmp(cache.name, name) == 0)
-    return cache.traits;
+SevenBitTraits ProbeSevenBitTraits() {
   SevenBitTraits traits{true, false};
   for (int c = 1; c < 128; ++c) {
     const char text[2] = {static_cast<char>(c), '\0'};
@@ -163,13 +146,10 @@ SevenBitTraits CurrentSevenBitTraits() {
       break;
     }
   }
-  const std::size_t length = std::strlen(name);
-  if (length < sizeof cache.name) {
-    std::memcpy(cache.name, name, length + 1);
-    cache.traits = traits;
-  }
   return traits;
 }
+
+const char* SevenBitTraitsKey() { return std::setlocale(LC_CTYPE, nullptr); }
 
 int UnitsCompare(const unsigned short* a, const unsigned short* b, std::size_t count) {
   return Sign(wcsncmp(Wide(a), Wide(b), count));
