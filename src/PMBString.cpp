@@ -459,11 +459,21 @@ ULONG PMBStringHandler::FindCharFwd(LONG ch, ULONG from, TypStringComp mode) con
   char probe[8] = {0};
   GMBCharLen(ch, probe);
   TypStringCmpFunction compare = GMBGetCmpMethod(mode);
+  const bool sevenBitSingle = SevenBitSingle();
+  if (compare == CompareExact && isAscii && sevenBitSingle && !std::memchr(buffer, 0, size)) {
+    // Every character is its byte, and only a 7-bit character other than 0
+    // compares equal to one; position i is byte i.
+    const unsigned char wanted = static_cast<unsigned char>(probe[0]);
+    if (from >= size || wanted == 0 || wanted >= 128)
+      return kStringNotFound;
+    const void* hit = std::memchr(buffer + from, wanted, size - from);
+    return hit ? static_cast<ULONG>(static_cast<const char*>(hit) - buffer) : kStringNotFound;
+  }
   ULONG at = ByteOffset(from);
   for (ULONG i = from; i < len && at < size; ++i) {
     if (compare(buffer + at, probe, 1) == 0)
       return i;
-    ULONG step = CharBytes(buffer + at);
+    ULONG step = StepAt(buffer + at, sevenBitSingle);
     at += step ? step : 1;
   }
   return kStringNotFound;

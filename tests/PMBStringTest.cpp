@@ -569,3 +569,40 @@ TEST(PMBString, InsertingAStringIntoItselfCopiesItsOldContent) {
   EXPECT_STREQ("a\xE9""a\xE9", static_cast<const char*>(mixed));
   EXPECT_EQ(kCodeSetMultiByte, mixed.CodeSet());
 }
+
+TEST(PMBString, SevenBitCharacterSearchFindsWhatCharacterWiseSearchFinds) {
+  const struct {
+    LONG ch;
+    ULONG from;
+    TypStringComp mode;
+    ULONG found;
+  } kRows[] = {
+      {'^', 0, kStrCompExact, 3},   {'^', 3, kStrCompExact, 3},       {'^', 4, kStrCompExact, 8},
+      {'^', 9, kStrCompExact, kStringNotFound},                       {'^', 40, kStrCompExact, kStringNotFound},
+      {'x', 0, kStrCompExact, kStringNotFound},                       {'M', 0, kStrCompExact, kStringNotFound},
+      {'M', 0, kStrCompIgnoreCase, 6},                                {0, 0, kStrCompExact, kStringNotFound},
+      // 128 packs as the bytes 0 and 1; -23 as the byte 0xE9.
+      {128, 0, kStrCompExact, kStringNotFound},                       {-23, 0, kStrCompExact, kStringNotFound},
+      {'^', 0, TypStringComp(7), 3},
+  };
+  for (const char* name : kLocales) {
+    qvtest::ScopedLocale locale(name);
+    if (!locale.active())
+      continue;
+    PMBStringHandler text("ab ^name^ c", 0, 11, /*copy=*/true);
+    PMBStringHandler mixed("ab ^name^ c\xE9", 0, 12, /*copy=*/true);
+    ASSERT_EQ(kCodeSetASCII, text.GetCodeSet());
+    ASSERT_EQ(kCodeSetMultiByte, mixed.GetCodeSet());
+    for (const auto& row : kRows) {
+      SCOPED_TRACE(std::string(name) + ": " + std::to_string(row.ch) + " from " + std::to_string(row.from));
+      EXPECT_EQ(row.found, text.FindCharFwd(row.ch, row.from, row.mode));
+      // The extra byte is found where it is.
+      EXPECT_EQ(row.ch == -23 ? 11u : row.found, mixed.FindCharFwd(row.ch, row.from, row.mode));
+    }
+  }
+  // A 0 byte in the content: searched character by character, which steps
+  // over it.
+  std::unique_ptr<PStringHandler> zero(MultiByteOver("a\0b^", 4));
+  EXPECT_EQ(3u, zero->FindCharFwd('^', 0, kStrCompExact));
+  EXPECT_EQ(1u, zero->FindCharFwd(128, 0, kStrCompExact));
+}
