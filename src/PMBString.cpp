@@ -83,28 +83,6 @@ ULONG StepWithin(const char* buffer, ULONG size, ULONG at, ULONG count, bool sev
   return at < size ? at : size;
 }
 
-// Whether what a compare function reads of `count` characters at `text` is
-// pure 7-bit, given that `available` bytes of content start there
-// (`knownSevenBit`: those are already known to be 7-bit). A compare stops at
-// a 0 byte or after `count` single-byte characters; when the content ends
-// first it reads on into the byte after it, which must then be a terminator.
-// Reads nothing that the compare itself would not read.
-bool SevenBitRun(const char* text, ULONG available, ULONG count, bool knownSevenBit) {
-  const ULONG inside = count < available ? count : available;
-  if (!knownSevenBit) {
-    for (ULONG i = 0; i < inside; ++i) {
-      const unsigned char byte = static_cast<unsigned char>(text[i]);
-      if (byte == 0)
-        return true;
-      if (byte >= 128)
-        return false;
-    }
-  } else if (count > available && std::memchr(text, 0, inside)) {
-    return true;
-  }
-  return count <= available || text[available] == '\0';
-}
-
 // Whether no byte of `count` is 128 or above. One pass without an early exit,
 // which the compiler turns into wide operations.
 bool SevenBitBytes(const char* text, ULONG count) {
@@ -401,7 +379,7 @@ ULONG PMBStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG from
   }
   const char* needle = static_cast<const char*>(peer->GetContent());
   ULONG found = kStringNotFound;
-  if (FindSevenBit(needle, k, from, last, mode, &found))
+  if (FindSevenBit(needle, peer->GetSize(), k, from, last, mode, &found))
     return found;
   // One walk through the bytes: the offset of each candidate follows from
   // the previous one, one character on.
@@ -418,33 +396,26 @@ ULONG PMBStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG from
   return kStringNotFound;
 }
 
-bool PMBStringHandler::FindSevenBit(const char* needle, ULONG k, ULONG from, ULONG last,
-                                    TypStringComp mode, ULONG* found) const {
+bool PMBStringHandler::FindSevenBit(const char* needle, ULONG needleBytes, ULONG k, ULONG from,
+                                    ULONG last, TypStringComp mode, ULONG* found) const {
   const qvbase::native::SevenBitTraits traits = qvbase::native::CurrentSevenBitTraits();
   const bool ignoreCase = mode == kStrCompIgnoreCase || mode == kStrCompNoCase;
   if (!isAscii || !traits.singleBytes || mode == kStrCompCollate ||
       (ignoreCase && !traits.foldsAsAscii))
     return false;
   // With no 0 byte in the content, candidate i starts at byte i and its k
-  // characters are its k bytes (i + k is within the content).
-  if (std::memchr(buffer, 0, size))
+  // characters are its k bytes (i + k is within the content). A needle whose
+  // k characters are k bytes from 1 to 127 then matches exactly where those
+  // bytes do (ignoring case: where they do folded). Anything else - a 0
+  // byte, a byte of 128 or above, which may even fold onto a 7-bit letter -
+  // is left to the character-wise search.
+  if (k > needleBytes || std::memchr(buffer, 0, size) || std::memchr(needle, 0, k) ||
+      !SevenBitBytes(needle, k))
     return false;
-  // The needle's k characters as the compare functions step them.
-  const ULONG span = static_cast<ULONG>(StepChars(needle, k, /*sevenBitSingle=*/true) - needle);
   if (!ignoreCase) {
-    // Exact: equal only to k single bytes equal to the candidate's. A needle
-    // whose k characters take another number of bytes (a multibyte character,
-    // or a terminator before k) matches nowhere.
-    *found = span == k ? qvbase::strings::FindBytes(buffer, from, last, needle, k) : kStringNotFound;
+    *found = qvbase::strings::FindBytes(buffer, from, last, needle, k);
     return true;
   }
-  // Ignoring case, a character of 128 or above may fold onto a 7-bit letter:
-  // only a 7-bit needle is searched here.
-  if (span != k)
-    return false;
-  for (ULONG i = 0; i < k; ++i)
-    if (static_cast<unsigned char>(needle[i]) >= 128)
-      return false;
   *found = kStringNotFound;
   for (ULONG i = from; i <= last; ++i) {
     if (qvbase::strings::AsciiFoldCompare(buffer + i, needle, k, /*readable=*/k) == 0) {
@@ -539,23 +510,31 @@ LONG PMBStringHandler::CompareSubHandler(ULONG start, const PStringHandler* othe
   }
   const ULONG offset = ByteOffset(start);
   const char* mine = buffer + offset;
+  TypStringCmpFunction compare = GMBGetCmpMethod(mode);
   // Two 7-bit runs compare byte by byte with the same result as character by
   // character: the exact order is the byte order, and where the locale keys
   // 7-bit letters as ASCII folding does, so is the case-insensitive one.
-  // Collation stays with the locale.
+  // Collation stays with the locale. Only the bytes that both sides hold are
+  // compared so; when they are equal and the count goes on, the character-wise
+  // compare takes over after them (it answers there as it would from the
+  // start, all before being equal single-byte characters).
   const qvbase::native::SevenBitTraits traits = qvbase::native::CurrentSevenBitTraits();
   const bool ignoreCase = mode == kStrCompIgnoreCase || mode == kStrCompNoCase;
-  if (traits.singleBytes && mode != kStrCompCollate && (!ignoreCase || traits.foldsAsAscii) &&
-      isAscii && SevenBitRun(mine, size - offset, count, /*knownSevenBit=*/true) &&
-      SevenBitRun(theirs, theirBytes, count, theirsSevenBit)) {
-    if (ignoreCase) {
-      const ULONG mineBytes = size - offset;
-      return qvbase::strings::AsciiFoldCompare(mine, theirs, count,
-                                               mineBytes < theirBytes ? mineBytes : theirBytes);
+  if (isAscii && traits.singleBytes && mode != kStrCompCollate && (!ignoreCase || traits.foldsAsAscii)) {
+    const ULONG mineBytes = size - offset;
+    ULONG shared = count < mineBytes ? count : mineBytes;
+    if (shared > theirBytes)
+      shared = theirBytes;
+    if (theirsSevenBit || SevenBitBytes(theirs, shared)) {
+      const LONG result = ignoreCase ? qvbase::strings::AsciiFoldCompare(mine, theirs, shared, shared)
+                                     : qvbase::strings::Sign(std::strncmp(mine, theirs, shared));
+      // Equal up to a 0 byte on both sides: both texts end there.
+      if (result != 0 || shared == count || std::memchr(mine, 0, shared))
+        return result;
+      return compare(mine + shared, theirs + shared, count - shared);
     }
-    return qvbase::strings::Sign(std::strncmp(mine, theirs, count));
   }
-  return GMBGetCmpMethod(mode)(mine, theirs, count);
+  return compare(mine, theirs, count);
 }
 
 void PMBStringHandler::InsertHandler(const PStringHandler* other, ULONG pos) {

@@ -606,3 +606,18 @@ TEST(PMBString, SevenBitCharacterSearchFindsWhatCharacterWiseSearchFinds) {
   EXPECT_EQ(3u, zero->FindCharFwd('^', 0, kStrCompExact));
   EXPECT_EQ(1u, zero->FindCharFwd(128, 0, kStrCompExact));
 }
+
+TEST(PMBString, SevenBitComparisonReadsNoFurtherThanTheCharacterWiseOne) {
+  // A borrowed text that ends exactly where its memory does: a
+  // case-insensitive comparison decided inside it reads nothing past it.
+  std::unique_ptr<char[]> exact(new char[4]);
+  std::memcpy(exact.get(), "abcX", 4);
+  PASCIIStringHandler borrowed(exact.get(), 0, 4, /*copy=*/false);
+  PMBStringHandler mine("abcd", 0, 4, /*copy=*/true);
+  EXPECT_EQ(-1, mine.CompareSubHandler(0, &borrowed, 0, 5, kStrCompIgnoreCase));
+  PMBStringHandler longer("abcxyz", 0, 6, /*copy=*/true);
+  EXPECT_EQ(0, longer.CompareSubHandler(0, &borrowed, 0, 4, kStrCompIgnoreCase));
+  EXPECT_EQ(1, longer.CompareSubHandler(0, &borrowed, 0, 4, kStrCompExact));
+  const PASCIIStringHandler tail(exact.get(), 2, 2, /*copy=*/false);
+  EXPECT_EQ(2u, longer.FindSubHandlerFwd(&tail, 0, kStrCompIgnoreCase));
+}

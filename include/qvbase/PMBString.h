@@ -92,8 +92,8 @@ private:
   // The forward search over pure 7-bit content, byte by byte, where that
   // gives what the character-wise search gives: then true, with the result
   // in `found`; false when the character-wise search must run.
-  bool FindSevenBit(const char* needle, ULONG k, ULONG from, ULONG last, TypStringComp mode,
-                    ULONG* found) const;
+  bool FindSevenBit(const char* needle, ULONG needleBytes, ULONG k, ULONG from, ULONG last,
+                    TypStringComp mode, ULONG* found) const;
 };
 
 // The multibyte handler's type record.
