@@ -8,6 +8,7 @@
 #include "native/Locale.h"
 
 #include <cstring>
+#include <typeinfo>
 
 namespace {
 
@@ -40,6 +41,12 @@ LONG CompareExact(const void* a, const void* b, ULONG count) {
 LONG CompareIgnoreCase(const void* a, const void* b, ULONG count) {
   return qvbase::native::AsciiCompareIgnoreCase(static_cast<const char*>(a),
                                                 static_cast<const char*>(b), count);
+}
+
+// CompareIgnoreCase for two texts that both hold `count` bytes.
+LONG CompareIgnoreCaseWithin(const void* a, const void* b, ULONG count) {
+  return qvbase::native::AsciiCompareIgnoreCaseWithin(static_cast<const char*>(a),
+                                                      static_cast<const char*>(b), count);
 }
 
 PStringHandler* FromText(const char* text, bool copy) {
@@ -208,8 +215,34 @@ ULONG PASCIIStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG f
   ULONG k = peer->GetLen();
   if (k > len)
     return kStringNotFound;
-  for (ULONG i = from; i <= len - k; ++i)
-    if (CompareSubHandler(i, peer, 0, k, mode) == 0)
+  const ULONG last = len - k;
+  if (from > last)
+    return kStringNotFound;
+  // A class that overrides CompareSubHandler has every candidate compared
+  // through it.
+  if (typeid(*this) != typeid(PASCIIStringHandler)) {
+    for (ULONG i = from; i <= last; ++i)
+      if (CompareSubHandler(i, peer, 0, k, mode) == 0)
+        return i;
+    return kStringNotFound;
+  }
+  // What CompareSubHandler(i, peer, 0, k, mode) does for each candidate,
+  // without its per-call set-up: a candidate has k bytes left (i <= len - k),
+  // so the bounded compare runs over min(k, the peer's size) bytes, and a
+  // peer with fewer than k bytes matches nowhere.
+  const char* needle = static_cast<const char*>(peer->GetContent());
+  if (peer->GetSize() < k)
+    return kStringNotFound;
+  TypStringCmpFunction compare = GASCIIGetCmpMethod(mode);
+  if (compare == CompareIgnoreCase)
+    compare = CompareIgnoreCaseWithin;
+  if (compare == CompareExact && !std::memchr(needle, 0, k)) {
+    // strncmp over a needle without a 0 byte is equal exactly where all k
+    // bytes are.
+    return qvbase::strings::FindBytes(buffer, from, last, needle, k);
+  }
+  for (ULONG i = from; i <= last; ++i)
+    if (compare(buffer + i, needle, k) == 0)
       return i;
   return kStringNotFound;
 }
@@ -269,8 +302,12 @@ LONG PASCIIStringHandler::CompareSubHandler(ULONG start, const PStringHandler* o
     otherStart = peerBytes;
   const char* theirs = static_cast<const char*>(peer->GetContent()) + otherStart;
   // A borrowed text need not be terminated at its end: compare no further
-  // than what both sides hold, then by length.
-  return qvbase::strings::BoundedCompare(GASCIIGetCmpMethod(mode), buffer + start, len - start, theirs,
+  // than what both sides hold, then by length. (So the compare runs within
+  // bytes that both sides hold.)
+  TypStringCmpFunction compare = GASCIIGetCmpMethod(mode);
+  if (compare == CompareIgnoreCase)
+    compare = CompareIgnoreCaseWithin;
+  return qvbase::strings::BoundedCompare(compare, buffer + start, len - start, theirs,
                                          peerBytes - otherStart, count);
 }
 

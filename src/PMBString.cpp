@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <typeinfo>
 #include <vector>
 
 namespace {
@@ -39,6 +40,56 @@ LONG CompareIgnoreCase(const void* a, const void* b, ULONG count) {
 LONG CompareCollate(const void* a, const void* b, ULONG count) {
   return qvbase::native::MultiByteCollate(static_cast<const char*>(a),
                                           static_cast<const char*>(b), count);
+}
+
+// Whether every 7-bit byte is a character of its own in the current locale
+// (it is in every locale the library meets; checked, not assumed). Stepping
+// then takes such bytes one at a time without asking the locale, and pure
+// 7-bit content has its character positions at the same byte offsets.
+bool SevenBitSingle() { return qvbase::native::CurrentSevenBitTraits().singleBytes; }
+
+// The character length at `p` as CharBytes gives it, asking the locale only
+// for bytes of 128 and above.
+ULONG StepAt(const char* p, bool sevenBitSingle) {
+  const unsigned char byte = static_cast<unsigned char>(*p);
+  if (byte == 0)
+    return 0;
+  if (sevenBitSingle && byte < 128)
+    return 1;
+  return CharBytes(p);
+}
+
+// `text` moved on by `count` characters; stepping stops at a terminator.
+const char* StepChars(const char* text, ULONG count, bool sevenBitSingle) {
+  for (ULONG i = 0; i < count; ++i) {
+    ULONG step = StepAt(text, sevenBitSingle);
+    if (step == 0)
+      break;
+    text += step;
+  }
+  return text;
+}
+
+// The byte offset `count` characters after byte `at` of a content of `size`
+// bytes: never past the end of the content, and not past a 0 byte, at which
+// stepping stops.
+ULONG StepWithin(const char* buffer, ULONG size, ULONG at, ULONG count, bool sevenBitSingle) {
+  for (ULONG i = 0; i < count && at < size; ++i) {
+    ULONG step = StepAt(buffer + at, sevenBitSingle);
+    if (step == 0)
+      break;
+    at += step;
+  }
+  return at < size ? at : size;
+}
+
+// Whether no byte of `count` is 128 or above. One pass without an early exit,
+// which the compiler turns into wide operations.
+bool SevenBitBytes(const char* text, ULONG count) {
+  unsigned char seen = 0;
+  for (ULONG i = 0; i < count; ++i)
+    seen |= static_cast<unsigned char>(text[i]);
+  return seen < 128;
 }
 
 // The number of characters in `bytes` bytes of `text`.
@@ -78,15 +129,18 @@ const PStringHandler* NarrowPeer(const PStringHandler* other,
 PStringHandlerDec gMBStringHandlerDec = {GMBStringHandlerConstructor1, GMBStringHandlerConstructor2,
                                          GMBStringHandlerConstructor3};
 
+ULONG qvbase::strings::MeasureMultiByteText(const char* text) {
+  const bool sevenBitSingle = SevenBitSingle();
+  ULONG bytes = 0;
+  while (text[bytes] != '\0')
+    bytes += StepAt(text + bytes, sevenBitSingle);
+  return bytes;
+}
+
 PStringHandler* GMBStringHandlerConstructor1(const char* text, bool copy) {
   // The measuring pass also counts characters and notes whether they are all
   // 7-bit; neither is used, and the length handed over is the byte count.
-  ULONG bytes = 0;
-  while (text[bytes] != '\0') {
-    ULONG step = CharBytes(text + bytes);
-    bytes += step ? step : 1;
-  }
-  return new PMBStringHandler(text, 0, bytes, copy);
+  return new PMBStringHandler(text, 0, qvbase::strings::MeasureMultiByteText(text), copy);
 }
 
 PStringHandler* GMBStringHandlerConstructor2(const PStringHandler* source) {
@@ -179,16 +233,9 @@ PMBStringHandler::PMBStringHandler()
 
 PMBStringHandler::PMBStringHandler(const char* text, ULONG offset, ULONG length, bool copy)
     : PMBStringHandler() {
-  const char* start = text;
-  for (ULONG i = 0; i < offset; ++i)
-    start += CharBytes(start);
-  const char* end = start;
-  for (ULONG i = 0; i < length; ++i) {
-    ULONG step = CharBytes(end);
-    if (step == 0)
-      break;
-    end += step;
-  }
+  const bool sevenBitSingle = SevenBitSingle();
+  const char* start = StepChars(text, offset, sevenBitSingle);
+  const char* end = StepChars(start, length, sevenBitSingle);
   SetBufferTo(start, static_cast<ULONG>(end - start), length, copy);
 }
 
@@ -244,21 +291,21 @@ void PMBStringHandler::SetBufferTo(const char* text, ULONG bytes, ULONG chars, b
 }
 
 void PMBStringHandler::ReTestForAscii() {
-  isAscii = size == len;
-  for (ULONG i = 0; isAscii && i < size; ++i)
-    if (static_cast<unsigned char>(buffer[i]) >= 128)
-      isAscii = false;
+  isAscii = size == len && SevenBitBytes(buffer, size);
 }
 
 ULONG PMBStringHandler::ByteOffset(ULONG pos) const {
-  ULONG at = 0;
-  for (ULONG i = 0; i < pos && at < size; ++i) {
-    ULONG step = CharBytes(buffer + at);
-    if (step == 0)
-      break;
-    at += step;
+  if (pos == 0)
+    return 0;
+  const bool sevenBitSingle = SevenBitSingle();
+  if (isAscii && sevenBitSingle) {
+    // Every character is one byte: the position is the offset, unless a 0
+    // byte comes first, where stepping stops.
+    const ULONG limit = pos < size ? pos : size;
+    const void* zero = std::memchr(buffer, 0, limit);
+    return zero ? static_cast<ULONG>(static_cast<const char*>(zero) - buffer) : limit;
   }
-  return at < size ? at : size;
+  return StepWithin(buffer, size, 0, pos, sevenBitSingle);
 }
 
 void PMBStringHandler::Rebuild(ULONG keep, const char* insert, ULONG insertBytes, ULONG resume) {
@@ -299,8 +346,9 @@ PStringHandler* PMBStringHandler::GetSubHandler(ULONG start, ULONG count) const 
   ULONG from = ByteOffset(start);
   ULONG to = from;
   ULONG chars = 0;
+  const bool sevenBitSingle = SevenBitSingle();
   while (chars < count && to < size) {
-    ULONG step = CharBytes(buffer + to);
+    ULONG step = StepAt(buffer + to, sevenBitSingle);
     if (step == 0)
       break;
     to += step;
@@ -318,21 +366,85 @@ ULONG PMBStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG from
   ULONG k = peer->GetLen();
   if (k > len)
     return kStringNotFound;
-  for (ULONG i = from; i <= len - k; ++i)
-    if (CompareSubHandler(i, peer, 0, k, mode) == 0)
+  const ULONG last = len - k;
+  if (from > last)
+    return kStringNotFound;
+  // Every candidate is compared as CompareSubHandler(i, peer, 0, k, mode)
+  // compares it; a class that overrides that compare keeps it.
+  if (typeid(*this) != typeid(PMBStringHandler)) {
+    for (ULONG i = from; i <= last; ++i)
+      if (CompareSubHandler(i, peer, 0, k, mode) == 0)
+        return i;
+    return kStringNotFound;
+  }
+  const char* needle = static_cast<const char*>(peer->GetContent());
+  ULONG found = kStringNotFound;
+  if (FindSevenBit(needle, peer->GetSize(), k, from, last, mode, &found))
+    return found;
+  // One walk through the bytes: the offset of each candidate follows from
+  // the previous one, one character on.
+  TypStringCmpFunction compare = GMBGetCmpMethod(mode);
+  const bool sevenBitSingle = SevenBitSingle();
+  ULONG at = ByteOffset(from);
+  for (ULONG i = from;; ++i) {
+    if (compare(buffer + at, needle, k) == 0)
       return i;
+    if (i == last)
+      break;
+    at = StepWithin(buffer, size, at, 1, sevenBitSingle);
+  }
   return kStringNotFound;
+}
+
+bool PMBStringHandler::FindSevenBit(const char* needle, ULONG needleBytes, ULONG k, ULONG from,
+                                    ULONG last, TypStringComp mode, ULONG* found) const {
+  const qvbase::native::SevenBitTraits traits = qvbase::native::CurrentSevenBitTraits();
+  const bool ignoreCase = mode == kStrCompIgnoreCase || mode == kStrCompNoCase;
+  if (!isAscii || !traits.singleBytes || mode == kStrCompCollate ||
+      (ignoreCase && !traits.foldsAsAscii))
+    return false;
+  // With no 0 byte in the content, candidate i starts at byte i and its k
+  // characters are its k bytes (i + k is within the content). A needle whose
+  // k characters are k bytes from 1 to 127 then matches exactly where those
+  // bytes do (ignoring case: where they do folded). Anything else - a 0
+  // byte, a byte of 128 or above, which may even fold onto a 7-bit letter -
+  // is left to the character-wise search.
+  if (k > needleBytes || std::memchr(buffer, 0, size) || std::memchr(needle, 0, k) ||
+      !SevenBitBytes(needle, k))
+    return false;
+  if (!ignoreCase) {
+    *found = qvbase::strings::FindBytes(buffer, from, last, needle, k);
+    return true;
+  }
+  *found = kStringNotFound;
+  for (ULONG i = from; i <= last; ++i) {
+    if (qvbase::strings::AsciiFoldCompare(buffer + i, needle, k, /*readable=*/k) == 0) {
+      *found = i;
+      break;
+    }
+  }
+  return true;
 }
 
 ULONG PMBStringHandler::FindCharFwd(LONG ch, ULONG from, TypStringComp mode) const {
   char probe[8] = {0};
   GMBCharLen(ch, probe);
   TypStringCmpFunction compare = GMBGetCmpMethod(mode);
+  const bool sevenBitSingle = SevenBitSingle();
+  if (compare == CompareExact && isAscii && sevenBitSingle && !std::memchr(buffer, 0, size)) {
+    // Every character is its byte, and only a 7-bit character other than 0
+    // compares equal to one; position i is byte i.
+    const unsigned char wanted = static_cast<unsigned char>(probe[0]);
+    if (from >= size || wanted == 0 || wanted >= 128)
+      return kStringNotFound;
+    const void* hit = std::memchr(buffer + from, wanted, size - from);
+    return hit ? static_cast<ULONG>(static_cast<const char*>(hit) - buffer) : kStringNotFound;
+  }
   ULONG at = ByteOffset(from);
   for (ULONG i = from; i < len && at < size; ++i) {
     if (compare(buffer + at, probe, 1) == 0)
       return i;
-    ULONG step = CharBytes(buffer + at);
+    ULONG step = StepAt(buffer + at, sevenBitSingle);
     at += step ? step : 1;
   }
   return kStringNotFound;
@@ -383,13 +495,46 @@ LONG PMBStringHandler::CompareSubHandler(ULONG start, const PStringHandler* othe
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = NarrowPeer(other, holder);
   const char* theirs = static_cast<const char*>(peer->GetContent());
+  ULONG theirBytes = peer->GetSize();
+  bool theirsSevenBit = false;
   if (peer->GetHandlerType() == &gMBStringHandlerDec) {
-    theirs += static_cast<const PMBStringHandler*>(peer)->ByteOffset(otherStart);
+    const PMBStringHandler* narrow = static_cast<const PMBStringHandler*>(peer);
+    const ULONG offset = narrow->ByteOffset(otherStart);
+    theirs += offset;
+    theirBytes -= offset;
+    theirsSevenBit = narrow->isAscii;
   } else {
-    ULONG bytes = peer->GetSize();
-    theirs += otherStart < bytes ? otherStart : bytes;
+    const ULONG offset = otherStart < theirBytes ? otherStart : theirBytes;
+    theirs += offset;
+    theirBytes -= offset;
   }
-  return GMBGetCmpMethod(mode)(buffer + ByteOffset(start), theirs, count);
+  const ULONG offset = ByteOffset(start);
+  const char* mine = buffer + offset;
+  TypStringCmpFunction compare = GMBGetCmpMethod(mode);
+  // Two 7-bit runs compare byte by byte with the same result as character by
+  // character: the exact order is the byte order, and where the locale keys
+  // 7-bit letters as ASCII folding does, so is the case-insensitive one.
+  // Collation stays with the locale. Only the bytes that both sides hold are
+  // compared so; when they are equal and the count goes on, the character-wise
+  // compare takes over after them (it answers there as it would from the
+  // start, all before being equal single-byte characters).
+  const qvbase::native::SevenBitTraits traits = qvbase::native::CurrentSevenBitTraits();
+  const bool ignoreCase = mode == kStrCompIgnoreCase || mode == kStrCompNoCase;
+  if (isAscii && traits.singleBytes && mode != kStrCompCollate && (!ignoreCase || traits.foldsAsAscii)) {
+    const ULONG mineBytes = size - offset;
+    ULONG shared = count < mineBytes ? count : mineBytes;
+    if (shared > theirBytes)
+      shared = theirBytes;
+    if (theirsSevenBit || SevenBitBytes(theirs, shared)) {
+      const LONG result = ignoreCase ? qvbase::strings::AsciiFoldCompare(mine, theirs, shared, shared)
+                                     : qvbase::strings::Sign(std::strncmp(mine, theirs, shared));
+      // Equal up to a 0 byte on both sides: both texts end there.
+      if (result != 0 || shared == count || std::memchr(mine, 0, shared))
+        return result;
+      return compare(mine + shared, theirs + shared, count - shared);
+    }
+  }
+  return compare(mine, theirs, count);
 }
 
 void PMBStringHandler::InsertHandler(const PStringHandler* other, ULONG pos) {
@@ -397,9 +542,23 @@ void PMBStringHandler::InsertHandler(const PStringHandler* other, ULONG pos) {
   const PStringHandler* peer = NarrowPeer(other, holder);
   ULONG at = ByteOffset(pos);
   ULONG chars = peer->GetLen();
-  Rebuild(at, static_cast<const char*>(peer->GetContent()), peer->GetSize(), at);
+  const ULONG bytes = peer->GetSize();
+  const bool wasAscii = isAscii;
+  Rebuild(at, static_cast<const char*>(peer->GetContent()), bytes, at);
   len += chars;
-  ReTestForAscii();
+  UpdateAsciiAfterInsert(wasAscii, at, bytes);
+}
+
+void PMBStringHandler::UpdateAsciiAfterInsert(bool wasAscii, ULONG at, ULONG bytes) {
+  // Content that was pure 7-bit stays so exactly when the inserted bytes are
+  // and size still equals len: the same answer as testing everything again.
+  // (The bytes are read where they now are: the source may have been this
+  // handler's old buffer.)
+  if (!wasAscii) {
+    ReTestForAscii();
+    return;
+  }
+  isAscii = size == len && SevenBitBytes(buffer + at, bytes);
 }
 
 void PMBStringHandler::InsertChar(LONG ch, ULONG pos) {
@@ -413,17 +572,19 @@ void PMBStringHandler::InsertChar(LONG ch, ULONG pos) {
   // never taken.
   const char byte = static_cast<char>(ch);
   ULONG at = ByteOffset(pos);
+  const bool wasAscii = isAscii;
   Rebuild(at, &byte, 1, at);
   ++len;
-  ReTestForAscii();
+  UpdateAsciiAfterInsert(wasAscii, at, 1);
 }
 
 void PMBStringHandler::DeletePart(ULONG start, ULONG count) {
   ULONG from = ByteOffset(start);
   ULONG to = from;
   ULONG removed = 0;
+  const bool sevenBitSingle = SevenBitSingle();
   while (removed < count && to < size) {
-    ULONG step = CharBytes(buffer + to);
+    ULONG step = StepAt(buffer + to, sevenBitSingle);
     if (step == 0)
       break;
     to += step;

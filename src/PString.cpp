@@ -6,7 +6,10 @@
 #include <qvbase/PString.h>
 #include <qvbase/PUNIString.h>
 
+#include "PStringHandlerImpl.h"
+
 #include <cstdio>
+#include <optional>
 
 namespace {
 
@@ -14,6 +17,71 @@ const char kVoidText[] = "";
 const char kUndefinedText[] = "Undefined Resource String";
 
 const LONG kCaret = '^';
+
+bool IsEmptyHandler(const PStringHandler* handler) { return !handler || handler->GetLen() == 0; }
+
+// A search or comparison partner made from narrow text for the length of one
+// call: the handler a free-type string built from that text would hold (copy
+// flag `copy`), without a string around it. Null text gives no handler.
+class NarrowOperand {
+public:
+  NarrowOperand(const char* text, bool copy) {
+    if (text && *text != '\0')
+      m_handler.emplace(text, 0, qvbase::strings::MeasureMultiByteText(text), copy);
+  }
+  // Null for a null or empty text.
+  PMBStringHandler* Get() { return m_handler ? &*m_handler : nullptr; }
+
+private:
+  std::optional<PMBStringHandler> m_handler;
+};
+
+ULONG FindForwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from, TypStringComp mode) {
+  if (IsEmptyHandler(mine) || IsEmptyHandler(what))
+    return kStringNotFound;
+  ULONG length = mine->GetLen();
+  ULONG needed = what->GetLen();
+  // Len() < needed + from, written so that it cannot wrap.
+  if (needed > length || from > length - needed)
+    return kStringNotFound;
+  return mine->FindSubHandlerFwd(what, from, mode);
+}
+
+ULONG FindBackwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from, TypStringComp mode) {
+  if (IsEmptyHandler(mine) || IsEmptyHandler(what) || what->GetLen() > mine->GetLen())
+    return kStringNotFound;
+  ULONG last = mine->GetLen() - what->GetLen();
+  if (from > last)
+    from = last;
+  return mine->FindSubHandlerBwd(what, from, mode);
+}
+
+LONG CompareHandlers(PStringHandler* mine, PStringHandler* theirs, TypStringComp mode) {
+  if (IsEmptyHandler(mine))
+    return IsEmptyHandler(theirs) ? 0 : -1;
+  if (IsEmptyHandler(theirs))
+    return 1;
+  if (mode == kStrCompComposite) {
+    LONG result = CompareHandlers(mine, theirs, kStrCompNoCase);
+    if (result == 0)
+      result = CompareHandlers(mine, theirs, kStrCompCollate);
+    if (result == 0)
+      result = CompareHandlers(mine, theirs, kStrCompExact);
+    return result;
+  }
+  ULONG count = mine->GetLen() > theirs->GetLen() ? mine->GetLen() : theirs->GetLen();
+  TypCodeSet mineSet = mine->GetCodeSet();
+  TypCodeSet theirSet = theirs->GetCodeSet();
+  // The handler of the wider code set does the work.
+  const TypCodeSet kWidest[] = {kCodeSetUnicode, kCodeSetMultiByte};
+  for (TypCodeSet wide : kWidest) {
+    if (mineSet == wide)
+      return mine->CompareSubHandler(0, theirs, 0, count, mode);
+    if (theirSet == wide)
+      return -theirs->CompareSubHandler(0, mine, 0, count, mode);
+  }
+  return mine->CompareSubHandler(0, theirs, 0, count, mode);
+}
 
 } // namespace
 
@@ -185,7 +253,10 @@ void PString::Insert(const PString& text, ULONG pos) {
     *this = text;
     return;
   }
-  PStringHandler* other = text.Handler();
+  InsertInto(text.Handler(), pos);
+}
+
+void PString::InsertInto(PStringHandler* other, ULONG pos) {
   if (Handler()->GetHandlerType() == other->GetHandlerType() || m_handlerType) {
     // Same type, or a declared type: the handler converts foreign content.
     MakeOwnHandler();
@@ -203,9 +274,17 @@ void PString::Insert(const PString& text, ULONG pos) {
 }
 
 void PString::Insert(const char* text, ULONG pos) {
-  // The temporary lives through the insert, which copies: borrowing is safe.
-  PString wrapped(text, /*copy=*/false);
-  Insert(wrapped, pos);
+  if (IsEmpty()) {
+    // This string takes the text's own (borrowing) handler.
+    PString wrapped(text, /*copy=*/false);
+    Insert(wrapped, pos);
+    return;
+  }
+  // The handler copies what it inserts, so the text is only borrowed for the
+  // call, by a handler that no string holds.
+  NarrowOperand wrapped(text, /*copy=*/false);
+  if (!IsEmptyHandler(wrapped.Get()))
+    InsertInto(wrapped.Get(), pos);
 }
 
 void PString::Insert(LONG ch, ULONG pos) {
@@ -280,19 +359,14 @@ PString PString::Right(ULONG count) const {
 // Searching
 
 ULONG PString::FindForward(const PString& what, ULONG from, TypStringComp mode) const {
-  if (IsEmpty() || what.IsEmpty())
-    return kStringNotFound;
-  ULONG length = Len();
-  ULONG needed = what.Len();
-  // Len() < needed + from, written so that it cannot wrap.
-  if (needed > length || from > length - needed)
-    return kStringNotFound;
-  return Handler()->FindSubHandlerFwd(what.Handler(), from, mode);
+  return FindForwardIn(Handler(), what.Handler(), from, mode);
 }
 
 ULONG PString::FindForward(const char* what, ULONG from, TypStringComp mode) const {
-  PString wrapped(what, gConstStrForceCopy);
-  return FindForward(wrapped, from, mode);
+  if (IsEmpty())
+    return kStringNotFound;
+  NarrowOperand wrapped(what, gConstStrForceCopy);
+  return FindForwardIn(Handler(), wrapped.Get(), from, mode);
 }
 
 ULONG PString::FindForward(LONG ch, ULONG from, TypStringComp mode) const {
@@ -302,17 +376,14 @@ ULONG PString::FindForward(LONG ch, ULONG from, TypStringComp mode) const {
 }
 
 ULONG PString::FindBackward(const PString& what, ULONG from, TypStringComp mode) const {
-  if (IsEmpty() || what.IsEmpty() || what.Len() > Len())
-    return kStringNotFound;
-  ULONG last = Len() - what.Len();
-  if (from > last)
-    from = last;
-  return Handler()->FindSubHandlerBwd(what.Handler(), from, mode);
+  return FindBackwardIn(Handler(), what.Handler(), from, mode);
 }
 
 ULONG PString::FindBackward(const char* what, ULONG from, TypStringComp mode) const {
-  PString wrapped(what, gConstStrForceCopy);
-  return FindBackward(wrapped, from, mode);
+  if (IsEmpty())
+    return kStringNotFound;
+  NarrowOperand wrapped(what, gConstStrForceCopy);
+  return FindBackwardIn(Handler(), wrapped.Get(), from, mode);
 }
 
 ULONG PString::FindBackward(LONG ch, ULONG from, TypStringComp mode) const {
@@ -327,37 +398,12 @@ ULONG PString::FindBackward(LONG ch, ULONG from, TypStringComp mode) const {
 // Comparison
 
 LONG PString::CompareTo(const PString& other, TypStringComp mode) const {
-  if (IsEmpty())
-    return other.IsEmpty() ? 0 : -1;
-  if (other.IsEmpty())
-    return 1;
-  if (mode == kStrCompComposite) {
-    LONG result = CompareTo(other, kStrCompNoCase);
-    if (result == 0)
-      result = CompareTo(other, kStrCompCollate);
-    if (result == 0)
-      result = CompareTo(other, kStrCompExact);
-    return result;
-  }
-  ULONG count = Len() > other.Len() ? Len() : other.Len();
-  PStringHandler* mine = Handler();
-  PStringHandler* theirs = other.Handler();
-  TypCodeSet mineSet = mine->GetCodeSet();
-  TypCodeSet theirSet = theirs->GetCodeSet();
-  // The handler of the wider code set does the work.
-  const TypCodeSet kWidest[] = {kCodeSetUnicode, kCodeSetMultiByte};
-  for (TypCodeSet wide : kWidest) {
-    if (mineSet == wide)
-      return mine->CompareSubHandler(0, theirs, 0, count, mode);
-    if (theirSet == wide)
-      return -theirs->CompareSubHandler(0, mine, 0, count, mode);
-  }
-  return mine->CompareSubHandler(0, theirs, 0, count, mode);
+  return CompareHandlers(Handler(), other.Handler(), mode);
 }
 
 LONG PString::CompareTo(const char* other, TypStringComp mode) const {
-  PString wrapped(other, gConstStrForceCopy);
-  return CompareTo(wrapped, mode);
+  NarrowOperand wrapped(other, gConstStrForceCopy);
+  return CompareHandlers(Handler(), wrapped.Get(), mode);
 }
 
 bool PString::operator==(const PString& other) const { return CompareTo(other, kStrCompExact) == 0; }

@@ -9,6 +9,8 @@
 #include <qvbase/PString.h>
 #include <qvbase/QVCompat.h>
 
+#include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include <qvbase/PError.h>
@@ -85,6 +87,75 @@ LONG BoundedCompare(Compare compare, const Unit* ours, ULONG mine, const Unit* t
   ULONG mineLeft = mine < count ? mine : count;
   ULONG theirsLeft = available < count ? available : count;
   return mineLeft == theirsLeft ? 0 : (mineLeft < theirsLeft ? -1 : 1);
+}
+
+// The byte count of a terminated multibyte text, measured by stepping its
+// characters as GMBStringHandlerConstructor1 does (PMBString.cpp).
+ULONG MeasureMultiByteText(const char* text);
+
+// The first position i from `from` up to `last` at which the `count` bytes of
+// `needle` occur in `text`, byte for byte; kStringNotFound when there is none.
+// `text` must hold `last + count` bytes.
+inline ULONG FindBytes(const char* text, ULONG from, ULONG last, const char* needle, ULONG count) {
+  if (from > last)
+    return kStringNotFound;
+  if (count == 0)
+    return from;
+  const char first = needle[0];
+  ULONG at = from;
+  while (at <= last) {
+    const void* hit = std::memchr(text + at, first, last - at + 1);
+    if (!hit)
+      break;
+    at = static_cast<ULONG>(static_cast<const char*>(hit) - text);
+    if (std::memcmp(text + at + 1, needle + 1, count - 1) == 0)
+      return at;
+    ++at;
+  }
+  return kStringNotFound;
+}
+
+// A byte with A-Z folded to a-z and nothing else changed.
+inline unsigned AsciiFold(char c) {
+  const unsigned u = static_cast<unsigned char>(c);
+  return u - 'A' < 26u ? u + ('a' - 'A') : u;
+}
+
+// Eight bytes below 128 with A-Z folded to a-z: a byte from 'A' to 'Z' is the
+// one for which adding 0x3F sets the top bit and adding 0x25 does not (no
+// addition carries into the next byte below 128).
+inline std::uint64_t AsciiFoldWord(std::uint64_t bytes) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  const std::uint64_t upper = ((bytes + 0x3F * kOnes) ^ (bytes + 0x25 * kOnes)) & (0x80 * kOnes);
+  return bytes | (upper >> 2);
+}
+
+// At most `count` bytes of two texts with A-Z folded, stopping at a
+// terminator: the sign of the first difference. Both texts hold at least
+// `readable` bytes; within them, runs of eight 7-bit bytes without a 0 are
+// compared a word at a time, which changes nothing in the result.
+inline LONG AsciiFoldCompare(const char* a, const char* b, ULONG count, ULONG readable = 0) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  constexpr std::uint64_t kHigh = 0x80 * kOnes;
+  const ULONG words = readable < count ? readable : count;
+  ULONG i = 0;
+  while (words - i >= 8) {
+    std::uint64_t wa, wb;
+    std::memcpy(&wa, a + i, 8);
+    std::memcpy(&wb, b + i, 8);
+    if (((wa | wb) & kHigh) != 0 || ((wa - kOnes) & ~wa & kHigh) != 0 ||
+        AsciiFoldWord(wa) != AsciiFoldWord(wb))
+      break;
+    i += 8;
+  }
+  for (; i < count; ++i) {
+    const unsigned ca = AsciiFold(a[i]), cb = AsciiFold(b[i]);
+    if (ca != cb)
+      return ca < cb ? -1 : 1;
+    if (ca == 0)
+      break;
+  }
+  return 0;
 }
 
 } // namespace strings

@@ -395,3 +395,86 @@ TEST(Locale, InvalidInputNeverStopsAConversion) {
 }
 
 } // namespace
+
+// --- 7-bit traits -----------------------------------------------------------
+
+namespace {
+
+unsigned FoldedAscii(int c) { return c >= 'A' && c <= 'Z' ? static_cast<unsigned>(c + 32) : static_cast<unsigned>(c); }
+
+// What the traits claim, checked byte by byte and pair by pair against the
+// character-wise functions themselves.
+void ExpectTraitsHold() {
+  const SevenBitTraits traits = CurrentSevenBitTraits();
+  for (int c = 1; c < 128; ++c) {
+    const char one[2] = {static_cast<char>(c), '\0'};
+    if (traits.singleBytes)
+      EXPECT_EQ(1, CharLength(one)) << "byte " << c;
+    if (!traits.foldsAsAscii)
+      continue;
+    for (int d = 1; d < 128; ++d) {
+      const char other[2] = {static_cast<char>(d), '\0'};
+      const unsigned fc = FoldedAscii(c), fd = FoldedAscii(d);
+      const int expected = fc < fd ? -1 : (fc > fd ? 1 : 0);
+      ASSERT_EQ(expected, MultiByteCompareIgnoreCase(one, other, 1)) << "bytes " << c << ", " << d;
+    }
+  }
+}
+
+} // namespace
+
+TEST(Locale, SevenBitTraitsHoldInTheCLocale) {
+  ScopedLocale c("C");
+  ASSERT_TRUE(c.active());
+  EXPECT_TRUE(CurrentSevenBitTraits().singleBytes);
+#if !defined(_WIN32)
+  EXPECT_TRUE(CurrentSevenBitTraits().foldsAsAscii);
+#endif
+  ExpectTraitsHold();
+}
+
+TEST(Locale, SevenBitTraitsHoldInUtf8) {
+  ScopedUtf8Locale utf8;
+  if (!utf8.active())
+    GTEST_SKIP() << "no UTF-8 locale on this system";
+  EXPECT_TRUE(CurrentSevenBitTraits().singleBytes);
+  ExpectTraitsHold();
+}
+
+TEST(Locale, SevenBitTraitsFollowALocaleChange) {
+  ScopedLocale c("C");
+  ASSERT_TRUE(c.active());
+  const SevenBitTraits inC = CurrentSevenBitTraits();
+  {
+    ScopedLocale turkish("tr_TR.UTF-8");
+    if (!turkish.active())
+      GTEST_SKIP() << "no Turkish locale on this system";
+    // The Turkic capital I folds to the dotless i, not to 'i'.
+    EXPECT_FALSE(CurrentSevenBitTraits().foldsAsAscii);
+    ExpectTraitsHold();
+  }
+  const SevenBitTraits back = CurrentSevenBitTraits();
+  EXPECT_EQ(inC.singleBytes, back.singleBytes);
+  EXPECT_EQ(inC.foldsAsAscii, back.foldsAsAscii);
+}
+
+TEST(Locale, IgnoreCaseWithinKnownBytesAnswersAsTheByteCompare) {
+  ScopedLocale c("C");
+  // Every pair of bytes, in the first and in the second word of two texts
+  // that differ in case only.
+  for (std::size_t at : {2u, 12u}) {
+    for (int x = 0; x < 256; ++x) {
+      for (int y = 0; y < 256; ++y) {
+        char a[] = "abcdefghijklmnopqr";
+        char b[] = "ABCDEFGHIJKLMNOPQR";
+        a[at] = static_cast<char>(x);
+        b[at] = static_cast<char>(y);
+        ASSERT_EQ(AsciiCompareIgnoreCase(a, b, 18), AsciiCompareIgnoreCaseWithin(a, b, 18))
+            << "bytes " << x << ", " << y << " at " << at;
+      }
+    }
+  }
+  EXPECT_EQ(0, AsciiCompareIgnoreCaseWithin("abc\0efghijkl", "ABC\0EFGxijkl", 12));
+  EXPECT_EQ(-1, AsciiCompareIgnoreCaseWithin("abcdefgh@", "ABCDEFGH`", 9));
+  EXPECT_EQ(1, AsciiCompareIgnoreCaseWithin("abcdefgh{", "ABCDEFGH[", 9));
+}

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
 
 namespace {
 
@@ -256,4 +257,106 @@ TEST(PASCIIString, GetSubHandlerCopies) {
   EXPECT_TRUE(slice->CanBeModified());
   EXPECT_STREQ("bcd", static_cast<const char*>(slice->GetContent()));
   delete slice;
+}
+
+// --- Forward search ---------------------------------------------------------
+
+namespace {
+
+// Counts the compares that a search makes through the virtual compare.
+class CountingHandler : public PASCIIStringHandler {
+public:
+  using PASCIIStringHandler::PASCIIStringHandler;
+  LONG CompareSubHandler(ULONG start, const PStringHandler* other, ULONG otherStart, ULONG count,
+                         TypStringComp mode) const override {
+    ++compares;
+    return PASCIIStringHandler::CompareSubHandler(start, other, otherStart, count, mode);
+  }
+  mutable int compares = 0;
+};
+
+// The search as candidate-by-candidate compares define it.
+ULONG FindByCompares(const PASCIIStringHandler& hay, const PStringHandler& what, ULONG from,
+                     TypStringComp mode) {
+  const ULONG k = what.GetLen();
+  if (k > hay.GetLen())
+    return kStringNotFound;
+  for (ULONG i = from; i <= hay.GetLen() - k; ++i)
+    if (hay.CompareSubHandler(i, &what, 0, k, mode) == 0)
+      return i;
+  return kStringNotFound;
+}
+
+} // namespace
+
+TEST(PASCIIString, ForwardSearchFindsWhatCandidateComparesFind) {
+  const struct {
+    std::string hay;
+    std::string needle;
+    ULONG from;
+    TypStringComp mode;
+    ULONG found;
+  } kRows[] = {
+      {"needle in a haystack", "needle", 0, kStrCompExact, 0},
+      {"a haystack with a needle", "needle", 0, kStrCompExact, 18},
+      {"a haystack with a needle", "needle", 19, kStrCompExact, kStringNotFound},
+      {"needle needle", "needle", 1, kStrCompExact, 7},
+      {"short", "longer than short", 0, kStrCompExact, kStringNotFound},
+      {"aaaab", "aab", 0, kStrCompExact, 2},
+      {"x", "x", 1, kStrCompExact, kStringNotFound},
+      {"x", "x", 7, kStrCompExact, kStringNotFound},
+      {"a NEEDLE", "needle", 0, kStrCompExact, kStringNotFound},
+      {"a NEEDLE", "needle", 0, kStrCompIgnoreCase, 2},
+      {"a NEEDLE", "needle", 0, kStrCompNoCase, 2},
+      // No collation for ASCII: the exact compare.
+      {"a NEEDLE", "needle", 0, kStrCompCollate, kStringNotFound},
+      {"a needle", "needle", 0, kStrCompCollate, 2},
+      {"@[`{z", "Z", 0, kStrCompIgnoreCase, 4},
+      {"a[b{c", "{", 0, kStrCompIgnoreCase, 3},
+      // 0 bytes: strncmp stops at them, so a needle with one matches text
+      // that differs after it; the haystack's are ordinary bytes.
+      {std::string("ab\0x-ab\0y", 9), std::string("ab\0z", 4), 0, kStrCompExact, 0},
+      {std::string("ab\0x-ab\0y", 9), std::string("ab\0z", 4), 1, kStrCompExact, 5},
+      {std::string("x\0needle", 8), "needle", 0, kStrCompExact, 2},
+      {std::string("x\0needle", 8), std::string("x\0n", 3), 0, kStrCompExact, 0},
+  };
+  for (const auto& row : kRows) {
+    SCOPED_TRACE("\"" + row.hay + "\" / \"" + row.needle + "\" from " + std::to_string(row.from) +
+                 " mode " + std::to_string(int(row.mode)));
+    PASCIIStringHandler hay(row.hay.data(), 0, static_cast<ULONG>(row.hay.size()), /*copy=*/true);
+    PASCIIStringHandler needle(row.needle.data(), 0, static_cast<ULONG>(row.needle.size()), /*copy=*/true);
+    EXPECT_EQ(row.found, hay.FindSubHandlerFwd(&needle, row.from, row.mode));
+    EXPECT_EQ(row.found, FindByCompares(hay, needle, row.from, row.mode));
+    // The same search through a class that compares through its own
+    // override: every candidate goes through it.
+    CountingHandler counting(row.hay.data(), 0, static_cast<ULONG>(row.hay.size()), /*copy=*/true);
+    EXPECT_EQ(row.found, counting.FindSubHandlerFwd(&needle, row.from, row.mode));
+    if (needle.GetLen() <= hay.GetLen() && row.from <= hay.GetLen() - needle.GetLen())
+      EXPECT_GT(counting.compares, 0);
+  }
+}
+
+TEST(PASCIIString, ForwardSearchForAShorterSizedNeedleFindsNothing) {
+  // A needle whose size is below its length (multibyte text whose length was
+  // given beyond its end) can never be matched by the bounded compare.
+  PASCIIStringHandler hay("abcabc", 0, 6, /*copy=*/true);
+  PMBStringHandler needle("bc", 0, 3, /*copy=*/true);
+  ASSERT_EQ(2u, needle.GetSize());
+  ASSERT_EQ(3u, needle.GetLen());
+  EXPECT_EQ(kStringNotFound, hay.FindSubHandlerFwd(&needle, 0, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, FindByCompares(hay, needle, 0, kStrCompExact));
+}
+
+TEST(PASCIIString, AppendingTextWithHighBytesReportsTheConversionAndAddsNothing) {
+  // The appended text arrives as multibyte text, so the error is the one of
+  // the conversion from multibyte.
+  PASCIIString text("abc", true);
+  qvtest::RaisedError raised = qvtest::CaptureError([&] { text += "d\xE9"; });
+  EXPECT_TRUE(raised.thrown);
+  EXPECT_EQ(1210, raised.code);
+  EXPECT_EQ(137u, raised.line);
+  EXPECT_STREQ("abc", static_cast<const char*>(text));
+  text += "def";
+  EXPECT_STREQ("abcdef", static_cast<const char*>(text));
+  EXPECT_EQ(8u, static_cast<const PASCIIStringHandler*>(InspectedASCII(text).Held())->Capacity());
 }

@@ -447,3 +447,76 @@ TEST(PString, ValidateParamsWithCaretInValueTerminates) {
   text.ValidateParams(PString("^x^"));
   EXPECT_EQ("^x^ ^x^", Narrow(text));
 }
+
+// --- Narrow-text operands ----------------------------------------------------
+
+TEST(PString, TextOperandsAnswerAsStringOperands) {
+  const char* const kTexts[] = {"", "a", "abc", "ABC", "abd", "b", "zz", "caf\xE9", "x@y", "X`Y"};
+  const TypStringComp kModes[] = {kStrCompExact, kStrCompIgnoreCase, kStrCompCollate, kStrCompNoCase,
+                                  kStrCompComposite};
+  for (const char* mine : kTexts) {
+    const PString text(mine, true);
+    for (const char* other : kTexts) {
+      const PString operand(other, true);
+      for (TypStringComp mode : kModes) {
+        SCOPED_TRACE(std::string(mine) + " / " + other + " mode " + std::to_string(int(mode)));
+        EXPECT_EQ(text.CompareTo(operand, mode), text.CompareTo(other, mode));
+        for (ULONG from : {0u, 1u, 3u, 9u}) {
+          EXPECT_EQ(text.FindForward(operand, from, mode), text.FindForward(other, from, mode));
+          EXPECT_EQ(text.FindBackward(operand, from, mode), text.FindBackward(other, from, mode));
+        }
+      }
+      EXPECT_EQ(text == operand, text == other);
+      EXPECT_EQ(text < operand, text < other);
+      PString a = text, b = text;
+      a += operand;
+      b += other;
+      EXPECT_EQ(Narrow(a), Narrow(b));
+      EXPECT_EQ(a.Len(), b.Len());
+      EXPECT_EQ(a.CodeSet(), b.CodeSet());
+      EXPECT_EQ(a.FullSize(), b.FullSize());
+      PString c = text, d = text;
+      c.Insert(operand, 1);
+      d.Insert(other, 1);
+      EXPECT_EQ(Narrow(c), Narrow(d));
+    }
+  }
+}
+
+TEST(PString, NullTextOperandIsAnEmptyString) {
+  const PString text("abc", true);
+  const char* none = nullptr;
+  EXPECT_EQ(1, text.CompareTo(none, kStrCompExact));
+  EXPECT_EQ(0, PString().CompareTo(none, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, text.FindForward(none, 0, kStrCompExact));
+  EXPECT_EQ(kStringNotFound, text.FindBackward(none, 0, kStrCompExact));
+  PString changed = text;
+  changed.Insert(none, 1);
+  changed += "";
+  EXPECT_EQ("abc", Narrow(changed));
+}
+
+TEST(PString, AppendingTextToAnEmptyStringBorrowsItAndToAnotherCopiesIt) {
+  static const char kLiteral[] = "borrowed";
+  InspectedString text;
+  text += kLiteral;
+  EXPECT_EQ(static_cast<const void*>(kLiteral), text.Held()->GetContent());
+  char caller[] = "more";
+  text += caller;
+  EXPECT_NE(static_cast<const void*>(kLiteral), text.Held()->GetContent());
+  caller[0] = 'M';
+  EXPECT_EQ("borrowedmore", Narrow(text));
+  EXPECT_EQ(16u, static_cast<PMBStringHandler*>(text.Held())->Capacity());
+}
+
+TEST(PString, AsciiStringAppendsTextThroughItsOwnBuffer) {
+  InspectedASCII text("abc", true);
+  text += "defgh";
+  EXPECT_STREQ("abcdefgh", static_cast<const char*>(text));
+  EXPECT_EQ(&gASCIIStringHandlerDec, text.Held()->GetHandlerType());
+  EXPECT_EQ(16u, static_cast<PASCIIStringHandler*>(text.Held())->Capacity());
+  InspectedASCII empty;
+  empty += "xy";
+  EXPECT_EQ(&gASCIIStringHandlerDec, empty.Held()->GetHandlerType());
+  EXPECT_EQ(8u, static_cast<PASCIIStringHandler*>(empty.Held())->Capacity());
+}

@@ -85,6 +85,15 @@ private:
   // the first `keep` bytes, then `insert` (`insertBytes` of them), then the
   // content from byte `resume` on.
   void Rebuild(ULONG keep, const char* insert, ULONG insertBytes, ULONG resume);
+  // After `bytes` bytes were inserted at byte `at`: isAscii as
+  // ReTestForAscii would set it, testing only the inserted bytes when the
+  // content was 7-bit before.
+  void UpdateAsciiAfterInsert(bool wasAscii, ULONG at, ULONG bytes);
+  // The forward search over pure 7-bit content, byte by byte, where that
+  // gives what the character-wise search gives: then true, with the result
+  // in `found`; false when the character-wise search must run.
+  bool FindSevenBit(const char* needle, ULONG needleBytes, ULONG k, ULONG from, ULONG last,
+                    TypStringComp mode, ULONG* found) const;
 };
 
 // The multibyte handler's type record.

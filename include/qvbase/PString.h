@@ -254,6 +254,8 @@ private:
   };
 
   void SetHandler(PStringHandler* handler) { m_handler.Set(handler); }
+  // Insert of a non-empty handler into this non-empty string.
+  void InsertInto(PStringHandler* other, ULONG pos);
 
   HandlerRef m_handler;
   PStringHandlerDec* m_handlerType;

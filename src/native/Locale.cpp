@@ -1,8 +1,15 @@
 // Locale.cpp - the string forms of the multibyte and UTF-16 conversions.
 // Part of qvbase, the QVKernel foundation class library.
 //
-// Built on the buffer forms, which each platform implements.
+// Built on the buffer forms, which each platform implements; and the memory
+// of the 7-bit traits of each locale met.
 #include "native/Locale.h"
+
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
 
 namespace qvbase {
 namespace native {
@@ -20,6 +27,49 @@ std::string UnitsToMultiByte(const std::u16string& units) {
   std::string text(n, '\0');
   UnitsToMultiByte(data, units.size(), &text[0], n);
   return text;
+}
+
+namespace {
+
+struct RememberedTraits {
+  std::string key;
+  SevenBitTraits traits;
+};
+
+// Every locale met so far, kept for the life of the process (a process meets
+// few), and the one met last, which is looked at first without a lock.
+std::atomic<const RememberedTraits*> gLatestTraits{nullptr};
+
+std::mutex& TraitsLock() {
+  static std::mutex* lock = new std::mutex;
+  return *lock;
+}
+
+std::vector<const RememberedTraits*>& AllTraits() {
+  static std::vector<const RememberedTraits*>* all = new std::vector<const RememberedTraits*>;
+  return *all;
+}
+
+} // namespace
+
+SevenBitTraits CurrentSevenBitTraits() {
+  const char* key = SevenBitTraitsKey();
+  if (!key)
+    return SevenBitTraits{false, false};
+  const RememberedTraits* latest = gLatestTraits.load(std::memory_order_acquire);
+  if (latest && std::strcmp(latest->key.c_str(), key) == 0)
+    return latest->traits;
+  std::lock_guard<std::mutex> guard(TraitsLock());
+  for (const RememberedTraits* known : AllTraits()) {
+    if (known->key == key) {
+      gLatestTraits.store(known, std::memory_order_release);
+      return known->traits;
+    }
+  }
+  const RememberedTraits* made = new RememberedTraits{key, ProbeSevenBitTraits()};
+  AllTraits().push_back(made);
+  gLatestTraits.store(made, std::memory_order_release);
+  return made->traits;
 }
 
 } // namespace native

@@ -91,12 +91,41 @@ std::string UnitsToMultiByte(const std::u16string& units);
 // Comparisons of at most `count` characters (units for the Units* forms);
 // see the file comment for what case and collation mean on each platform.
 int AsciiCompareIgnoreCase(const char* a, const char* b, std::size_t count);
+// The same result as AsciiCompareIgnoreCase, for two texts that both hold at
+// least `count` bytes (POSIX then compares eight bytes at a time).
+int AsciiCompareIgnoreCaseWithin(const char* a, const char* b, std::size_t count);
 int MultiByteCompare(const char* a, const char* b, std::size_t count);
 int MultiByteCompareIgnoreCase(const char* a, const char* b, std::size_t count);
 int MultiByteCollate(const char* a, const char* b, std::size_t count);
 int UnitsCompare(const unsigned short* a, const unsigned short* b, std::size_t count);
 int UnitsCompareIgnoreCase(const unsigned short* a, const unsigned short* b, std::size_t count);
 int UnitsCollate(const unsigned short* a, const unsigned short* b, std::size_t count);
+
+// What the current locale makes of the bytes 1 to 127, so that the string
+// handlers can treat pure 7-bit text byte by byte and still give exactly what
+// the character-wise functions above give.
+struct SevenBitTraits {
+  // Each of these bytes is a character of its own: CharLength gives 1.
+  bool singleBytes;
+  // On top of that, MultiByteCompareIgnoreCase keys each of them as ASCII
+  // folding does (A-Z as a-z, every other byte as itself), so that on two
+  // 7-bit texts it orders as a byte-wise A-Z folding compare does. False in
+  // locales that fold a 7-bit letter otherwise (the Turkic dotless i), and
+  // wherever this layer does not fold by itself.
+  bool foldsAsAscii;
+};
+
+// The traits of the locale in force for the calling thread's conversions,
+// measured once per locale name and remembered for the process. Both are
+// false whenever they cannot be established cheaply (a per-thread locale on
+// POSIX): callers then take the character-wise path.
+SevenBitTraits CurrentSevenBitTraits();
+
+// For CurrentSevenBitTraits, from each platform: the name of the locale in
+// force, under which its traits are remembered (null when they cannot be),
+// and the traits measured afresh.
+const char* SevenBitTraitsKey();
+SevenBitTraits ProbeSevenBitTraits();
 
 } // namespace native
 } // namespace qvbase

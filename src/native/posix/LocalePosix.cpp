@@ -14,6 +14,7 @@
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
+#include <locale.h>
 #include <string>
 
 namespace qvbase {
@@ -214,6 +215,27 @@ int AsciiCompareIgnoreCase(const char* a, const char* b, std::size_t count) {
   return 0;
 }
 
+int AsciiCompareIgnoreCaseWithin(const char* a, const char* b, std::size_t count) {
+  // Runs of eight bytes below 128 without a 0 that fold equal change nothing
+  // in the result; a byte from 'A' to 'Z' is the one for which adding 0x3F
+  // sets the top bit and adding 0x25 does not (no carry below 128).
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  constexpr std::uint64_t kHigh = 0x80 * kOnes;
+  auto foldWord = [](std::uint64_t x) {
+    return x | ((((x + 0x3F * kOnes) ^ (x + 0x25 * kOnes)) & kHigh) >> 2);
+  };
+  std::size_t done = 0;
+  while (count - done >= 8) {
+    std::uint64_t wa, wb;
+    std::memcpy(&wa, a + done, 8);
+    std::memcpy(&wb, b + done, 8);
+    if (((wa | wb) & kHigh) != 0 || ((wa - kOnes) & ~wa & kHigh) != 0 || foldWord(wa) != foldWord(wb))
+      break;
+    done += 8;
+  }
+  return AsciiCompareIgnoreCase(a + done, b + done, count - done);
+}
+
 int MultiByteCompare(const char* a, const char* b, std::size_t count) {
   const std::size_t spanA = SpanOfCharacters(a, count);
   const std::size_t spanB = SpanOfCharacters(b, count);
@@ -242,6 +264,32 @@ int MultiByteCollate(const char* a, const char* b, std::size_t count) {
   const std::string first(a, SpanOfCharacters(a, count));
   const std::string second(b, SpanOfCharacters(b, count));
   return Sign(std::strcoll(first.c_str(), second.c_str()));
+}
+
+SevenBitTraits ProbeSevenBitTraits() {
+  SevenBitTraits traits{true, true};
+  for (int c = 1; c < 128; ++c) {
+    const char text[2] = {static_cast<char>(c), '\0'};
+    if (CharLength(text) != 1) {
+      traits.singleBytes = false;
+      traits.foldsAsAscii = false;
+      break;
+    }
+    std::size_t length = 0;
+    const std::uint32_t key = FoldedCharacterKey(text, &length);
+    const std::uint32_t ascii = c >= 'A' && c <= 'Z' ? static_cast<std::uint32_t>(c + ('a' - 'A'))
+                                                     : static_cast<std::uint32_t>(c);
+    if (length != 1 || key != ascii)
+      traits.foldsAsAscii = false;
+  }
+  return traits;
+}
+
+const char* SevenBitTraitsKey() {
+  // A thread-local locale has no name that setlocale reports.
+  if (uselocale(static_cast<locale_t>(0)) != LC_GLOBAL_LOCALE)
+    return nullptr;
+  return std::setlocale(LC_CTYPE, nullptr);
 }
 
 int UnitsCompare(const unsigned short* a, const unsigned short* b, std::size_t count) {

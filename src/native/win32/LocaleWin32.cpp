@@ -110,6 +110,10 @@ int AsciiCompareIgnoreCase(const char* a, const char* b, std::size_t count) {
   return Sign(_strnicmp(a, b, count));
 }
 
+int AsciiCompareIgnoreCaseWithin(const char* a, const char* b, std::size_t count) {
+  return AsciiCompareIgnoreCase(a, b, count);
+}
+
 int MultiByteCompare(const char* a, const char* b, std::size_t count) {
   return Sign(_mbsncmp(Bytes(a), Bytes(b), count));
 }
@@ -127,6 +131,25 @@ int MultiByteCollate(const char* a, const char* b, std::size_t count) {
   const std::string second(b, SpanOfCharacters(b, count));
   return Sign(std::strcoll(first.c_str(), second.c_str()));
 }
+
+// Case folding here is the runtime's (_mbsnicmp), which is not probed:
+// foldsAsAscii stays false and case-insensitive comparisons keep to the
+// runtime's own functions.
+SevenBitTraits ProbeSevenBitTraits() {
+  SevenBitTraits traits{true, false};
+  for (int c = 1; c < 128; ++c) {
+    const char text[2] = {static_cast<char>(c), '\0'};
+    // Lead bytes of the runtime's multibyte code page are never below 128,
+    // but the comparisons use that code page: check both.
+    if (CharLength(text) != 1 || _ismbblead(static_cast<unsigned int>(c))) {
+      traits.singleBytes = false;
+      break;
+    }
+  }
+  return traits;
+}
+
+const char* SevenBitTraitsKey() { return std::setlocale(LC_CTYPE, nullptr); }
 
 int UnitsCompare(const unsigned short* a, const unsigned short* b, std::size_t count) {
   return Sign(wcsncmp(Wide(a), Wide(b), count));
