@@ -408,8 +408,9 @@ void ExpectTraitsHold() {
   const SevenBitTraits traits = CurrentSevenBitTraits();
   for (int c = 1; c < 128; ++c) {
     const char one[2] = {static_cast<char>(c), '\0'};
-    if (traits.singleBytes)
+    if (traits.singleBytes) {
       EXPECT_EQ(1, CharLength(one)) << "byte " << c;
+    }
     if (!traits.foldsAsAscii)
       continue;
     for (int d = 1; d < 128; ++d) {

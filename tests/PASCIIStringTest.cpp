@@ -331,8 +331,9 @@ TEST(PASCIIString, ForwardSearchFindsWhatCandidateComparesFind) {
     // override: every candidate goes through it.
     CountingHandler counting(row.hay.data(), 0, static_cast<ULONG>(row.hay.size()), /*copy=*/true);
     EXPECT_EQ(row.found, counting.FindSubHandlerFwd(&needle, row.from, row.mode));
-    if (needle.GetLen() <= hay.GetLen() && row.from <= hay.GetLen() - needle.GetLen())
+    if (needle.GetLen() <= hay.GetLen() && row.from <= hay.GetLen() - needle.GetLen()) {
       EXPECT_GT(counting.compares, 0);
+    }
   }
 }
 

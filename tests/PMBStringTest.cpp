@@ -393,16 +393,18 @@ TEST(PMBString, SevenBitSearchFindsWhatCharacterWiseSearchFinds) {
       PMBStringHandler mixed(longer.c_str(), 0, longer.size(), /*copy=*/true);
       ASSERT_EQ(kCodeSetMultiByte, mixed.GetCodeSet());
       if (row.from <= hay.GetLen() - std::min<ULONG>(hay.GetLen(), needle.GetLen()) ||
-          needle.GetLen() > hay.GetLen())
+          needle.GetLen() > hay.GetLen()) {
         EXPECT_EQ(row.found, mixed.FindSubHandlerFwd(&needle, row.from, row.mode));
+      }
       // Through PString, with the needle as text and as an ASCII string.
       PString text(row.hay, true);
       EXPECT_EQ(row.found, text.FindForward(row.needle, row.from, row.mode));
       if (row.mode == kStrCompExact || row.mode == kStrCompIgnoreCase) {
         qvtest::ScopedIgnoreErrors ignore;
         PASCIIString asciiNeedle(row.needle, true);
-        if (ignore.hook.calls == 0)
+        if (ignore.hook.calls == 0) {
           EXPECT_EQ(row.found, text.FindForward(asciiNeedle, row.from, row.mode));
+        }
       }
     }
   }
@@ -442,8 +444,9 @@ TEST(PMBString, SevenBitComparisonsAgreeWithTheCompareFunctions) {
           EXPECT_EQ(expected, mine.CompareSubHandler(0, &theirs, 0, count, mode));
           PASCIIStringHandler ascii(b, 0, std::strlen(b), /*copy=*/true);
           EXPECT_EQ(expected, mine.CompareSubHandler(0, &ascii, 0, count, mode));
-          if (*a && *b)
+          if (*a && *b) {
             EXPECT_EQ(expected, PString(a, true).CompareTo(b, mode));
+          }
         }
       }
     }

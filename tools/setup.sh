@@ -16,12 +16,22 @@ packages=(
   wine64            # runs the mingw64 tests
   wine
   util-linux        # flock, used by the Wine wrapper
-  locales           # the locale tests: a decimal-comma locale, below
+  locales           # the locale tests: the locales below
 )
 
-# A locale with a decimal comma, so the number-formatting tests can show
-# that the library keeps "." where the user's locale would write ",".
-need_locale() { ! locale -a 2>/dev/null | grep -qix 'de_DE.utf8'; }
+# The locales the tests switch to: one with a decimal comma, so the
+# number-formatting tests can show that the library keeps "." where the
+# user's locale would write ","; and Turkish, whose capital I is not the
+# capital of i, so the string tests can show that case-insensitive
+# comparison follows the locale there.
+locales=(de_DE tr_TR)
+need_locale() {
+  local l
+  for l in "${locales[@]}"; do
+    locale -a 2>/dev/null | grep -qix "$l.utf8" || return 0
+  done
+  return 1
+}
 
 missing=()
 for p in "${packages[@]}"; do
@@ -39,8 +49,8 @@ fi
 sudo=()
 if [ "$(id -u)" -ne 0 ]; then
   if [ ${#missing[@]} -eq 0 ]; then
-    echo "setup: the de_DE.UTF-8 locale is missing; number-formatting tests under a" >&2
-    echo "setup: decimal comma will be skipped (as root: locale-gen de_DE.UTF-8)" >&2
+    echo "setup: the ${locales[*]/%/.UTF-8} locales are not all there; the tests that" >&2
+    echo "setup: need them will be skipped (as root: locale-gen ${locales[*]/%/.UTF-8})" >&2
     exit 0
   fi
   if command -v sudo >/dev/null 2>&1 && sudo -n true 2>/dev/null; then
@@ -71,9 +81,11 @@ if [ ${#missing[@]} -gt 0 ]; then
 fi
 
 if need_locale; then
-  echo "setup: generating the de_DE.UTF-8 locale"
-  "${sudo[@]}" sed -i 's/^# *de_DE.UTF-8 UTF-8/de_DE.UTF-8 UTF-8/' /etc/locale.gen
-  grep -q '^de_DE.UTF-8 UTF-8' /etc/locale.gen || echo 'de_DE.UTF-8 UTF-8' | "${sudo[@]}" tee -a /etc/locale.gen >/dev/null
+  echo "setup: generating the ${locales[*]/%/.UTF-8} locales"
+  for l in "${locales[@]}"; do
+    "${sudo[@]}" sed -i "s/^# *$l.UTF-8 UTF-8/$l.UTF-8 UTF-8/" /etc/locale.gen
+    grep -q "^$l.UTF-8 UTF-8" /etc/locale.gen || echo "$l.UTF-8 UTF-8" | "${sudo[@]}" tee -a /etc/locale.gen >/dev/null
+  done
   if ! "${sudo[@]}" locale-gen >"$log" 2>&1; then
     echo "setup: locale-gen failed:" >&2
     tail -n 5 "$log" >&2
