@@ -30,10 +30,17 @@ def load(path):
     with open(path) as f:
         data = json.load(f)
     times = OrderedDict()
+    # With repetitions, the median of each benchmark stands for it; a single
+    # run stands for itself.
+    medians = {b["run_name"] for b in data["benchmarks"]
+               if b.get("run_type") == "aggregate" and b.get("aggregate_name") == "median"}
     for b in data["benchmarks"]:
-        if b.get("run_type", "iteration") != "iteration":
+        if b.get("run_type") == "aggregate":
+            if b.get("aggregate_name") != "median":
+                continue
+        elif b.get("run_name", b["name"]) in medians:
             continue
-        parts = b["name"].split("/")
+        parts = b.get("run_name", b["name"]).split("/")
         if len(parts) < 3:
             continue
         scenario, impl, size = parts[0], parts[1], parts[2]

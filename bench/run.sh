@@ -4,6 +4,8 @@
 # means qvbase is faster).
 #
 #   bench/run.sh [extra Google Benchmark options, e.g. --benchmark_filter=str_]
+#
+# Takes about seven minutes on two cores.
 set -euo pipefail
 
 here="$(cd "$(dirname "$0")" && pwd)"
@@ -39,7 +41,10 @@ if ! { cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=Release &&
   exit 1
 fi
 
-"$build/qvbase_bench" --benchmark_format=json "$@" >"$build/results.json"
+# Three runs of each benchmark, of which the table takes the median: the
+# machine's noise is then mostly gone from the ratios.
+"$build/qvbase_bench" --benchmark_format=json --benchmark_repetitions=3 \
+  --benchmark_report_aggregates_only=true "$@" >"$build/results.json"
 echo "Results: $build/results.json"
 # With the figures of the library before its tuning (bench/results/), the
 # table also shows how much faster each qvbase row has become.
