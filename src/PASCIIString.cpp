@@ -220,12 +220,8 @@ ULONG PASCIIStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG f
     return kStringNotFound;
   // A class that overrides CompareSubHandler has every candidate compared
   // through it.
-  if (typeid(*this) != typeid(PASCIIStringHandler)) {
-    for (ULONG i = from; i <= last; ++i)
-      if (CompareSubHandler(i, peer, 0, k, mode) == 0)
-        return i;
-    return kStringNotFound;
-  }
+  if (typeid(*this) != typeid(PASCIIStringHandler))
+    return qvbase::strings::FindByCompares(this, peer, from, last, k, mode);
   // What CompareSubHandler(i, peer, 0, k, mode) does for each candidate,
   // without its per-call set-up: a candidate has k bytes left (i <= len - k),
   // so the bounded compare runs over min(k, the peer's size) bytes, and a

@@ -371,12 +371,8 @@ ULONG PMBStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG from
     return kStringNotFound;
   // Every candidate is compared as CompareSubHandler(i, peer, 0, k, mode)
   // compares it; a class that overrides that compare keeps it.
-  if (typeid(*this) != typeid(PMBStringHandler)) {
-    for (ULONG i = from; i <= last; ++i)
-      if (CompareSubHandler(i, peer, 0, k, mode) == 0)
-        return i;
-    return kStringNotFound;
-  }
+  if (typeid(*this) != typeid(PMBStringHandler))
+    return qvbase::strings::FindByCompares(this, peer, from, last, k, mode);
   const char* needle = static_cast<const char*>(peer->GetContent());
   ULONG found = kStringNotFound;
   if (FindSevenBit(needle, peer->GetSize(), k, from, last, mode, &found))

@@ -93,6 +93,18 @@ LONG BoundedCompare(Compare compare, const Unit* ours, ULONG mine, const Unit* t
 // characters as GMBStringHandlerConstructor1 does (PMBString.cpp).
 ULONG MeasureMultiByteText(const char* text);
 
+// The forward search as candidate compares: the first position i from `from`
+// up to `last` where handler->CompareSubHandler(i, peer, 0, k, mode) is 0.
+// The handlers search this way for a class that overrides CompareSubHandler,
+// so that its compare still sees every candidate.
+inline ULONG FindByCompares(const PStringHandler* handler, const PStringHandler* peer, ULONG from,
+                            ULONG last, ULONG k, TypStringComp mode) {
+  for (ULONG i = from; i <= last; ++i)
+    if (handler->CompareSubHandler(i, peer, 0, k, mode) == 0)
+      return i;
+  return kStringNotFound;
+}
+
 // The first position i from `from` up to `last` at which the `count` bytes of
 // `needle` occur in `text`, byte for byte; kStringNotFound when there is none.
 // `text` must hold `last + count` bytes.
