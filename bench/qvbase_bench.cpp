@@ -89,6 +89,64 @@ void StreamQvbase(benchmark::State& state, unsigned short ordering) {
   state.SetItemsProcessed(state.iterations() * n);
 }
 
+// The same bytes through the memory handler's own calls, without PStream:
+// no guarded call, no typed layer, the string read into a plain buffer. What
+// the typed row costs more is what PStream's guard and typed values cost.
+class DirectMemory : public PMemoryStreamHdl {
+public:
+  using PMemoryStreamHdl::PMemoryStreamHdl;
+  using PMemoryStreamHdl::IOOpen;
+  using PMemoryStreamHdl::IORead;
+  using PMemoryStreamHdl::IOSetPos;
+  using PMemoryStreamHdl::IOWrite;
+};
+
+template <typename T>
+T Ordered(T v, bool swap) {
+  if (!swap) return v;
+  if constexpr (sizeof(T) == 2) return static_cast<T>(__builtin_bswap16(static_cast<std::uint16_t>(v)));
+  if constexpr (sizeof(T) == 4) return static_cast<T>(__builtin_bswap32(static_cast<std::uint32_t>(v)));
+  return static_cast<T>(__builtin_bswap64(static_cast<std::uint64_t>(v)));
+}
+
+void StreamQvbaseDirect(benchmark::State& state, bool swap) {
+  const int n = static_cast<int>(state.range(0)) / 4;
+  for (auto _ : state) {
+    DirectMemory* h = new DirectMemory(65536);
+    h->AddRef();
+    h->IOOpen(OpenReadWrite | OpenAllowEmpty);
+    for (int i = 0; i < n; ++i) {
+      const LONG l = Ordered(LONG(i), swap);
+      const __int64 q = Ordered(static_cast<__int64>(i) * 3, swap);
+      const short b = Ordered(short((i & 1) != 0), swap);
+      const LONG len = Ordered(LONG(3), swap);
+      h->IOWrite(reinterpret_cast<const char*>(&l), 1, 4);
+      h->IOWrite(reinterpret_cast<const char*>(&q), 1, 8);
+      h->IOWrite(reinterpret_cast<const char*>(&b), 1, 2);
+      h->IOWrite(reinterpret_cast<const char*>(&len), 1, 4);
+      h->IOWrite("abc", 3, 1);
+    }
+    h->IOSetPos(SeekFromStart, 0);
+    std::int64_t sum = 0;
+    char text[16];
+    for (int i = 0; i < n; ++i) {
+      LONG l, len;
+      __int64 q;
+      short b;
+      h->IORead(reinterpret_cast<char*>(&l), 1, 4);
+      h->IORead(reinterpret_cast<char*>(&q), 1, 8);
+      h->IORead(reinterpret_cast<char*>(&b), 1, 2);
+      h->IORead(reinterpret_cast<char*>(&len), 1, 4);
+      len = Ordered(len, swap);
+      h->IORead(text, static_cast<ULONG>(len), 1);
+      sum += Ordered(l, swap) + Ordered(q, swap) + Ordered(b, swap) + len;
+    }
+    h->Release();
+    benchmark::DoNotOptimize(sum);
+  }
+  state.SetItemsProcessed(state.iterations() * n * 4);
+}
+
 void StreamQt(benchmark::State& state, QDataStream::ByteOrder ordering) {
   const int n = static_cast<int>(state.range(0)) / 4;
   const QString abc = QStringLiteral("abc");
@@ -841,11 +899,13 @@ void Register() {
   const auto infos = [&](benchmark::internal::Benchmark* b) { sizes(b, 0, 16); };
 
   values(RegisterBenchmark("stream_be/qvbase", StreamQvbase, kByteOrderingMotorola));
+  values(RegisterBenchmark("stream_be/qvbase_direct", StreamQvbaseDirect, true));
   values(RegisterBenchmark("stream_be/qt", StreamQt, QDataStream::BigEndian));
   values(RegisterBenchmark("stream_be/poco", StreamPoco, Poco::BinaryWriter::BIG_ENDIAN_BYTE_ORDER,
                            Poco::BinaryReader::BIG_ENDIAN_BYTE_ORDER));
   values(RegisterBenchmark("stream_be/memcpy", StreamMemcpy, true));
   values(RegisterBenchmark("stream_le/qvbase", StreamQvbase, kByteOrderingIntel));
+  values(RegisterBenchmark("stream_le/qvbase_direct", StreamQvbaseDirect, false));
   values(RegisterBenchmark("stream_le/qt", StreamQt, QDataStream::LittleEndian));
   values(RegisterBenchmark("stream_le/poco", StreamPoco, Poco::BinaryWriter::LITTLE_ENDIAN_BYTE_ORDER,
                            Poco::BinaryReader::LITTLE_ENDIAN_BYTE_ORDER));
