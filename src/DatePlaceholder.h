@@ -21,7 +21,10 @@ enum PlaceholderClass {
 };
 
 // Only the first character picks the group that is consulted, then the exact
-// spelling decides; names starting outside 'H'..'y' are of no class.
+// spelling decides; names starting outside 'H'..'y' are of no class. The T
+// group is the exception: it checks the length only, so every two-character
+// name starting with T is a time-span field. TD, TH, TM and TS have a value;
+// any other (^TX^) is replaced by an empty text rather than left in place.
 inline PlaceholderClass ClassifyPlaceholder(const char* name) {
   struct Entry {
     const char* name;
@@ -31,8 +34,6 @@ inline PlaceholderClass ClassifyPlaceholder(const char* name) {
       {"H", kPlaceholderTimeSpan},      {"HH", kPlaceholderTimeSpan},
       {"m", kPlaceholderTimeSpan},      {"mm", kPlaceholderTimeSpan},
       {"s", kPlaceholderTimeSpan},      {"ss", kPlaceholderTimeSpan},
-      {"TD", kPlaceholderTimeSpan},     {"TH", kPlaceholderTimeSpan},
-      {"TM", kPlaceholderTimeSpan},     {"TS", kPlaceholderTimeSpan},
       {"M", kPlaceholderDateNumber},    {"MM", kPlaceholderDateNumber},
       {"d", kPlaceholderDateNumber},    {"dd", kPlaceholderDateNumber},
       {"h", kPlaceholderDateNumber},    {"hh", kPlaceholderDateNumber},
@@ -46,6 +47,8 @@ inline PlaceholderClass ClassifyPlaceholder(const char* name) {
   };
   if (!name || name[0] < 'H' || name[0] > 'y')
     return kPlaceholderNone;
+  if (name[0] == 'T')
+    return name[1] != '\0' && name[2] == '\0' ? kPlaceholderTimeSpan : kPlaceholderNone;
   for (const Entry& entry : kEntries)
     if (entry.name[0] == name[0] && std::strcmp(entry.name, name) == 0)
       return entry.kind;

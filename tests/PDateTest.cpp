@@ -326,8 +326,8 @@ TEST(PLocalDate, FormatNamePlaceholdersInTheCLocale) {
 }
 
 TEST(PLocalDate, FormatLeavesUnknownPlaceholdersAndEscapes) {
-  EXPECT_EQ(Formatted(kPiDay, "^y^ ^yyy^ ^A^ ^z^ ^TX^ ^^ ^ddddd^"),
-            "^y^ ^yyy^ ^A^ ^z^ ^TX^ ^^ ^ddddd^");
+  EXPECT_EQ(Formatted(kPiDay, "^y^ ^yyy^ ^A^ ^z^ ^TDX^ ^^ ^ddddd^"),
+            "^y^ ^yyy^ ^A^ ^z^ ^TDX^ ^^ ^ddddd^");
   EXPECT_EQ(Formatted(kPiDay, "^q^d^dd^"), "^q^d14");
   EXPECT_EQ(Formatted(kPiDay, "^yyyy^^MM^^dd^"), "20240314");
 }
@@ -351,12 +351,23 @@ TEST(PlaceholderClass, OnlyExactSpellingsAreFilled) {
     const std::string pattern = std::string("^") + name + "^";
     EXPECT_NE(Formatted(kPiDay, pattern.c_str()), pattern);
   }
-  const char* const kept[] = {"y", "yyy", "yyyyy", "HHH", "T", "TDX", "Td", "G", "a", "z",
+  const char* const kept[] = {"y", "yyy", "yyyyy", "HHH", "T", "TDX", "G", "a", "z",
                               "~", "hhh", "www", "mmm", "sss", "ttt", "g", "ggg"};
   for (const char* name : kept) {
     SCOPED_TRACE(name);
     const std::string pattern = std::string("^") + name + "^";
     EXPECT_EQ(Formatted(kPiDay, pattern.c_str()), pattern);
+  }
+}
+
+TEST(PlaceholderClass, EveryTwoCharacterTNameIsATimeSpanField) {
+  // The T group checks the length only: a two-character T name other than
+  // TD, TH, TM and TS is of the time-span class and has an empty value.
+  // "T" and "TDX" are of no class and stay (see above).
+  for (const char* name : {"TX", "Td", "T0"}) {
+    SCOPED_TRACE(name);
+    const std::string pattern = std::string("[^") + name + "^]";
+    EXPECT_EQ(Formatted(kPiDay, pattern.c_str()), "[]");
   }
 }
 

@@ -149,8 +149,15 @@ TEST(PTime, TwoDigitFieldsKeepLargerValuesWhole) {
 TEST(PTime, PlaceholdersOfOtherClassesStayInTheText) {
   const PTime time(3725, 0);
   EXPECT_EQ(Formatted(time, "^yyyy^-^MM^-^dd^ ^H^"), "^yyyy^-^MM^-^dd^ 1");
-  EXPECT_EQ(Formatted(time, "^MMMM^ ^tt^ ^x^ ^TX^ ^TDD^ ^^"), "^MMMM^ ^tt^ ^x^ ^TX^ ^TDD^ ^^");
+  EXPECT_EQ(Formatted(time, "^MMMM^ ^tt^ ^x^ ^TDD^ ^T^ ^^"), "^MMMM^ ^tt^ ^x^ ^TDD^ ^T^ ^^");
   EXPECT_EQ(Formatted(time, "no placeholders"), "no placeholders");
+}
+
+TEST(PTime, TwoLetterTNamesBeyondTheFourTotalsBecomeEmpty) {
+  // Every two-character name starting with T is a time-span field; only TD,
+  // TH, TM and TS have a value, the others are replaced by nothing.
+  const PTime time(3725, 0);
+  EXPECT_EQ(Formatted(time, "[^TX^][^Td^][^T0^][^TM^]"), "[][][][62]");
 }
 
 TEST(PTime, ScanResumesAfterASkippedPlaceholder) {
