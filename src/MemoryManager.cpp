@@ -150,11 +150,27 @@ void GMemStats(MemoryManager* manager, ULONG* total, ULONG* available, ULONG* la
 
 void* GCPPAllocation(unsigned int size, MemoryManager* /*manager*/) { return ::operator new(size); }
 
+namespace {
+
+// A record that still holds the runtime-heap functions: its allocate, copy
+// and release together are exactly what one realloc does. The system record
+// is writable, and an application that patched its functions sees the calls
+// it asked to see.
+bool IsRuntimeHeap(const MemoryManager* manager) {
+  return manager->allocate == SysAllocate && manager->reallocate == SysReallocate &&
+         manager->release == SysRelease;
+}
+
+} // namespace
+
 void* qvbase::detail::GrowBlock(void* block, ULONG keep, ULONG newSize) {
-  if (block && OwnerOf(block) == gSysManager && ResolveManager(nullptr) == gSysManager) {
+  MemoryManager* owner = block ? OwnerOf(block) : nullptr;
+  // The new block would carry the default manager in its header; a resized
+  // one keeps its owner's, so both must be the same record.
+  if (owner && owner == ResolveManager(nullptr) && IsRuntimeHeap(owner)) {
     if (newSize > kMaxBlockSize)
       return nullptr;
-    void* managerBlock = gSysManager->reallocate(gSysManager, HeaderOf(block), newSize + kHeaderSize);
+    void* managerBlock = owner->reallocate(owner, HeaderOf(block), newSize + kHeaderSize);
     // The owner word travels with the block.
     return managerBlock ? BodyOf(managerBlock) : nullptr;
   }

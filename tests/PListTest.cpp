@@ -552,6 +552,36 @@ TEST(PList, ArrayGrowthUnderAnInstalledManagerAllocatesCopiesAndReleases) {
   EXPECT_EQ(gCalls.release, 3);
 }
 
+// The system record is writable: an application may route its functions
+// through its own, and then sees every growth step as on its own manager.
+TEST(PList, ArrayGrowthWithPatchedSystemFunctionsAllocatesCopiesAndReleases) {
+  const MemoryManager original = *gSysManager;
+  gCalls = Calls();
+  gSysManager->allocate = CountAllocate;
+  gSysManager->reallocate = CountReallocate;
+  gSysManager->release = CountRelease;
+  std::vector<void*> contents;
+  ULONG capacity = 0;
+  Calls seen;
+  {
+    TestList list(InspectedArrayConstructor);
+    auto* array = static_cast<InspectedArray*>(list.Data());
+    gCalls = Calls();
+    for (int i = 0; i < 9; ++i)
+      list.AddAnObject(Item(i), static_cast<ULONG>(i));
+    seen = gCalls;
+    capacity = array->Capacity();
+    contents = Contents(list);
+  }
+  *gSysManager = original;
+  EXPECT_EQ(capacity, 12u);
+  EXPECT_EQ(seen.allocate, 3);
+  EXPECT_EQ(seen.release, 2);
+  EXPECT_EQ(seen.reallocate, 0);
+  EXPECT_EQ(contents, (std::vector<void*>{Item(0), Item(1), Item(2), Item(3), Item(4), Item(5),
+                                          Item(6), Item(7), Item(8)}));
+}
+
 TEST(PList, ArrayGrowthOnTheSystemHeapKeepsEveryElementInPlace) {
   // Inserted at the head, in the middle and at the tail across many growth
   // steps; the result must be the vector's.

@@ -699,6 +699,50 @@ TEST(MemoryStream, GrowthUnderAnInstalledManagerAllocatesCopiesAndReleases) {
   EXPECT_EQ(CountingManager::releases, 5);
 }
 
+// The system record is writable: an application may route its functions
+// through its own. Growth then shows as allocate, copy and release again.
+TEST(MemoryStream, GrowthWithPatchedSystemFunctionsAllocatesCopiesAndReleases) {
+  const MemoryManager original = *gSysManager;
+  static MemoryManager saved;
+  saved = original;
+  struct Through {
+    static void* Allocate(MemoryManager*, ULONG size, unsigned short mode) {
+      ++CountingManager::allocations;
+      return saved.allocate(&saved, size, mode);
+    }
+    static void* Reallocate(MemoryManager*, void* block, ULONG size) {
+      ++CountingManager::reallocations;
+      return saved.reallocate(&saved, block, size);
+    }
+    static void Release(MemoryManager*, void* block) {
+      ++CountingManager::releases;
+      saved.release(&saved, block);
+    }
+  };
+  gSysManager->allocate = &Through::Allocate;
+  gSysManager->reallocate = &Through::Reallocate;
+  gSysManager->release = &Through::Release;
+  CountingManager::allocations = CountingManager::reallocations = CountingManager::releases = 0;
+  std::string content;
+  {
+    PStream stream;
+    PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+    const int before = CountingManager::allocations;
+    const int releasedBefore = CountingManager::releases;
+    stream.Write("0123456789abcdef", 16, 1);
+    stream.Write("ghijklmnopqrstuvwxyz", 20, 1);
+    // A block of 16 bytes for the first write, then one of 48 that takes
+    // over its content, the first one given back.
+    EXPECT_EQ(handler->GetCapacity(), 48u);
+    EXPECT_EQ(CountingManager::allocations - before, 2);
+    EXPECT_EQ(CountingManager::releases - releasedBefore, 1);
+    EXPECT_EQ(CountingManager::reallocations, 0);
+    content = Content(handler, stream);
+  }
+  *gSysManager = original;
+  EXPECT_EQ(content, "0123456789abcdefghijklmnopqrstuvwxyz");
+}
+
 TEST(MemoryStream, GrowthOnTheSystemHeapKeepsTheContentAcrossManySteps) {
   PStream stream;
   PMemoryStreamHdl* handler = OpenScratch(stream, 16);
