@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <optional>
+#include <typeinfo>
 
 namespace {
 
@@ -35,6 +36,17 @@ public:
 private:
   std::optional<PMBStringHandler> m_handler;
 };
+
+// The library's own handlers look at a partner only for the length of the
+// call, so narrow text can be lent to them as a handler that no string holds.
+// A handler class of the application's may keep its partner (hold it in a
+// string, take a reference): it is given a partner that a temporary string
+// owns, as it always was.
+bool LendsToHandler(const PStringHandler* handler) {
+  const std::type_info& type = typeid(*handler);
+  return type == typeid(PMBStringHandler) || type == typeid(PASCIIStringHandler) ||
+         type == typeid(PUNIStringHandler);
+}
 
 ULONG FindForwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from, TypStringComp mode) {
   if (IsEmptyHandler(mine) || IsEmptyHandler(what))
@@ -274,14 +286,15 @@ void PString::InsertInto(PStringHandler* other, ULONG pos) {
 }
 
 void PString::Insert(const char* text, ULONG pos) {
-  if (IsEmpty()) {
-    // This string takes the text's own (borrowing) handler.
+  // An empty string takes the text's own (borrowing) handler. A handler that
+  // is a duplicate of this one, or made from it by widening, receives the
+  // text: when that is one of the library's, which copies what it inserts,
+  // the text is only lent for the call.
+  if (IsEmpty() || !LendsToHandler(Handler())) {
     PString wrapped(text, /*copy=*/false);
     Insert(wrapped, pos);
     return;
   }
-  // The handler copies what it inserts, so the text is only borrowed for the
-  // call, by a handler that no string holds.
   NarrowOperand wrapped(text, /*copy=*/false);
   if (!IsEmptyHandler(wrapped.Get()))
     InsertInto(wrapped.Get(), pos);
@@ -365,6 +378,8 @@ ULONG PString::FindForward(const PString& what, ULONG from, TypStringComp mode) 
 ULONG PString::FindForward(const char* what, ULONG from, TypStringComp mode) const {
   if (IsEmpty())
     return kStringNotFound;
+  if (!LendsToHandler(Handler()))
+    return FindForward(PString(what, gConstStrForceCopy), from, mode);
   NarrowOperand wrapped(what, gConstStrForceCopy);
   return FindForwardIn(Handler(), wrapped.Get(), from, mode);
 }
@@ -382,6 +397,8 @@ ULONG PString::FindBackward(const PString& what, ULONG from, TypStringComp mode)
 ULONG PString::FindBackward(const char* what, ULONG from, TypStringComp mode) const {
   if (IsEmpty())
     return kStringNotFound;
+  if (!LendsToHandler(Handler()))
+    return FindBackward(PString(what, gConstStrForceCopy), from, mode);
   NarrowOperand wrapped(what, gConstStrForceCopy);
   return FindBackwardIn(Handler(), wrapped.Get(), from, mode);
 }
@@ -402,6 +419,8 @@ LONG PString::CompareTo(const PString& other, TypStringComp mode) const {
 }
 
 LONG PString::CompareTo(const char* other, TypStringComp mode) const {
+  if (!IsEmpty() && !LendsToHandler(Handler()))
+    return CompareTo(PString(other, gConstStrForceCopy), mode);
   NarrowOperand wrapped(other, gConstStrForceCopy);
   return CompareHandlers(Handler(), wrapped.Get(), mode);
 }

@@ -9,7 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -48,6 +50,54 @@ std::string Narrow(const PString& s) {
   PMBString mb(s);
   return std::string(static_cast<const char*>(mb));
 }
+
+// An application's handler that keeps the partner of every search, compare
+// and insert in a string of its own, past the call, and notes how many
+// references the partner had when it arrived.
+class KeepingHandler : public PMBStringHandler {
+public:
+  explicit KeepingHandler(const char* text)
+      : PMBStringHandler(text, 0, static_cast<ULONG>(std::strlen(text)), /*copy=*/true) {}
+  bool CanBeModified() const override { return true; }
+  LONG CompareSubHandler(ULONG start, const PStringHandler* other, ULONG otherStart, ULONG count,
+                         TypStringComp mode) const override {
+    Outermost call(other);
+    return PMBStringHandler::CompareSubHandler(start, other, otherStart, count, mode);
+  }
+  ULONG FindSubHandlerFwd(const PStringHandler* what, ULONG from, TypStringComp mode) const override {
+    Outermost call(what);
+    return PMBStringHandler::FindSubHandlerFwd(what, from, mode);
+  }
+  ULONG FindSubHandlerBwd(const PStringHandler* what, ULONG from, TypStringComp mode) const override {
+    Outermost call(what);
+    return PMBStringHandler::FindSubHandlerBwd(what, from, mode);
+  }
+  void InsertHandler(const PStringHandler* other, ULONG pos) override {
+    Outermost call(other);
+    PMBStringHandler::InsertHandler(other, pos);
+  }
+
+  static std::vector<ULONG> locks;
+  static std::vector<InspectedString> kept;
+
+private:
+  // Keeps the partner of a call made from outside (a search compares
+  // through the same handler's own calls).
+  class Outermost {
+  public:
+    explicit Outermost(const PStringHandler* partner) {
+      if (depth++ == 0) {
+        locks.push_back(partner->NumSmartLocks());
+        kept.emplace_back(const_cast<PStringHandler*>(partner));
+      }
+    }
+    ~Outermost() { --depth; }
+  };
+  static int depth;
+};
+int KeepingHandler::depth = 0;
+std::vector<ULONG> KeepingHandler::locks;
+std::vector<InspectedString> KeepingHandler::kept;
 
 const unsigned short kWideAbc[] = {'a', 'b', 'c', 0};
 
@@ -481,6 +531,29 @@ TEST(PString, TextOperandsAnswerAsStringOperands) {
       EXPECT_EQ(Narrow(c), Narrow(d));
     }
   }
+}
+
+TEST(PString, TextOperandsReachAnApplicationHandlerOwnedByAString) {
+  // The application's handler may keep what it is given: each text operand
+  // arrives owned by a string, and stays valid after the call.
+  KeepingHandler::locks.clear();
+  KeepingHandler::kept.clear();
+  InspectedString text(new KeepingHandler("hello world"));
+  EXPECT_EQ(6u, text.FindForward("world", 0, kStrCompExact));
+  EXPECT_EQ(0u, text.FindBackward("hello", 10, kStrCompExact));
+  EXPECT_EQ(1, text.CompareTo("hello", kStrCompExact));
+  text.Insert("big ", 6);
+  EXPECT_EQ("hello big world", Narrow(text));
+  EXPECT_EQ((std::vector<ULONG>{1, 1, 1, 1}), KeepingHandler::locks);
+  ASSERT_EQ(4u, KeepingHandler::kept.size());
+  EXPECT_EQ("world", Narrow(KeepingHandler::kept[0]));
+  EXPECT_EQ("hello", Narrow(KeepingHandler::kept[1]));
+  EXPECT_EQ("hello", Narrow(KeepingHandler::kept[2]));
+  EXPECT_EQ("big ", Narrow(KeepingHandler::kept[3]));
+  // The temporaries are gone: the kept strings are the partners' only owners.
+  for (const InspectedString& partner : KeepingHandler::kept)
+    EXPECT_EQ(1u, partner.Held()->NumSmartLocks());
+  KeepingHandler::kept.clear();
 }
 
 TEST(PString, NullTextOperandIsAnEmptyString) {
