@@ -250,13 +250,12 @@ void PStream::Write(const PString& text, char terminator) {
 }
 
 void PStream::Write(const PUniversalID& id) {
-  // Two 8-byte items, each ordered on its own, in a local of the stream's:
-  // no scratch block is needed for it.
+  // Two 8-byte items through the integer writer like every other value: 16
+  // bytes, so under "MM" they are ordered in a scratch block, which an
+  // installed memory manager sees.
   char bytes[16];
   IdBytes(id, bytes);
-  if (m_byteOrdering == kByteOrderingMotorola)
-    ReverseItems(bytes, 2, 8);
-  Write(bytes, 2, 8);
+  WriteInts(bytes, 2, 8);
 }
 
 void PStream::Write(const PTime& time) { Write(time.GetValue()); }

@@ -1,6 +1,7 @@
 // Typed values on streams: the exact bytes of every encoding in both byte
 // orders, sizes, round trips, and counted or terminated strings whose bytes
 // cannot be trusted.
+#include <qvbase/MemoryManager.h>
 #include <qvbase/PDate.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PMemoryStream.h>
@@ -410,6 +411,69 @@ TEST(PStreamIO, SmallRunsSwapInPlaceAndLargeOnesUseAScratchBlock) {
     // ...and is as it was afterwards.
     EXPECT_EQ(values[0], 0x01020304);
     EXPECT_EQ(values[3], 0x0D0E0F10);
+  }
+}
+
+// Counts the blocks asked of the default manager, by size, while installed.
+class CountedBlocks {
+public:
+  CountedBlocks() : m_previous(GGetDefaultMemManager()) {
+    sizes.clear();
+    GSetDefaultMemManager(&m_manager);
+  }
+  ~CountedBlocks() { GSetDefaultMemManager(m_previous); }
+  static std::vector<ULONG> sizes;
+
+private:
+  static void* Allocate(MemoryManager*, ULONG size, unsigned short mode) {
+    sizes.push_back(size);
+    return gSysManager->allocate(gSysManager, size, mode);
+  }
+  static void* Reallocate(MemoryManager*, void* block, ULONG size) {
+    return gSysManager->reallocate(gSysManager, block, size);
+  }
+  static ULONG Size(MemoryManager*, void* block) { return gSysManager->size(gSysManager, block); }
+  static void Release(MemoryManager*, void* block) { gSysManager->release(gSysManager, block); }
+  static void Stats(MemoryManager*, ULONG*, ULONG*, ULONG*) {}
+  MemoryManager m_manager = {0, "Counted", Allocate, Reallocate, Size, Release, Stats};
+  MemoryManager* m_previous;
+};
+std::vector<ULONG> CountedBlocks::sizes;
+
+TEST(PStreamIO, IdentifierUnderMotorolaOrderingIsOrderedInAScratchBlock) {
+  const _GUID guid = {0x01020304, 0x0506, 0x0708, {0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10}};
+  const PUniversalID id(guid);
+  for (unsigned short ordering : {kByteOrderingIntel, kByteOrderingMotorola}) {
+    SCOPED_TRACE(ordering);
+    auto* handler = new WatchingHdl;
+    PStream stream(handler);
+    stream.Open(OpenReadWrite | OpenAllowEmpty);
+    stream.SetByteOrdering(ordering);
+    // Room for the value first, so that the write itself needs no growth.
+    stream.Write(std::string(32, '-').data(), 32, 1);
+    stream.SetPos(SeekFromStart, 0);
+    std::vector<ULONG> asked;
+    ULONG header = 0;
+    {
+      CountedBlocks counted;
+      // What a block of no bytes costs the manager: the owner header.
+      GMemFree(GMemAllocation(nullptr, 0, 1));
+      header = CountedBlocks::sizes.at(0);
+      CountedBlocks::sizes.clear();
+      stream.Write(id);
+      asked = CountedBlocks::sizes;
+    }
+    if (ordering == kByteOrderingMotorola) {
+      // Two 8-byte items make 16 bytes: one scratch block holds them
+      // reversed.
+      EXPECT_EQ(asked, std::vector<ULONG>{16u + header});
+      EXPECT_EQ(handler->lastBytes, std::string("\x07\x08\x05\x06\x01\x02\x03\x04"
+                                                "\x10\x0F\x0E\x0D\x0C\x0B\x0A\x09", 16));
+    } else {
+      EXPECT_TRUE(asked.empty());
+      EXPECT_EQ(handler->lastBytes, std::string("\x04\x03\x02\x01\x06\x05\x08\x07"
+                                                "\x09\x0A\x0B\x0C\x0D\x0E\x0F\x10", 16));
+    }
   }
 }
 
