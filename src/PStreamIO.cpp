@@ -301,7 +301,11 @@ void PStream::Read(PString* text) {
   }
   if (length <= kLocalTextBytes) {
     // One chunk, the same single read; only the bytes delivered are kept.
+    // Zeroed first, as a fresh block is: a handler that reports bytes it
+    // did not deliver gives a text that ends there, never what the stack
+    // held before.
     char local[kLocalTextBytes + 1];
+    std::memset(local, 0, length);
     const ULONG got = Read(local, length, 1);
     local[got < length ? got : length] = '\0';
     AssignMultibyteText(text, local);

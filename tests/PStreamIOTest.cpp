@@ -390,6 +390,34 @@ protected:
   }
 };
 
+// Claims every byte it is asked for but delivers only the first half.
+class OverclaimingHdl : public PMemoryStreamHdl {
+protected:
+  ULONG IORead(char* buffer, ULONG count, ULONG itemSize) override {
+    if (itemSize != 1 || count < 2)
+      return PMemoryStreamHdl::IORead(buffer, count, itemSize);
+    PMemoryStreamHdl::IORead(buffer, count / 2, itemSize);
+    return count;
+  }
+};
+
+TEST(PStreamIO, CountedTextEndsWhereAnOverclaimingHandlerStoppedDelivering) {
+  for (ULONG length : {10u, 256u, 300u}) {
+    SCOPED_TRACE(length);
+    std::string text;
+    for (ULONG i = 0; i < length; ++i)
+      text += static_cast<char>('a' + i % 26);
+    PStream stream(new OverclaimingHdl);
+    stream.Open(OpenReadWrite | OpenAllowEmpty);
+    stream.Write(PString(text.c_str(), true));
+    stream.SetPos(SeekFromStart, 0);
+    PString read;
+    stream.Read(&read);
+    // The bytes not delivered read as zero, whatever the memory held before.
+    EXPECT_EQ(std::string(static_cast<const char*>(PMBString(read))), text.substr(0, length / 2));
+  }
+}
+
 TEST(PStreamIO, SmallRunsSwapInPlaceAndLargeOnesUseAScratchBlock) {
   for (ULONG n : {3u, 4u}) {
     SCOPED_TRACE(n);
