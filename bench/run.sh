@@ -41,9 +41,11 @@ if ! { cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=Release &&
   exit 1
 fi
 
-# Three runs of each benchmark, of which the table takes the median: the
-# machine's noise is then mostly gone from the ratios.
-"$build/qvbase_bench" --benchmark_format=json --benchmark_repetitions=3 \
+# Five runs of each benchmark, of which the table takes the median, in a
+# random order across all benchmarks: a slow spell of the machine then falls
+# on qvbase and its peers alike instead of on whichever ran during it.
+"$build/qvbase_bench" --benchmark_format=json --benchmark_repetitions=5 \
+  --benchmark_enable_random_interleaving=true --benchmark_min_time=0.2 \
   --benchmark_report_aggregates_only=true "$@" >"$build/results.json"
 echo "Results: $build/results.json"
 # With the figures of the library before its tuning (bench/results/), the

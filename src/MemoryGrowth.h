@@ -7,17 +7,20 @@
 namespace qvbase {
 namespace detail {
 
-// A block of `newSize` bytes from the default manager that starts with the
-// first `keep` bytes of `block` (which may be null), `block` being given back.
-// Null when no block could be had; `block` is then untouched and still owned
-// by the caller.
+// A block of at least `newSize` bytes from the default manager that starts
+// with the first `keep` bytes of `block` (which may be null), `block` being
+// given back. Null when no block could be had; `block` is then untouched and
+// still owned by the caller.
 //
 // The containers define their growth as "allocate a new block, copy, free the
 // old one", and a manager installed by the application sees exactly those
 // calls. When both the block's owner and the manager a new block would come
 // from are the system manager, the C runtime resizes the block instead, in
-// place where it can: nobody can tell the two apart except by speed, and
-// growing a large block by small steps no longer copies it every time.
+// place where it can, and with a reserve of half its size again, so that a
+// block grown by small steps is not copied at every step: the containers'
+// capacities stay the ones they define; only GMemSize of the block, which is
+// the runtime's usable size and at least what was asked anyway, can be
+// larger.
 void* GrowBlock(void* block, ULONG keep, ULONG newSize);
 
 } // namespace detail

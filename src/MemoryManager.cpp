@@ -170,7 +170,24 @@ void* qvbase::detail::GrowBlock(void* block, ULONG keep, ULONG newSize) {
   if (owner && owner == ResolveManager(nullptr) && IsRuntimeHeap(owner)) {
     if (newSize > kMaxBlockSize)
       return nullptr;
-    void* managerBlock = owner->reallocate(owner, HeaderOf(block), newSize + kHeaderSize);
+    void* header = HeaderOf(block);
+    const std::uint64_t wanted = std::uint64_t(newSize) + kHeaderSize;
+    const std::uint64_t usable = qvbase::native::HeapBlockSize(header);
+    // Room left from the runtime's rounding or from an earlier step.
+    if (usable >= wanted)
+      return block;
+    // Half as much again is reserved: a block grown in many small steps
+    // then moves a logarithmic number of times, whatever the runtime does
+    // with blocks it cannot extend where they are. The caller's capacity is
+    // still the one it asked for; the reserve is only the block's size.
+    std::uint64_t ask = usable + usable / 2;
+    if (ask < wanted)
+      ask = wanted;
+    if (ask > std::uint64_t(kMaxBlockSize) + kHeaderSize)
+      ask = std::uint64_t(kMaxBlockSize) + kHeaderSize;
+    void* managerBlock = owner->reallocate(owner, header, static_cast<ULONG>(ask));
+    if (!managerBlock && ask > wanted)
+      managerBlock = owner->reallocate(owner, header, static_cast<ULONG>(wanted));
     // The owner word travels with the block.
     return managerBlock ? BodyOf(managerBlock) : nullptr;
   }

@@ -743,6 +743,32 @@ TEST(MemoryStream, GrowthWithPatchedSystemFunctionsAllocatesCopiesAndReleases) {
   EXPECT_EQ(content, "0123456789abcdefghijklmnopqrstuvwxyz");
 }
 
+TEST(MemoryStream, GrowthOnTheSystemHeapReservesAheadAndKeepsTheDefinedCapacity) {
+  PStream stream;
+  PMemoryStreamHdl* handler = OpenScratch(stream, 16);
+  const char piece[16] = {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
+  int resized = 0;
+  ULONG blockSize = 0;
+  for (int i = 0; i < 20000; ++i) {
+    stream.Write(piece, 16, 1);
+    // The capacity is the defined one at every step...
+    ASSERT_EQ(handler->GetCapacity(), 16u * static_cast<ULONG>(i + 1));
+    const ULONG size = GMemSize(const_cast<char*>(handler->GetBuffer()));
+    ASSERT_GE(size, handler->GetCapacity());
+    if (size != blockSize) {
+      ++resized;
+      blockSize = size;
+    }
+  }
+  // ...while the block behind it has been resized a few dozen times in
+  // 20,000 steps, not at every step.
+  EXPECT_LE(resized, 40);
+  const std::string content = Content(handler, stream);
+  ASSERT_EQ(content.size(), 320000u);
+  for (std::size_t at = 0; at < content.size(); at += 16)
+    ASSERT_EQ(content.compare(at, 16, piece, 16), 0) << at;
+}
+
 TEST(MemoryStream, GrowthOnTheSystemHeapKeepsTheContentAcrossManySteps) {
   PStream stream;
   PMemoryStreamHdl* handler = OpenScratch(stream, 16);
