@@ -16,11 +16,10 @@ namespace detail {
 // old one", and a manager installed by the application sees exactly those
 // calls. When both the block's owner and the manager a new block would come
 // from are the system manager, the C runtime resizes the block instead, in
-// place where it can, and with a reserve of half its size again, so that a
-// block grown by small steps is not copied at every step: the containers'
-// capacities stay the ones they define; only GMemSize of the block, which is
-// the runtime's usable size and at least what was asked anyway, can be
-// larger.
+// place where it can, and at least doubled, so that a block grown by small
+// steps is not copied at every step. The containers' capacities stay the
+// ones they define; only GMemSize of the block, which is the runtime's
+// usable size and at least what was asked anyway, can be larger.
 void* GrowBlock(void* block, ULONG keep, ULONG newSize);
 
 } // namespace detail

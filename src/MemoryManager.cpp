@@ -176,11 +176,12 @@ void* qvbase::detail::GrowBlock(void* block, ULONG keep, ULONG newSize) {
     // Room left from the runtime's rounding or from an earlier step.
     if (usable >= wanted)
       return block;
-    // Half as much again is reserved: a block grown in many small steps
-    // then moves a logarithmic number of times, whatever the runtime does
-    // with blocks it cannot extend where they are. The caller's capacity is
-    // still the one it asked for; the reserve is only the block's size.
-    std::uint64_t ask = usable + usable / 2;
+    // The block at least doubles: one grown in many small steps then moves a
+    // logarithmic number of times, whatever the runtime does with blocks it
+    // cannot extend where they are (the untouched reserve costs address
+    // space, not memory). The caller's capacity is still the one it asked
+    // for; the reserve is only the block's size.
+    std::uint64_t ask = 2 * usable;
     if (ask < wanted)
       ask = wanted;
     if (ask > std::uint64_t(kMaxBlockSize) + kHeaderSize)
