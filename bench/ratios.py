@@ -26,10 +26,13 @@ def readable(ns):
 
 
 def load(path):
-    """{(scenario, size): {implementation: CPU time in ns}} in file order."""
+    """{(scenario, size): {implementation: CPU time in ns}} in the order the
+    program registers them (the file's order is random when the runs were
+    interleaved): scenarios as registered, each size from small to large,
+    implementations as registered."""
     with open(path) as f:
         data = json.load(f)
-    times = OrderedDict()
+    entries = []
     # With repetitions, the median of each benchmark stands for it; a single
     # run stands for itself.
     medians = {b["run_name"] for b in data["benchmarks"]
@@ -45,7 +48,16 @@ def load(path):
             continue
         scenario, impl, size = parts[0], parts[1], parts[2]
         scale = UNITS[b.get("time_unit", "ns")]
-        times.setdefault((scenario, size), OrderedDict())[impl] = b["cpu_time"] * scale
+        family = b.get("family_index", len(entries))
+        instance = b.get("per_family_instance_index", 0)
+        entries.append((family, instance, scenario, impl, size, b["cpu_time"] * scale))
+    first = {}
+    for family, _, scenario, _, _, _ in entries:
+        first[scenario] = min(first.get(scenario, family), family)
+    entries.sort(key=lambda e: (first[e[2]], e[1], e[0]))
+    times = OrderedDict()
+    for _, _, scenario, impl, size, ns in entries:
+        times.setdefault((scenario, size), OrderedDict())[impl] = ns
     return times
 
 

@@ -96,32 +96,40 @@ _GUID DeriveFromName(const char* name) {
 // Where the eight pairs of Data4 stand in the text form.
 constexpr ULONG kPairs[8] = {20, 22, 25, 27, 29, 31, 33, 35};
 
-// The character at `pos`, 0 past the end.
-char CharAt(const PASCIIString& text, ULONG pos) {
-  return pos < text.Len() ? static_cast<const char*>(text)[pos] : '\0';
-}
+// The character at `pos` of `length` characters at `chars`, 0 past the end
+// (as GetChar answers).
+char CharAt(const char* chars, ULONG length, ULONG pos) { return pos < length ? chars[pos] : '\0'; }
 
-// The value of one hexadecimal digit, -1 for anything else.
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9')
-    return c - '0';
-  if (c >= 'A' && c <= 'F')
-    return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f')
-    return c - 'a' + 10;
-  return -1;
-}
+// The value of each byte as a hexadecimal digit (either case), 0xFF for
+// every other byte. A table, not comparisons: random digits and letters
+// would mispredict a branch on almost every character.
+struct HexValues {
+  unsigned char value[256];
+  constexpr HexValues() : value() {
+    for (int c = 0; c < 256; ++c)
+      value[c] = 0xFF;
+    for (int c = '0'; c <= '9'; ++c)
+      value[c] = static_cast<unsigned char>(c - '0');
+    for (int c = 'A'; c <= 'F'; ++c)
+      value[c] = static_cast<unsigned char>(c - 'A' + 10);
+    for (int c = 'a'; c <= 'f'; ++c)
+      value[c] = static_cast<unsigned char>(c - 'a' + 10);
+  }
+};
+constexpr HexValues kHexValues;
 
 // `digits` hexadecimal digits at `text`, most significant first; false when
 // one of them is not a digit.
 bool ReadHexDigits(const char* text, int digits, std::uint32_t* value) {
   std::uint32_t result = 0;
+  unsigned seen = 0;
   for (int i = 0; i < digits; ++i) {
-    const int digit = HexDigit(text[i]);
-    if (digit < 0)
-      return false;
-    result = (result << 4) | static_cast<std::uint32_t>(digit);
+    const unsigned digit = kHexValues.value[static_cast<unsigned char>(text[i])];
+    seen |= digit;
+    result = (result << 4) | (digit & 0xF);
   }
+  if (seen & 0x80)
+    return false;
   *value = result;
   return true;
 }
@@ -129,8 +137,7 @@ bool ReadHexDigits(const char* text, int digits, std::uint32_t* value) {
 // The fields of a 38-character text, all of whose 32 digits are hexadecimal:
 // the values the hexadecimal readers give for them. False, with `id` left
 // alone, as soon as a digit is not one.
-bool ReadFields(const PASCIIString& text, _GUID* id) {
-  const char* chars = text;
+bool ReadFields(const char* chars, _GUID* id) {
   _GUID read;
   std::uint32_t value = 0;
   if (!ReadHexDigits(chars + 1, 8, &value))
@@ -171,17 +178,31 @@ PUniversalID::PUniversalID(const _H2_GUID& id) { std::memcpy(&m_id, &id, sizeof 
 PUniversalID::PUniversalID(const PASCIIString& text) : m_id() {
   // Each check raises on its own; a signal that returns lets parsing go on.
   // The checks read the characters in place (0 past the end, as GetChar
-  // answers), and read them again after a signal has returned.
-  if (text.Len() != kTextLength)
+  // answers), and look at the text afresh after a signal has returned (a
+  // hook may have changed it).
+  ULONG length = 0;
+  const char* chars = nullptr;
+  auto look = [&] {
+    length = text.Len();
+    chars = length ? static_cast<const char*>(text) : nullptr;
+  };
+  look();
+  if (length != kTextLength) {
     Raise(PError(kInvalidArgument), ErrorSeverityAbort, kLengthLine);
-  if (CharAt(text, 0) != '{' || CharAt(text, 37) != '}')
+    look();
+  }
+  if (CharAt(chars, length, 0) != '{' || CharAt(chars, length, 37) != '}') {
     Raise(PError(kInvalidArgument), ErrorSeverityAbort, kBraceLine);
-  if (CharAt(text, 9) != '-' || CharAt(text, 14) != '-' || CharAt(text, 19) != '-' ||
-      CharAt(text, 24) != '-')
+    look();
+  }
+  if (CharAt(chars, length, 9) != '-' || CharAt(chars, length, 14) != '-' ||
+      CharAt(chars, length, 19) != '-' || CharAt(chars, length, 24) != '-') {
     Raise(PError(kInvalidArgument), ErrorSeverityAbort, kHyphenLine);
+    look();
+  }
   // A well-formed text is read in place; anything else goes through the
   // hexadecimal readers field by field, which raise their own errors.
-  if (text.Len() == kTextLength && ReadFields(text, &m_id))
+  if (length == kTextLength && ReadFields(chars, &m_id))
     return;
   m_id.Data1 = HexaToUInt32(PASCIIString(text.Mid(1, 8)));
   m_id.Data2 = HexaToUInt16(PASCIIString(text.Mid(10, 4)));
