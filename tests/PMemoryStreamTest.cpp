@@ -5,6 +5,8 @@
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PMemoryStream.h>
 
+#include "support/ForwardingManager.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -610,19 +612,13 @@ TEST(MemoryStream, ErrorsArePreparedByTheHandler) {
 
 // A manager that refuses blocks above a limit, to reach the out-of-memory
 // paths without asking the system for gigabytes.
-struct LimitedManager {
+struct LimitedManager : qvtest::SystemCalls {
   static constexpr ULONG kLimit = 4096;
-  static void* Allocate(MemoryManager*, ULONG size, unsigned short mode) {
+  static void* Allocate(MemoryManager* self, ULONG size, unsigned short mode) {
     if (size > kLimit + 64)
       return nullptr;
-    return gSysManager->allocate(gSysManager, size, mode);
+    return SystemCalls::Allocate(self, size, mode);
   }
-  static void* Reallocate(MemoryManager*, void* block, ULONG size) {
-    return gSysManager->reallocate(gSysManager, block, size);
-  }
-  static ULONG Size(MemoryManager*, void* block) { return gSysManager->size(gSysManager, block); }
-  static void Release(MemoryManager*, void* block) { gSysManager->release(gSysManager, block); }
-  static void Stats(MemoryManager*, ULONG*, ULONG*, ULONG*) {}
 };
 
 class ScopedLimitedManager {

@@ -10,6 +10,8 @@
 #include <qvbase/PTime.h>
 #include <qvbase/PUniversalID.h>
 
+#include "support/ForwardingManager.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -453,17 +455,17 @@ public:
   static std::vector<ULONG> sizes;
 
 private:
-  static void* Allocate(MemoryManager*, ULONG size, unsigned short mode) {
+  static void* Allocate(MemoryManager* self, ULONG size, unsigned short mode) {
     sizes.push_back(size);
-    return gSysManager->allocate(gSysManager, size, mode);
+    return qvtest::SystemCalls::Allocate(self, size, mode);
   }
-  static void* Reallocate(MemoryManager*, void* block, ULONG size) {
-    return gSysManager->reallocate(gSysManager, block, size);
-  }
-  static ULONG Size(MemoryManager*, void* block) { return gSysManager->size(gSysManager, block); }
-  static void Release(MemoryManager*, void* block) { gSysManager->release(gSysManager, block); }
-  static void Stats(MemoryManager*, ULONG*, ULONG*, ULONG*) {}
-  MemoryManager m_manager = {0, "Counted", Allocate, Reallocate, Size, Release, Stats};
+  MemoryManager m_manager = {0,
+                             "Counted",
+                             Allocate,
+                             qvtest::SystemCalls::Reallocate,
+                             qvtest::SystemCalls::Size,
+                             qvtest::SystemCalls::Release,
+                             qvtest::SystemCalls::Stats};
   MemoryManager* m_previous;
 };
 std::vector<ULONG> CountedBlocks::sizes;
