@@ -250,6 +250,33 @@ public:
   int calls = 0;
 };
 
+// Replaces the text being parsed when the first error reaches it, and lets
+// every error through.
+class RewriteOnFirstError : public PErrorHook {
+public:
+  explicit RewriteOnFirstError(PASCIIString* text) : m_text(text) {}
+  TypErrorHandlingEnum DisplayError(PError&, ULONG) override {
+    if (calls++ == 0)
+      *m_text = PASCIIString("{0000000C-0000-0000-C000-000000000046}", true);
+    return ErrorHandlingIgnore;
+  }
+  int calls = 0;
+
+private:
+  PASCIIString* m_text;
+};
+
+TEST(PUniversalID, ChecksLookAtTheTextAfreshAfterALetThroughSignal) {
+  // The length check fails and its hook replaces the text: the later
+  // checks and the fields read the new text, not the old one's characters.
+  PASCIIString text("{short}", true);
+  RewriteOnFirstError hook(&text);
+  PErrorHookProtection protection(&hook, true);
+  PUniversalID id{text};
+  EXPECT_EQ(hook.calls, 1);
+  EXPECT_TRUE(id == IID_IStream);
+}
+
 TEST(PUniversalID, IgnoredParseErrorsGoOnAndReadTheFields) {
   IgnoreEverything hook;
   PErrorHookProtection protection(&hook, true);
