@@ -21,32 +21,52 @@ const LONG kCaret = '^';
 
 bool IsEmptyHandler(const PStringHandler* handler) { return !handler || handler->GetLen() == 0; }
 
-// A search or comparison partner made from narrow text for the length of one
-// call: the handler a free-type string built from that text would hold (copy
-// flag `copy`), without a string around it. Null text gives no handler.
-class NarrowOperand {
-public:
-  NarrowOperand(const char* text, bool copy) {
-    if (text && *text != '\0')
-      m_handler.emplace(text, 0, qvbase::strings::MeasureMultiByteText(text), copy);
-  }
-  // Null for a null or empty text.
-  PMBStringHandler* Get() { return m_handler ? &*m_handler : nullptr; }
-
-private:
-  std::optional<PMBStringHandler> m_handler;
-};
-
 // The library's own handlers look at a partner only for the length of the
 // call, so narrow text can be lent to them as a handler that no string holds.
 // A handler class of the application's may keep its partner (hold it in a
 // string, take a reference): it is given a partner that a temporary string
-// owns, as it always was.
-bool LendsToHandler(const PStringHandler* handler) {
-  const std::type_info& type = typeid(*handler);
+// owns, as it always was. No receiver (an empty string) looks at nothing.
+bool LendsToHandler(const PStringHandler* receiver) {
+  if (!receiver)
+    return true;
+  const std::type_info& type = typeid(*receiver);
   return type == typeid(PMBStringHandler) || type == typeid(PASCIIStringHandler) ||
          type == typeid(PUNIStringHandler);
 }
+
+// A free-type string that shows its handler.
+class OwningString : public PString {
+public:
+  OwningString(const char* text, bool copy) : PString(text, copy) {}
+  PStringHandler* Held() const { return Handler(); }
+};
+
+// A search, comparison or insert partner made from narrow text for the length
+// of one call, for the handler `receiver`: the handler a free-type string
+// built from that text would hold (copy flag `copy`). Lent without a string
+// around it where LendsToHandler allows, held by a temporary string
+// otherwise. Null or empty text gives no handler.
+class NarrowOperand {
+public:
+  NarrowOperand(const char* text, bool copy, const PStringHandler* receiver) {
+    if (!text || *text == '\0')
+      return;
+    if (LendsToHandler(receiver))
+      m_lent.emplace(text, 0, qvbase::strings::MeasureMultiByteText(text), copy);
+    else
+      m_owned.emplace(text, copy);
+  }
+  // Null for a null or empty text.
+  PStringHandler* Get() {
+    if (m_lent)
+      return &*m_lent;
+    return m_owned ? m_owned->Held() : nullptr;
+  }
+
+private:
+  std::optional<PMBStringHandler> m_lent;
+  std::optional<OwningString> m_owned;
+};
 
 ULONG FindForwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from, TypStringComp mode) {
   if (IsEmptyHandler(mine) || IsEmptyHandler(what))
@@ -286,16 +306,15 @@ void PString::InsertInto(PStringHandler* other, ULONG pos) {
 }
 
 void PString::Insert(const char* text, ULONG pos) {
-  // An empty string takes the text's own (borrowing) handler. A handler that
-  // is a duplicate of this one, or made from it by widening, receives the
-  // text: when that is one of the library's, which copies what it inserts,
-  // the text is only lent for the call.
-  if (IsEmpty() || !LendsToHandler(Handler())) {
+  if (IsEmpty()) {
+    // This string takes the text's own (borrowing) handler.
     PString wrapped(text, /*copy=*/false);
     Insert(wrapped, pos);
     return;
   }
-  NarrowOperand wrapped(text, /*copy=*/false);
+  // The handler that receives the text is a duplicate of this one, or made
+  // from it by widening: of the same class, or one of the library's.
+  NarrowOperand wrapped(text, /*copy=*/false, Handler());
   if (!IsEmptyHandler(wrapped.Get()))
     InsertInto(wrapped.Get(), pos);
 }
@@ -378,9 +397,7 @@ ULONG PString::FindForward(const PString& what, ULONG from, TypStringComp mode) 
 ULONG PString::FindForward(const char* what, ULONG from, TypStringComp mode) const {
   if (IsEmpty())
     return kStringNotFound;
-  if (!LendsToHandler(Handler()))
-    return FindForward(PString(what, gConstStrForceCopy), from, mode);
-  NarrowOperand wrapped(what, gConstStrForceCopy);
+  NarrowOperand wrapped(what, gConstStrForceCopy, Handler());
   return FindForwardIn(Handler(), wrapped.Get(), from, mode);
 }
 
@@ -397,9 +414,7 @@ ULONG PString::FindBackward(const PString& what, ULONG from, TypStringComp mode)
 ULONG PString::FindBackward(const char* what, ULONG from, TypStringComp mode) const {
   if (IsEmpty())
     return kStringNotFound;
-  if (!LendsToHandler(Handler()))
-    return FindBackward(PString(what, gConstStrForceCopy), from, mode);
-  NarrowOperand wrapped(what, gConstStrForceCopy);
+  NarrowOperand wrapped(what, gConstStrForceCopy, Handler());
   return FindBackwardIn(Handler(), wrapped.Get(), from, mode);
 }
 
@@ -419,9 +434,7 @@ LONG PString::CompareTo(const PString& other, TypStringComp mode) const {
 }
 
 LONG PString::CompareTo(const char* other, TypStringComp mode) const {
-  if (!IsEmpty() && !LendsToHandler(Handler()))
-    return CompareTo(PString(other, gConstStrForceCopy), mode);
-  NarrowOperand wrapped(other, gConstStrForceCopy);
+  NarrowOperand wrapped(other, gConstStrForceCopy, Handler());
   return CompareHandlers(Handler(), wrapped.Get(), mode);
 }
 
