@@ -5,7 +5,7 @@
 #include <qvbase/MemoryManager.h>
 #include <qvbase/PSmartData.h>
 
-#include "MemoryGrowth.h"
+#include "core/MemoryGrowth.h"
 
 #include <cstring>
 #include <new>

@@ -6,7 +6,7 @@
 #include <qvbase/PString.h>
 #include <qvbase/PUNIString.h>
 
-#include "PStringHandlerImpl.h"
+#include "strings/PStringHandlerImpl.h"
 
 #include <cstdio>
 #include <optional>

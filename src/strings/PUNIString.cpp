@@ -3,7 +3,7 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
-#include "PStringHandlerImpl.h"
+#include "strings/PStringHandlerImpl.h"
 #include "native/Locale.h"
 
 #include <cstring>

@@ -2,7 +2,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PTextStream.h>
 
-#include "PStreamHandlerRef.h"
+#include "streams/PStreamHandlerRef.h"
 
 PTextStream::PTextStream() : m_handler(nullptr) {}
 

@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "MemoryGrowth.h"
+#include "core/MemoryGrowth.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/MemoryManager.h>
 
-#include "MemoryGrowth.h"
+#include "core/MemoryGrowth.h"
 #include "native/Memory.h"
 
 #include <cstdint>

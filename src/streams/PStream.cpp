@@ -9,7 +9,7 @@
 
 #include <new>
 
-#include "PStreamHandlerRef.h"
+#include "streams/PStreamHandlerRef.h"
 
 namespace {
 

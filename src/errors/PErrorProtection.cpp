@@ -2,7 +2,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PErrorProtection.h>
 
-#include "ErrorTrace.h"
+#include "errors/ErrorTrace.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <qvbase/PErrorProtection.h>
 
-#include "DatePlaceholder.h"
+#include "time/DatePlaceholder.h"
 
 #include <cstdint>
 #include <cstdlib>

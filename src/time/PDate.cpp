@@ -5,7 +5,7 @@
 #include <qvbase/PASCIIString.h>
 #include <qvbase/PErrorProtection.h>
 
-#include "DatePlaceholder.h"
+#include "time/DatePlaceholder.h"
 #include "native/Calendar.h"
 #include "native/Time.h"
 

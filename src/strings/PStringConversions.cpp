@@ -3,7 +3,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PStringConversions.h>
 
-#include "PStringHandlerImpl.h"
+#include "strings/PStringHandlerImpl.h"
 #include "native/Locale.h"
 
 #include <clocale>

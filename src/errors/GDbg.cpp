@@ -2,7 +2,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/GDbg.h>
 
-#include "ErrorTrace.h"
+#include "errors/ErrorTrace.h"
 #include "native/Registry.h"
 
 #include <cstdio>
