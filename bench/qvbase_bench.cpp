@@ -94,18 +94,21 @@ void StreamQvbase(benchmark::State& state, unsigned short ordering) {
 // the typed row costs more is what PStream's guard and typed values cost.
 class DirectMemory : public PMemoryStreamHdl {
 public:
-  using PMemoryStreamHdl::PMemoryStreamHdl;
   using PMemoryStreamHdl::IOOpen;
   using PMemoryStreamHdl::IORead;
   using PMemoryStreamHdl::IOSetPos;
   using PMemoryStreamHdl::IOWrite;
+  using PMemoryStreamHdl::PMemoryStreamHdl;
 };
 
 template <typename T>
 T Ordered(T v, bool swap) {
-  if (!swap) return v;
-  if constexpr (sizeof(T) == 2) return static_cast<T>(__builtin_bswap16(static_cast<std::uint16_t>(v)));
-  if constexpr (sizeof(T) == 4) return static_cast<T>(__builtin_bswap32(static_cast<std::uint32_t>(v)));
+  if (!swap)
+    return v;
+  if constexpr (sizeof(T) == 2)
+    return static_cast<T>(__builtin_bswap16(static_cast<std::uint16_t>(v)));
+  if constexpr (sizeof(T) == 4)
+    return static_cast<T>(__builtin_bswap32(static_cast<std::uint32_t>(v)));
   return static_cast<T>(__builtin_bswap64(static_cast<std::uint64_t>(v)));
 }
 
@@ -208,9 +211,12 @@ void StreamPoco(benchmark::State& state, Poco::BinaryWriter::StreamByteOrder wOr
 // The floor: raw bytes appended to a vector, swapped by hand when asked.
 template <typename T>
 T Swap(T v, bool swap) {
-  if (!swap) return v;
-  if constexpr (sizeof(T) == 4) return static_cast<T>(__builtin_bswap32(static_cast<std::uint32_t>(v)));
-  if constexpr (sizeof(T) == 8) return static_cast<T>(__builtin_bswap64(static_cast<std::uint64_t>(v)));
+  if (!swap)
+    return v;
+  if constexpr (sizeof(T) == 4)
+    return static_cast<T>(__builtin_bswap32(static_cast<std::uint32_t>(v)));
+  if constexpr (sizeof(T) == 8)
+    return static_cast<T>(__builtin_bswap64(static_cast<std::uint64_t>(v)));
   return v;
 }
 
@@ -266,7 +272,8 @@ constexpr ULONG kMiB = 1024 * 1024;
 
 std::vector<char> Chunk(size_t size) {
   std::vector<char> chunk(size);
-  for (size_t i = 0; i < size; ++i) chunk[i] = static_cast<char>(i * 7);
+  for (size_t i = 0; i < size; ++i)
+    chunk[i] = static_cast<char>(i * 7);
   return chunk;
 }
 
@@ -278,7 +285,8 @@ void BulkQvbase(benchmark::State& state, ULONG chunkSize, ULONG granularity) {
   for (auto _ : state) {
     PStream s(new PMemoryStreamHdl(granularity));
     s.Open(OpenWrite);
-    for (ULONG done = 0; done < total; done += chunkSize) s.Write(chunk.data(), chunkSize, 1);
+    for (ULONG done = 0; done < total; done += chunkSize)
+      s.Write(chunk.data(), chunkSize, 1);
     benchmark::DoNotOptimize(s.GetPos());
   }
   state.SetBytesProcessed(state.iterations() * total);
@@ -289,7 +297,8 @@ void BulkVector(benchmark::State& state, ULONG chunkSize) {
   const auto chunk = Chunk(chunkSize);
   for (auto _ : state) {
     std::vector<char> out;
-    for (ULONG done = 0; done < total; done += chunkSize) out.insert(out.end(), chunk.begin(), chunk.end());
+    for (ULONG done = 0; done < total; done += chunkSize)
+      out.insert(out.end(), chunk.begin(), chunk.end());
     benchmark::DoNotOptimize(out.data());
   }
   state.SetBytesProcessed(state.iterations() * total);
@@ -301,7 +310,8 @@ void BulkMemcpy(benchmark::State& state, ULONG chunkSize) {
   const auto chunk = Chunk(chunkSize);
   std::vector<char> out(total);
   for (auto _ : state) {
-    for (ULONG done = 0; done < total; done += chunkSize) std::memcpy(out.data() + done, chunk.data(), chunkSize);
+    for (ULONG done = 0; done < total; done += chunkSize)
+      std::memcpy(out.data() + done, chunk.data(), chunkSize);
     benchmark::DoNotOptimize(out.data());
     benchmark::ClobberMemory();
   }
@@ -313,7 +323,8 @@ void BulkMemcpy(benchmark::State& state, ULONG chunkSize) {
 
 void IdTextQvbase(benchmark::State& state) {
   std::vector<PUniversalID> ids(static_cast<size_t>(state.range(0)));
-  for (auto& id : ids) id.CreateNew();
+  for (auto& id : ids)
+    id.CreateNew();
   for (auto _ : state) {
     ULONG same = 0;
     for (const auto& id : ids) {
@@ -328,7 +339,8 @@ void IdTextQvbase(benchmark::State& state) {
 
 void IdTextQt(benchmark::State& state) {
   std::vector<QUuid> ids(static_cast<size_t>(state.range(0)));
-  for (auto& id : ids) id = QUuid::createUuid();
+  for (auto& id : ids)
+    id = QUuid::createUuid();
   for (auto _ : state) {
     unsigned same = 0;
     for (const auto& id : ids) {
@@ -344,7 +356,8 @@ void IdTextQt(benchmark::State& state) {
 void IdTextBoost(benchmark::State& state) {
   boost::uuids::random_generator random;
   std::vector<boost::uuids::uuid> ids(static_cast<size_t>(state.range(0)));
-  for (auto& id : ids) id = random();
+  for (auto& id : ids)
+    id = random();
   boost::uuids::string_generator parse;
   for (auto _ : state) {
     unsigned same = 0;
@@ -359,9 +372,12 @@ void IdTextBoost(benchmark::State& state) {
 }
 
 void IdTextLibuuid(benchmark::State& state) {
-  struct Id { uuid_t bytes; };
+  struct Id {
+    uuid_t bytes;
+  };
   std::vector<Id> ids(static_cast<size_t>(state.range(0)));
-  for (auto& id : ids) uuid_generate_random(id.bytes);
+  for (auto& id : ids)
+    uuid_generate_random(id.bytes);
   for (auto _ : state) {
     unsigned same = 0;
     for (const auto& id : ids) {
@@ -378,7 +394,8 @@ void IdTextLibuuid(benchmark::State& state) {
 
 std::vector<std::string> Names(int n) {
   std::vector<std::string> names;
-  for (int i = 0; i < n; ++i) names.push_back("Section" + std::to_string(i));
+  for (int i = 0; i < n; ++i)
+    names.push_back("Section" + std::to_string(i));
   return names;
 }
 
@@ -386,7 +403,8 @@ void IdNameQvbase(benchmark::State& state) {
   const auto names = Names(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     std::uint64_t acc = 0;
-    for (const auto& name : names) acc ^= PAutomaticUID(name.c_str()).Huge1();
+    for (const auto& name : names)
+      acc ^= PAutomaticUID(name.c_str()).Huge1();
     benchmark::DoNotOptimize(acc);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -397,7 +415,8 @@ void IdNameQt(benchmark::State& state) {
   const QUuid ns = QUuid::createUuid();
   for (auto _ : state) {
     unsigned acc = 0;
-    for (const auto& name : names) acc ^= QUuid::createUuidV5(ns, QByteArray(name.c_str())).data1;
+    for (const auto& name : names)
+      acc ^= QUuid::createUuidV5(ns, QByteArray(name.c_str())).data1;
     benchmark::DoNotOptimize(acc);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -409,7 +428,8 @@ void IdNameBoost(benchmark::State& state) {
   boost::uuids::name_generator_sha1 gen(random());
   for (auto _ : state) {
     unsigned acc = 0;
-    for (const auto& name : names) acc ^= gen(name).data[0];
+    for (const auto& name : names)
+      acc ^= gen(name).data[0];
     benchmark::DoNotOptimize(acc);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -446,7 +466,8 @@ void SectionsQvbase(benchmark::State& state) {
       section.Close();
     }
     s.MoveTo(0);
-    for (int i = 0; i < n; ++i) SkipCurrentSection(s);
+    for (int i = 0; i < n; ++i)
+      SkipCurrentSection(s);
     benchmark::DoNotOptimize(s.GetPos());
   }
   state.SetItemsProcessed(state.iterations() * n);
@@ -514,14 +535,16 @@ std::vector<std::string> Records(int n) {
   records.reserve(static_cast<size_t>(n));
   char text[64];
   for (int i = 0; i < n; ++i) {
-    std::snprintf(text, sizeof text, "record-%06d quick brown fox jumps over", (i * 7919) % 1000003);
+    std::snprintf(text, sizeof text, "record-%06d quick brown fox jumps over",
+                  (i * 7919) % 1000003);
     records.emplace_back(text);
   }
   return records;
 }
 
 std::string Upper(std::string s) {
-  for (auto& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (auto& c : s)
+    c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   return s;
 }
 
@@ -529,20 +552,23 @@ template <typename Text>
 std::vector<Text> Texts(const std::vector<std::string>& records) {
   std::vector<Text> texts;
   texts.reserve(records.size());
-  for (const auto& r : records) texts.emplace_back(r.c_str(), true);
+  for (const auto& r : records)
+    texts.emplace_back(r.c_str(), true);
   return texts;
 }
 
 std::vector<QString> QTexts(const std::vector<std::string>& records) {
   std::vector<QString> texts;
   texts.reserve(records.size());
-  for (const auto& r : records) texts.push_back(QString::fromStdString(r));
+  for (const auto& r : records)
+    texts.push_back(QString::fromStdString(r));
   return texts;
 }
 
 std::vector<std::string> Uppers(const std::vector<std::string>& records) {
   std::vector<std::string> uppers;
-  for (const auto& r : records) uppers.push_back(Upper(r));
+  for (const auto& r : records)
+    uppers.push_back(Upper(r));
   return uppers;
 }
 
@@ -617,7 +643,8 @@ void StrFindQvbase(benchmark::State& state) {
   const Text word("over", true);
   for (auto _ : state) {
     ULONG total = 0;
-    for (const auto& t : texts) total += t.FindForward(word, 0, kStrCompExact);
+    for (const auto& t : texts)
+      total += t.FindForward(word, 0, kStrCompExact);
     benchmark::DoNotOptimize(total);
   }
 }
@@ -626,7 +653,8 @@ void StrFindStd(benchmark::State& state) {
   const std::string word("over");
   for (auto _ : state) {
     size_t total = 0;
-    for (const auto& t : texts) total += t.find(word);
+    for (const auto& t : texts)
+      total += t.find(word);
     benchmark::DoNotOptimize(total);
   }
 }
@@ -635,7 +663,8 @@ void StrFindQt(benchmark::State& state) {
   const QString word = QStringLiteral("over");
   for (auto _ : state) {
     int total = 0;
-    for (const auto& t : texts) total += t.indexOf(word);
+    for (const auto& t : texts)
+      total += t.indexOf(word);
     benchmark::DoNotOptimize(total);
   }
 }
@@ -647,7 +676,8 @@ void StrNoCaseQvbase(benchmark::State& state) {
   const auto a = Texts<Text>(records), b = Texts<Text>(Uppers(records));
   for (auto _ : state) {
     LONG equal = 0;
-    for (size_t i = 0; i < a.size(); ++i) equal += a[i].CompareTo(b[i], kStrCompIgnoreCase) == 0;
+    for (size_t i = 0; i < a.size(); ++i)
+      equal += a[i].CompareTo(b[i], kStrCompIgnoreCase) == 0;
     benchmark::DoNotOptimize(equal);
   }
 }
@@ -656,7 +686,8 @@ void StrNoCaseStd(benchmark::State& state) {
   const auto b = Uppers(a);
   for (auto _ : state) {
     int equal = 0;
-    for (size_t i = 0; i < a.size(); ++i) equal += strcasecmp(a[i].c_str(), b[i].c_str()) == 0;
+    for (size_t i = 0; i < a.size(); ++i)
+      equal += strcasecmp(a[i].c_str(), b[i].c_str()) == 0;
     benchmark::DoNotOptimize(equal);
   }
 }
@@ -665,7 +696,8 @@ void StrNoCaseQt(benchmark::State& state) {
   const auto a = QTexts(records), b = QTexts(Uppers(records));
   for (auto _ : state) {
     int equal = 0;
-    for (size_t i = 0; i < a.size(); ++i) equal += a[i].compare(b[i], Qt::CaseInsensitive) == 0;
+    for (size_t i = 0; i < a.size(); ++i)
+      equal += a[i].compare(b[i], Qt::CaseInsensitive) == 0;
     benchmark::DoNotOptimize(equal);
   }
 }
@@ -676,7 +708,8 @@ void StrOrderQvbase(benchmark::State& state) {
   const auto texts = Texts<Text>(Records(static_cast<int>(state.range(0))));
   for (auto _ : state) {
     int less = 0;
-    for (size_t i = 1; i < texts.size(); ++i) less += texts[i - 1] < texts[i];
+    for (size_t i = 1; i < texts.size(); ++i)
+      less += texts[i - 1] < texts[i];
     benchmark::DoNotOptimize(less);
   }
 }
@@ -684,7 +717,8 @@ void StrOrderStd(benchmark::State& state) {
   const auto texts = Records(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     int less = 0;
-    for (size_t i = 1; i < texts.size(); ++i) less += texts[i - 1] < texts[i];
+    for (size_t i = 1; i < texts.size(); ++i)
+      less += texts[i - 1] < texts[i];
     benchmark::DoNotOptimize(less);
   }
 }
@@ -692,7 +726,8 @@ void StrOrderQt(benchmark::State& state) {
   const auto texts = QTexts(Records(static_cast<int>(state.range(0))));
   for (auto _ : state) {
     int less = 0;
-    for (size_t i = 1; i < texts.size(); ++i) less += texts[i - 1] < texts[i];
+    for (size_t i = 1; i < texts.size(); ++i)
+      less += texts[i - 1] < texts[i];
     benchmark::DoNotOptimize(less);
   }
 }
@@ -720,7 +755,7 @@ public:
 // own, so that the smart back ends never delete one.
 struct Items {
   std::vector<Item*> all;
-  std::vector<Item*> probes;  // the elements found and removed
+  std::vector<Item*> probes; // the elements found and removed
   explicit Items(int n) {
     for (int i = 0; i < n; ++i) {
       all.push_back(new Item);
@@ -728,10 +763,12 @@ struct Items {
       all.back()->AddRef();
     }
     const int k = std::min(n, 100);
-    for (int j = 0; j < k; ++j) probes.push_back(all[static_cast<size_t>(j) * n / k]);
+    for (int j = 0; j < k; ++j)
+      probes.push_back(all[static_cast<size_t>(j) * n / k]);
   }
   ~Items() {
-    for (Item* item : all) item->Release();
+    for (Item* item : all)
+      item->Release();
   }
 };
 
@@ -739,11 +776,15 @@ void ListQvbase(benchmark::State& state, PList::DataFactory factory) {
   const Items items(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     ItemList list(factory);
-    for (Item* item : items.all) list.Add(item);
+    for (Item* item : items.all)
+      list.Add(item);
     long sum = 0;
-    for (ULONG i = 0; i < list.Size(); ++i) sum += list.At(i)->value;
-    for (const Item* item : items.probes) sum += list.IndexOf(item);
-    for (const Item* item : items.probes) list.Remove(item);
+    for (ULONG i = 0; i < list.Size(); ++i)
+      sum += list.At(i)->value;
+    for (const Item* item : items.probes)
+      sum += list.IndexOf(item);
+    for (const Item* item : items.probes)
+      list.Remove(item);
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -753,11 +794,15 @@ void ListStdList(benchmark::State& state) {
   const Items items(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     std::list<Item*> list;
-    for (Item* item : items.all) list.push_back(item);
+    for (Item* item : items.all)
+      list.push_back(item);
     long sum = 0;
-    for (Item* item : list) sum += item->value;  // a list has no index walk
-    for (Item* item : items.probes) sum += std::distance(list.begin(), std::find(list.begin(), list.end(), item));
-    for (Item* item : items.probes) list.erase(std::find(list.begin(), list.end(), item));
+    for (Item* item : list)
+      sum += item->value; // a list has no index walk
+    for (Item* item : items.probes)
+      sum += std::distance(list.begin(), std::find(list.begin(), list.end(), item));
+    for (Item* item : items.probes)
+      list.erase(std::find(list.begin(), list.end(), item));
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -767,11 +812,15 @@ void ListStdVector(benchmark::State& state) {
   const Items items(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     std::vector<Item*> list;
-    for (Item* item : items.all) list.push_back(item);
+    for (Item* item : items.all)
+      list.push_back(item);
     long sum = 0;
-    for (size_t i = 0; i < list.size(); ++i) sum += list[i]->value;
-    for (Item* item : items.probes) sum += std::find(list.begin(), list.end(), item) - list.begin();
-    for (Item* item : items.probes) list.erase(std::find(list.begin(), list.end(), item));
+    for (size_t i = 0; i < list.size(); ++i)
+      sum += list[i]->value;
+    for (Item* item : items.probes)
+      sum += std::find(list.begin(), list.end(), item) - list.begin();
+    for (Item* item : items.probes)
+      list.erase(std::find(list.begin(), list.end(), item));
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -781,11 +830,15 @@ void ListQt(benchmark::State& state) {
   const Items items(static_cast<int>(state.range(0)));
   for (auto _ : state) {
     QList<Item*> list;
-    for (Item* item : items.all) list.append(item);
+    for (Item* item : items.all)
+      list.append(item);
     long sum = 0;
-    for (int i = 0; i < list.size(); ++i) sum += list.at(i)->value;
-    for (Item* item : items.probes) sum += list.indexOf(item);
-    for (Item* item : items.probes) list.removeOne(item);
+    for (int i = 0; i < list.size(); ++i)
+      sum += list.at(i)->value;
+    for (Item* item : items.probes)
+      sum += list.indexOf(item);
+    for (Item* item : items.probes)
+      list.removeOne(item);
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
@@ -795,7 +848,7 @@ void ListQt(benchmark::State& state) {
 // An error carrying N information items (alternately integers and strings),
 // signalled under three nested protections and caught outside them.
 
-const char* const kInfoKeys[] = {"i0", "i1", "i2", "i3", "i4", "i5", "i6", "i7",
+const char* const kInfoKeys[] = {"i0", "i1", "i2",  "i3",  "i4",  "i5",  "i6",  "i7",
                                  "i8", "i9", "i10", "i11", "i12", "i13", "i14", "i15"};
 
 void ErrorQvbase(benchmark::State& state) {
@@ -846,7 +899,8 @@ void ErrorStd(benchmark::State& state) {
       Guard inner(&depth);
       InfoError error("1001");
       for (int i = 0; i < n; ++i)
-        error.info.emplace_back(kInfoKeys[i], (i & 1) ? std::string("a file name.txt") : std::to_string(i));
+        error.info.emplace_back(kInfoKeys[i],
+                                (i & 1) ? std::string("a file name.txt") : std::to_string(i));
       throw error;
     } catch (const InfoError& e) {
       caught += static_cast<long>(e.info.size()) + e.what()[0];
@@ -905,7 +959,8 @@ void Register() {
   values(RegisterBenchmark("stream_le/qvbase", StreamQvbase, kByteOrderingIntel));
   values(RegisterBenchmark("stream_le/qvbase_direct", StreamQvbaseDirect, false));
   values(RegisterBenchmark("stream_le/qt", StreamQt, QDataStream::LittleEndian));
-  values(RegisterBenchmark("stream_le/poco", StreamPoco, Poco::BinaryWriter::LITTLE_ENDIAN_BYTE_ORDER,
+  values(RegisterBenchmark("stream_le/poco", StreamPoco,
+                           Poco::BinaryWriter::LITTLE_ENDIAN_BYTE_ORDER,
                            Poco::BinaryReader::LITTLE_ENDIAN_BYTE_ORDER));
   values(RegisterBenchmark("stream_le/memcpy", StreamMemcpy, false));
 
@@ -969,7 +1024,8 @@ void Register() {
 int main(int argc, char** argv) {
   Register();
   benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    return 1;
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

@@ -61,12 +61,14 @@ void WriteDocument(PStream& file) {
   const char pixels[8] = {0, 1, 2, 3, 4, 5, 6, 7};
   thumbnail.WriteArray(pixels, sizeof pixels);
   thumbnail.Close();
-  std::printf("wrote section Thumbnail, %llu bytes\n", static_cast<unsigned long long>(thumbnail.GetSize()));
+  std::printf("wrote section Thumbnail, %llu bytes\n",
+              static_cast<unsigned long long>(thumbnail.GetSize()));
 
   PStreamSection summary = OpenWriteSection(file, kSummary, /*version=*/1);
   summary.Write(PString("Totals"));
   summary.Close();
-  std::printf("wrote section Summary, %llu bytes\n", static_cast<unsigned long long>(summary.GetSize()));
+  std::printf("wrote section Summary, %llu bytes\n",
+              static_cast<unsigned long long>(summary.GetSize()));
 }
 
 bool Save(PStream& file, const std::string& path) {
@@ -106,8 +108,8 @@ void ReadDocument(PStream& file) {
       document.Read(&written);
       document.Read(&editing);
       std::printf("read Document version %u: \"%s\", %d pages, author %s\n",
-                  static_cast<unsigned>(document.Version()), Text(title).c_str(), static_cast<int>(pages),
-                  author == kAuthor ? "Author" : IdText(author).c_str());
+                  static_cast<unsigned>(document.Version()), Text(title).c_str(),
+                  static_cast<int>(pages), author == kAuthor ? "Author" : IdText(author).c_str());
       std::printf("  written at %lld ticks since 1970, edited for %s\n",
                   static_cast<long long>(written.GetValue().GetValue()),
                   static_cast<const char*>(editing.Format(PMBString("^HH^:^mm^:^ss^"))));
@@ -153,8 +155,8 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "cannot write %s\n", path.c_str());
       return 1;
     }
-    std::printf("saved %llu bytes to %s (%s)\n", static_cast<unsigned long long>(file.GetSize()), path.c_str(),
-                motorola ? "MM" : "II");
+    std::printf("saved %llu bytes to %s (%s)\n", static_cast<unsigned long long>(file.GetSize()),
+                path.c_str(), motorola ? "MM" : "II");
 
     PStream back = NewMemoryStream();
     back.SetByteOrdering(file.GetByteOrdering());

@@ -136,8 +136,8 @@ struct IQVErrorHandler : public IUnknown {
 };
 
 // {A4E6DCF2-F1C8-11D2-9F6F-0080C84E04AB}
-inline constexpr IID IID_IQVErrorHandler = {0xA4E6DCF2, 0xF1C8, 0x11D2,
-                                            {0x9F, 0x6F, 0x00, 0x80, 0xC8, 0x4E, 0x04, 0xAB}};
+inline constexpr IID IID_IQVErrorHandler = {
+    0xA4E6DCF2, 0xF1C8, 0x11D2, {0x9F, 0x6F, 0x00, 0x80, 0xC8, 0x4E, 0x04, 0xAB}};
 
 // Adds one string detail to every error; does not forward the preparation,
 // so protections outside it add nothing.

@@ -92,7 +92,8 @@ protected:
 private:
   PStreamSectionHdl* SectionHandler() const;
 
-  friend QVBASE_API PStreamSection OpenWriteSection(PStream& parent, const PUniversalID& id, ULONG version);
+  friend QVBASE_API PStreamSection OpenWriteSection(PStream& parent, const PUniversalID& id,
+                                                    ULONG version);
   friend QVBASE_API PStreamSection OpenReadSection(PStream& parent);
   friend QVBASE_API PStreamSection OpenReadSection(PStream& parent, const PUniversalID& id);
 };

@@ -39,18 +39,18 @@ constexpr ULONG kStringNotFound = 0xFFFFFFFFu;
 // How comparisons and searches compare characters. Any value other than the
 // named ones selects the exact comparison, so the type holds every int.
 enum TypStringComp : int {
-  kStrCompExact = 0,        // byte or unit order
-  kStrCompIgnoreCase = 1,   // case folded
-  kStrCompCollate = 2,      // the locale's collation (exact for ASCII)
-  kStrCompNoCase = 3,       // the same functions as kStrCompIgnoreCase
-  kStrCompComposite = 4     // PString::CompareTo only: ignore case, then collate, then exact
+  kStrCompExact = 0,      // byte or unit order
+  kStrCompIgnoreCase = 1, // case folded
+  kStrCompCollate = 2,    // the locale's collation (exact for ASCII)
+  kStrCompNoCase = 3,     // the same functions as kStrCompIgnoreCase
+  kStrCompComposite = 4   // PString::CompareTo only: ignore case, then collate, then exact
 };
 
 // The character repertoire of a handler's content.
 enum TypCodeSet : int {
-  kCodeSetASCII = 1,        // 7-bit
-  kCodeSetMultiByte = 2,    // the C runtime locale's multibyte code page
-  kCodeSetUnicode = 3       // 16-bit units
+  kCodeSetASCII = 1,     // 7-bit
+  kCodeSetMultiByte = 2, // the C runtime locale's multibyte code page
+  kCodeSetUnicode = 3    // 16-bit units
 };
 
 // A compare function of a handler: two buffers and a count of characters

@@ -67,11 +67,11 @@ private:
 
 // SystemFormat's forms.
 enum : unsigned char {
-  kSystemFormatDateTime = 0,   // short date, one space, time of day
+  kSystemFormatDateTime = 0, // short date, one space, time of day
   kSystemFormatShortDate = 1,
   kSystemFormatLongDate = 2,
   kSystemFormatTime = 3,
-  kSystemFormatLongDateTime = 4,  // long date, one space, time of day
+  kSystemFormatLongDateTime = 4, // long date, one space, time of day
 };
 
 class QVBASE_API WINLocalDate : public PLocalDate {

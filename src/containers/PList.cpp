@@ -26,7 +26,8 @@ void* AllocateRaw(std::size_t bytes) {
 }
 
 // Library objects are made through the one allocation function, then built.
-template <typename T> PListData* Construct() {
+template <typename T>
+PListData* Construct() {
   void* memory = GCPPAllocation(sizeof(T), nullptr);
   return memory ? ::new (memory) T : nullptr;
 }
@@ -485,7 +486,9 @@ void PList::RemoveAnIdx(ULONG index) {
     data->RemoveARef(index);
 }
 
-void* PList::GetAnObject(ULONG index) const { return data ? data->FindAnObjectFromIdx(index) : nullptr; }
+void* PList::GetAnObject(ULONG index) const {
+  return data ? data->FindAnObjectFromIdx(index) : nullptr;
+}
 
 ULONG PList::GetAnIndex(const void* object) const {
   return data ? data->FindAnIdxFromObject(object) : kListNoIndex;

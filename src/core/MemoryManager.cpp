@@ -53,7 +53,8 @@ void SysStats(MemoryManager*, ULONG* total, ULONG* available, ULONG* largest) {
 }
 
 MemoryManager gSysManagerRecord = {
-    /*reserved=*/0, "System", SysAllocate, SysReallocate, SysSize, SysRelease, SysStats,
+    /*reserved=*/0, "System",   SysAllocate, SysReallocate,
+    SysSize,        SysRelease, SysStats,
 };
 
 // Null means gSysManager.
@@ -119,8 +120,9 @@ void* GMemReallocation(void* block, ULONG newSize) {
   // behaviour and check sizes rather than the pointer. A size that leaves no
   // room for the header fails the same way without asking the manager.
   MemoryManager* owner = OwnerOf(block);
-  void* managerBlock =
-      newSize > kMaxBlockSize ? nullptr : owner->reallocate(owner, HeaderOf(block), newSize + kHeaderSize);
+  void* managerBlock = newSize > kMaxBlockSize
+                           ? nullptr
+                           : owner->reallocate(owner, HeaderOf(block), newSize + kHeaderSize);
   // The owner word travels with the block, so it is not written again.
   return reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(managerBlock) + kHeaderSize);
 }

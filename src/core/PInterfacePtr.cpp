@@ -30,7 +30,8 @@ PInterfacePtr::PInterfacePtr(IUnknown* object) : m_interface(object) {
     m_interface->AddRef();
 }
 
-PInterfacePtr::PInterfacePtr(const PInterfacePtr& other) : PRoot(other), m_interface(other.m_interface) {}
+PInterfacePtr::PInterfacePtr(const PInterfacePtr& other)
+    : PRoot(other), m_interface(other.m_interface) {}
 
 PInterfacePtr& PInterfacePtr::operator=(const PInterfacePtr& other) {
   m_interface = other.m_interface;
@@ -71,7 +72,8 @@ void PInterfacePtr::AssignTo(IUnknown* object, const PUniversalID& iid) {
 void PInterfacePtr::CreateData(const PUniversalID& clsid, const PUniversalID& iid) {
   IUnknown* old = m_interface;
   void* result = nullptr;
-  HRESULT status = qvbase::native::CreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, &result);
+  HRESULT status =
+      qvbase::native::CreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, &result);
   m_interface = static_cast<IUnknown*>(result);
   if (old)
     old->Release();

@@ -255,9 +255,13 @@ bool PUniversalID::IsValid() const {
   return !SameBytes(m_id, kNull);
 }
 
-bool PUniversalID::operator==(const PUniversalID& other) const { return SameBytes(m_id, other.m_id); }
+bool PUniversalID::operator==(const PUniversalID& other) const {
+  return SameBytes(m_id, other.m_id);
+}
 
-bool PUniversalID::operator!=(const PUniversalID& other) const { return !SameBytes(m_id, other.m_id); }
+bool PUniversalID::operator!=(const PUniversalID& other) const {
+  return !SameBytes(m_id, other.m_id);
+}
 
 bool PUniversalID::operator==(const _GUID& other) const { return SameBytes(m_id, other); }
 
@@ -286,8 +290,10 @@ std::uint16_t PUniversalID::Group4() const { return (m_id.Data4[0] || m_id.Data4
 std::uint16_t PUniversalID::Group51() const { return (m_id.Data4[2] || m_id.Data4[3]) ? 1 : 0; }
 
 std::uint32_t PUniversalID::Group52() const {
-  return static_cast<std::uint32_t>(m_id.Data4[4]) | (static_cast<std::uint32_t>(m_id.Data4[5]) << 8) |
-         (static_cast<std::uint32_t>(m_id.Data4[6]) << 16) | (static_cast<std::uint32_t>(m_id.Data4[7]) << 24);
+  return static_cast<std::uint32_t>(m_id.Data4[4]) |
+         (static_cast<std::uint32_t>(m_id.Data4[5]) << 8) |
+         (static_cast<std::uint32_t>(m_id.Data4[6]) << 16) |
+         (static_cast<std::uint32_t>(m_id.Data4[7]) << 24);
 }
 
 std::uint64_t PUniversalID::Huge1() const {

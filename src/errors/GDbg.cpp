@@ -76,10 +76,14 @@ void Indent() {
 
 const char* SeverityTraceName(TypErrorSeverityEnum severity) {
   switch (severity) {
-  case ErrorSeverityAbort: return "abort error";
-  case ErrorSeverityError: return "error";
-  case ErrorSeverityWarning: return "warning";
-  case ErrorSeverityFatal: return "fatal error";
+  case ErrorSeverityAbort:
+    return "abort error";
+  case ErrorSeverityError:
+    return "error";
+  case ErrorSeverityWarning:
+    return "warning";
+  case ErrorSeverityFatal:
+    return "fatal error";
   }
   return "bad severity error";
 }
@@ -114,8 +118,8 @@ void TraceErrorTransformed(const PError& error) {
   if (gNoErrorMode > 0 || !BeginRecord())
     return;
   char line[128];
-  std::snprintf(line, sizeof line, "--> transformed to %s %i :", SeverityTraceName(error.Severity()),
-                error.Code());
+  std::snprintf(line, sizeof line,
+                "--> transformed to %s %i :", SeverityTraceName(error.Severity()), error.Code());
   Indent();
   Write(line);
   error.DbgDisplayOutput(Write);

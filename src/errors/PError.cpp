@@ -20,7 +20,8 @@ namespace {
 
 // A library object, or null when memory is exhausted: the error object must
 // never throw while it records details.
-template <typename T, typename... Args> T* NewOrNull(Args&&... args) {
+template <typename T, typename... Args>
+T* NewOrNull(Args&&... args) {
   try {
     return new T(std::forward<Args>(args)...);
   } catch (const std::bad_alloc&) {
@@ -65,7 +66,9 @@ private:
 class PErrorInfoList : public PList {
 public:
   PErrorInfoList() : PList(GLinkedListDataConstructor) {}
-  PErrorInfoEntry* At(ULONG index) const { return static_cast<PErrorInfoEntry*>(GetAnObject(index)); }
+  PErrorInfoEntry* At(ULONG index) const {
+    return static_cast<PErrorInfoEntry*>(GetAnObject(index));
+  }
   void Append(PErrorInfoEntry* entry) { AddAnObjectTail(entry); }
   void Remove(PErrorInfoEntry* entry) { RemoveAnObject(entry); }
 };
@@ -135,7 +138,8 @@ void PErrorInfoHandle::Reset(PErrorInfoData* data) { AssignTo(data); }
 
 PError::PError() : m_code(0), m_severity(ErrorSeverityWarning), m_file(nullptr), m_line(0) {}
 
-PError::PError(int code) : m_code(code), m_severity(ErrorSeverityAbort), m_file(nullptr), m_line(0) {}
+PError::PError(int code)
+    : m_code(code), m_severity(ErrorSeverityAbort), m_file(nullptr), m_line(0) {}
 
 PError::PError(int code, TypErrorSeverityEnum severity)
     : m_code(code), m_severity(severity), m_file(nullptr), m_line(0) {}
@@ -177,7 +181,8 @@ void PError::SetErrorInfo(const char* key, TypErrorTagEnum tag, const void* data
   m_info.Info()->Set(key, tag, data, size);
 }
 
-bool PError::GetErrorInfo(const char* key, TypErrorTagEnum tag, const void** data, ULONG* size) const {
+bool PError::GetErrorInfo(const char* key, TypErrorTagEnum tag, const void** data,
+                          ULONG* size) const {
   PErrorInfoData* info = m_info.Info();
   PErrorInfoEntry* entry = info ? info->Find(key) : nullptr;
   if (!entry || entry->Tag() != tag)
@@ -289,9 +294,12 @@ constexpr ULONG kMaxFormattedLength = 64 * 1024;
 
 const char* SeverityDisplayName(TypErrorSeverityEnum severity) {
   switch (severity) {
-  case ErrorSeverityWarning: return "warning";
-  case ErrorSeverityFatal: return "fatal error";
-  default: return "error";
+  case ErrorSeverityWarning:
+    return "warning";
+  case ErrorSeverityFatal:
+    return "fatal error";
+  default:
+    return "error";
   }
 }
 
@@ -416,7 +424,8 @@ public:
   LONG STDMETHODCALLTYPE GetSeverity() override { return m_error.Severity(); }
   ULONG STDMETHODCALLTYPE GetLine() override { return m_error.Line(); }
   const char* STDMETHODCALLTYPE GetFile() override { return m_error.File(); }
-  HRESULT STDMETHODCALLTYPE SetError(LONG code, LONG severity, ULONG line, const char* file) override {
+  HRESULT STDMETHODCALLTYPE SetError(LONG code, LONG severity, ULONG line,
+                                     const char* file) override {
     m_error.SetCode(code);
     m_error.SetSeverity(static_cast<TypErrorSeverityEnum>(severity));
     m_error.SetLine(line);
@@ -439,11 +448,13 @@ public:
     m_error.SetFile(file);
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE SetInfo(const char* key, LONG tag, const void* value, ULONG size) override {
+  HRESULT STDMETHODCALLTYPE SetInfo(const char* key, LONG tag, const void* value,
+                                    ULONG size) override {
     m_error.SetErrorInfo(key, static_cast<TypErrorTagEnum>(tag), value, size);
     return S_OK;
   }
-  BOOL STDMETHODCALLTYPE GetInfo(const char* key, LONG tag, const void** value, ULONG* size) override {
+  BOOL STDMETHODCALLTYPE GetInfo(const char* key, LONG tag, const void** value,
+                                 ULONG* size) override {
     return m_error.GetErrorInfo(key, static_cast<TypErrorTagEnum>(tag), value, size) ? TRUE : FALSE;
   }
   ULONG STDMETHODCALLTYPE GetInfoCount() override { return m_error.EnumErrorInfo(); }

@@ -13,7 +13,8 @@ bool IsControlCode(int code) { return code >= 1 && code <= 4; }
 
 // Runs one step of an external handler: the error goes out as a fresh error
 // object and comes back, possibly rewritten, into `error`.
-template <typename Step> void ThroughHandler(PError& error, Step&& step) {
+template <typename Step>
+void ThroughHandler(PError& error, Step&& step) {
   IQVError* carrier = error.QueryIQVError();
   if (!carrier)
     return;
@@ -115,7 +116,8 @@ PError PErrorIntInfoProtection::PrepareError(PError& error) {
   return PError(error);
 }
 
-PErrorStringInfoProtection::PErrorStringInfoProtection(const char* key, const PMBString& value, bool set)
+PErrorStringInfoProtection::PErrorStringInfoProtection(const char* key, const PMBString& value,
+                                                       bool set)
     : PErrorProtection(false), m_key(key), m_value(value) {
   if (set)
     Set();
@@ -204,7 +206,8 @@ PQVErrorHandlerProtection::PQVErrorHandlerProtection(const PQVErrorHandlerProtec
     m_handler->AddRef();
 }
 
-PQVErrorHandlerProtection& PQVErrorHandlerProtection::operator=(const PQVErrorHandlerProtection& other) {
+PQVErrorHandlerProtection&
+PQVErrorHandlerProtection::operator=(const PQVErrorHandlerProtection& other) {
   if (other.m_handler)
     other.m_handler->AddRef();
   if (m_handler)
@@ -223,7 +226,8 @@ TypErrorHandlingEnum PQVErrorHandlerProtection::DisplayError(PError& error, ULON
   if (!m_handler)
     return ErrorHandlingNone;
   LONG answer = ErrorHandlingNone;
-  ThroughHandler(error, [&](IQVError* carrier) { answer = m_handler->DisplayError(carrier, mask); });
+  ThroughHandler(error,
+                 [&](IQVError* carrier) { answer = m_handler->DisplayError(carrier, mask); });
   return static_cast<TypErrorHandlingEnum>(answer);
 }
 

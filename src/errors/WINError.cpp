@@ -56,7 +56,9 @@ constexpr LONG HResult(std::uint32_t bits) { return static_cast<LONG>(bits); }
 
 PError WINError(ULONG native) { return WINError(native, static_cast<TypWINErrorRefine>(nullptr)); }
 
-PError WINError(ULONG native, int) { return WINError(native, static_cast<TypWINErrorRefine>(nullptr)); }
+PError WINError(ULONG native, int) {
+  return WINError(native, static_cast<TypWINErrorRefine>(nullptr));
+}
 
 PError WINError(ULONG native, TypWINErrorRefine refine) {
   PError error;
@@ -76,7 +78,9 @@ PError WINError(ULONG native, TypWINErrorRefine refine) {
 
 PError OLEError(LONG status) { return OLEError(status, static_cast<TypWINErrorRefine>(nullptr)); }
 
-PError OLEError(LONG status, int) { return OLEError(status, static_cast<TypWINErrorRefine>(nullptr)); }
+PError OLEError(LONG status, int) {
+  return OLEError(status, static_cast<TypWINErrorRefine>(nullptr));
+}
 
 PError OLEError(LONG status, TypWINErrorRefine refine) {
   if (status >= 0)
@@ -88,14 +92,22 @@ PError OLEError(LONG status, TypWINErrorRefine refine) {
 
 LONG HResultFromPError(PError error) {
   switch (error.Code()) {
-  case 0: return S_OK;
-  case 3: return HResult(0x80004004u);    // E_ABORT
-  case 1000: return HResult(0x80004001u); // E_NOTIMPL
-  case 1001: return HResult(0x80070057u); // E_INVALIDARG
-  case 1002: return HResult(0x80004002u); // E_NOINTERFACE
-  case 1007: return HResult(0x8007000Eu); // E_OUTOFMEMORY
-  case 1011: return HResult(0x80004003u); // E_POINTER
-  case 1300: return HResult(0x80070005u); // E_ACCESSDENIED
+  case 0:
+    return S_OK;
+  case 3:
+    return HResult(0x80004004u); // E_ABORT
+  case 1000:
+    return HResult(0x80004001u); // E_NOTIMPL
+  case 1001:
+    return HResult(0x80070057u); // E_INVALIDARG
+  case 1002:
+    return HResult(0x80004002u); // E_NOINTERFACE
+  case 1007:
+    return HResult(0x8007000Eu); // E_OUTOFMEMORY
+  case 1011:
+    return HResult(0x80004003u); // E_POINTER
+  case 1300:
+    return HResult(0x80070005u); // E_ACCESSDENIED
   }
   if (!error.HasIntegerInfo("nativecode"))
     return HResult(0x80004005u); // E_FAIL

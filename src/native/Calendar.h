@@ -23,8 +23,8 @@ constexpr std::int64_t kFileTimeEpochDays = 134774;
 
 struct CivilDate {
   std::int64_t year;
-  unsigned month;  // 1-12
-  unsigned day;    // 1-31
+  unsigned month; // 1-12
+  unsigned day;   // 1-31
 };
 
 inline bool IsGregorianLeapYear(std::int64_t year) {

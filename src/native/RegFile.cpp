@@ -173,8 +173,8 @@ private:
   std::string_view m_text;
   std::size_t m_offset = 0;
   unsigned m_line = 0;
-  bool m_unicode = true;    // version 5 files keep text types as UTF-16LE
-  bool m_haveKey = false;   // a key statement has been seen
+  bool m_unicode = true;  // version 5 files keep text types as UTF-16LE
+  bool m_haveKey = false; // a key statement has been seen
   bool m_keyDeleted = false;
   Root m_root = Root::kLocalMachine;
   std::vector<std::string> m_path;
@@ -320,8 +320,8 @@ bool Parser::ParseHexList(std::string_view rest, std::vector<BYTE>* bytes) {
   std::size_t pos = 0;
   while (true) {
     std::size_t comma = list.find(',', pos);
-    std::string_view token =
-        Trim(list.substr(pos, comma == std::string_view::npos ? std::string_view::npos : comma - pos));
+    std::string_view token = Trim(
+        list.substr(pos, comma == std::string_view::npos ? std::string_view::npos : comma - pos));
     std::uint32_t value;
     if (!ParseHexNumber(token, 2, &value))
       return Fail("expected a hexadecimal byte, found \"" + std::string(token) + "\"");
@@ -452,7 +452,8 @@ void WriteValue(std::string* out, const Value& value) {
   }
   if (value.type == 4 && data.size() == 4) {
     char digits[16];
-    std::uint32_t v = data[0] | (data[1] << 8) | (data[2] << 16) | (static_cast<std::uint32_t>(data[3]) << 24);
+    std::uint32_t v =
+        data[0] | (data[1] << 8) | (data[2] << 16) | (static_cast<std::uint32_t>(data[3]) << 24);
     std::snprintf(digits, sizeof digits, "%08x", static_cast<unsigned>(v));
     *out += line + "dword:" + digits + "\n";
     return;
@@ -573,20 +574,18 @@ bool SplitKeyPath(std::string_view path, std::vector<std::string>* names) {
 }
 
 Key* Key::FindSubKey(std::string_view subName) const {
-  auto it = std::lower_bound(subKeys.begin(), subKeys.end(), subName,
-                             [](const std::unique_ptr<Key>& k, std::string_view n) {
-                               return NameLess(k->name, n);
-                             });
+  auto it = std::lower_bound(
+      subKeys.begin(), subKeys.end(), subName,
+      [](const std::unique_ptr<Key>& k, std::string_view n) { return NameLess(k->name, n); });
   if (it != subKeys.end() && NamesEqual((*it)->name, subName))
     return it->get();
   return nullptr;
 }
 
 Key* Key::AddSubKey(std::string_view subName, bool* created) {
-  auto it = std::lower_bound(subKeys.begin(), subKeys.end(), subName,
-                             [](const std::unique_ptr<Key>& k, std::string_view n) {
-                               return NameLess(k->name, n);
-                             });
+  auto it = std::lower_bound(
+      subKeys.begin(), subKeys.end(), subName,
+      [](const std::unique_ptr<Key>& k, std::string_view n) { return NameLess(k->name, n); });
   if (it != subKeys.end() && NamesEqual((*it)->name, subName)) {
     if (created)
       *created = false;

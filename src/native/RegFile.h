@@ -56,7 +56,7 @@ struct Value {
 
 struct Key {
   std::string name;
-  std::vector<Value> values;            // in the order first written
+  std::vector<Value> values;                 // in the order first written
   std::vector<std::unique_ptr<Key>> subKeys; // sorted by NameLess
 
   Key* FindSubKey(std::string_view subName) const;

@@ -45,23 +45,14 @@ bool InLastStep(ULONG bytes, ULONG capacity, ULONG granularity) {
 PMemoryStreamHdl::PMemoryStreamHdl() : PMemoryStreamHdl(kDefaultGranularity) {}
 
 PMemoryStreamHdl::PMemoryStreamHdl(ULONG granularity)
-    : m_buffer(nullptr),
-      m_capacity(0),
-      m_size(0),
-      m_position(0),
+    : m_buffer(nullptr), m_capacity(0), m_size(0), m_position(0),
       m_granularity(granularity <= kMinimumGranularity ? kMinimumGranularity : granularity),
-      m_openMode(0),
-      m_dirty(false) {}
+      m_openMode(0), m_dirty(false) {}
 
 PMemoryStreamHdl::PMemoryStreamHdl(const PMemoryStreamHdl& other)
-    : PStreamHdl(other),
-      m_buffer(other.m_buffer),
-      m_capacity(other.m_capacity),
-      m_size(other.m_size),
-      m_position(other.m_position),
-      m_granularity(other.m_granularity),
-      m_openMode(other.m_openMode),
-      m_dirty(other.m_dirty) {}
+    : PStreamHdl(other), m_buffer(other.m_buffer), m_capacity(other.m_capacity),
+      m_size(other.m_size), m_position(other.m_position), m_granularity(other.m_granularity),
+      m_openMode(other.m_openMode), m_dirty(other.m_dirty) {}
 
 PMemoryStreamHdl& PMemoryStreamHdl::operator=(const PMemoryStreamHdl& other) {
   PStreamHdl::operator=(other);

@@ -136,7 +136,6 @@ bool PStreamHdl::IsAtEnd() const { return IOIsAtEnd(); }
 
 PError PStreamHdl::PrepareError(PError& error) { return IOPrepareError(error); }
 
-
 PError PStreamHdl::IOPrepareError(PError& error) { return PError(error); }
 
 // ---------------------------------------------------------------------------
@@ -167,7 +166,9 @@ PStream::~PStream() {
   }
 }
 
-void PStream::AssignHandler(PStreamHdl* handler) { qvbase::AssignStreamHandler(m_handler, handler); }
+void PStream::AssignHandler(PStreamHdl* handler) {
+  qvbase::AssignStreamHandler(m_handler, handler);
+}
 
 void PStream::InvalidStreamNotification() const {
   PError error(kErrorNoHandler, ErrorSeverityFatal, kSourceFile, __LINE__);
@@ -449,8 +450,7 @@ public:
       char buffer[kCopyChunk];
       unsigned __int64 remaining = count.QuadPart;
       while (remaining != 0) {
-        const ULONG chunk =
-            remaining < kCopyChunk ? static_cast<ULONG>(remaining) : kCopyChunk;
+        const ULONG chunk = remaining < kCopyChunk ? static_cast<ULONG>(remaining) : kCopyChunk;
         ULONG got = 0;
         status = Run([&] { got = m_handler->Read(buffer, chunk, /*itemSize=*/1); });
         if (FAILED(status) || got == 0)
@@ -506,7 +506,8 @@ private:
 
   // Runs one handler step inside the protection; its error as a status, and
   // its code in *code when asked.
-  template <typename Step> static HRESULT Run(Step step, int* code = nullptr) {
+  template <typename Step>
+  static HRESULT Run(Step step, int* code = nullptr) {
     NoErrorModeScope quiet(kSourceFile, __LINE__);
     try {
       PFullErrorProtection protection(true);

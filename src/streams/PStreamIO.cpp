@@ -37,7 +37,8 @@ std::uint64_t ByteSwap(std::uint64_t v) { return __builtin_bswap64(v); }
 
 // Reverses each of `count` items of type T from `from` into `to` (which may
 // be the same place).
-template <typename T> void SwapItems(char* to, const char* from, ULONG count) {
+template <typename T>
+void SwapItems(char* to, const char* from, ULONG count) {
   for (ULONG i = 0; i < count; ++i) {
     T item;
     std::memcpy(&item, from + static_cast<std::size_t>(i) * sizeof(T), sizeof(T));
@@ -77,12 +78,15 @@ void ReverseItemsInto(char* to, const char* from, ULONG count, ULONG itemSize) {
   }
 }
 
-void ReverseItems(char* data, ULONG count, ULONG itemSize) { ReverseItemsInto(data, data, count, itemSize); }
+void ReverseItems(char* data, ULONG count, ULONG itemSize) {
+  ReverseItemsInto(data, data, count, itemSize);
+}
 
 // One integer value of the stream's own making, in the stream's byte
 // ordering. Nobody else sees the local it is ordered in, so it is reversed
 // there once; the handler gets one item of sizeof(T) bytes.
-template <typename T> ULONG WriteValue(PStream& stream, T value) {
+template <typename T>
+ULONG WriteValue(PStream& stream, T value) {
   if (stream.GetByteOrdering() == kByteOrderingMotorola)
     value = ByteSwap(value);
   return stream.Write(reinterpret_cast<const char*>(&value), 1, sizeof(T));
@@ -161,7 +165,8 @@ ULONG PStream::WriteInts(const char* data, ULONG count, ULONG itemSize) {
     return Write(data, count, itemSize);
   const unsigned long long total = static_cast<unsigned long long>(count) * itemSize;
   if (total >= kScratchThreshold && total <= 0xFFFFFFFFull) {
-    char* scratch = static_cast<char*>(GMemAllocation(nullptr, static_cast<ULONG>(total), /*mode=*/1));
+    char* scratch =
+        static_cast<char*>(GMemAllocation(nullptr, static_cast<ULONG>(total), /*mode=*/1));
     if (scratch) {
       ReverseItemsInto(scratch, data, count, itemSize);
       ULONG written;
@@ -214,7 +219,9 @@ void PStream::Write(const __int64& value) { WriteValue(*this, static_cast<std::u
 
 void PStream::Write(bool value) { WriteValue(*this, static_cast<std::uint16_t>(value ? 1 : 0)); }
 
-void PStream::Write(float value, unsigned char digits) { Write(static_cast<double>(value), digits); }
+void PStream::Write(float value, unsigned char digits) {
+  Write(static_cast<double>(value), digits);
+}
 
 void PStream::Write(double value, unsigned char digits) { Write(FloatToPString(value, digits)); }
 
@@ -396,8 +403,12 @@ void PStream::WriteArray(const double* values, ULONG count, unsigned char digits
 }
 
 void PStream::ReadArray(char* values, ULONG count) { Read(values, count, 1); }
-void PStream::ReadArray(short* values, ULONG count) { ReadInts(reinterpret_cast<char*>(values), count, 2); }
-void PStream::ReadArray(LONG* values, ULONG count) { ReadInts(reinterpret_cast<char*>(values), count, 4); }
+void PStream::ReadArray(short* values, ULONG count) {
+  ReadInts(reinterpret_cast<char*>(values), count, 2);
+}
+void PStream::ReadArray(LONG* values, ULONG count) {
+  ReadInts(reinterpret_cast<char*>(values), count, 4);
+}
 void PStream::ReadArray(__int64* values, ULONG count) {
   ReadInts(reinterpret_cast<char*>(values), count, 8);
 }
@@ -425,7 +436,9 @@ ULONG PStream::WriteSize(double value, unsigned char digits) const {
   return WriteSize(FloatToPString(value, digits));
 }
 ULONG PStream::WriteSize(const PString& text) const { return 4 + MultibyteBytes(text).Size(); }
-ULONG PStream::WriteSize(const PString& text, char) const { return MultibyteBytes(text).Size() + 1; }
+ULONG PStream::WriteSize(const PString& text, char) const {
+  return MultibyteBytes(text).Size() + 1;
+}
 
 ULONG PStream::WriteSizeArray(const char*, ULONG count) const { return count; }
 ULONG PStream::WriteSizeArray(const short*, ULONG count) const { return 2 * count; }

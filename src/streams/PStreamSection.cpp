@@ -228,7 +228,9 @@ PUniversalID PStreamSection::ID() const {
   return SectionHandler() ? SectionHandler()->GetID() : PUniversalID();
 }
 
-ULONG PStreamSection::Version() const { return SectionHandler() ? SectionHandler()->GetVersion() : 0; }
+ULONG PStreamSection::Version() const {
+  return SectionHandler() ? SectionHandler()->GetVersion() : 0;
+}
 
 void PStreamSection::SetID(const PUniversalID& id) {
   if (SectionHandler())

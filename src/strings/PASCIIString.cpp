@@ -98,7 +98,8 @@ PStringHandler* FromHandler(const PStringHandler* source) {
 
 // An other handler as ASCII-comparable narrow text: Unicode content is
 // converted first (the holder owns the converted copy).
-const PStringHandler* NarrowPeer(const PStringHandler* other, qvbase::strings::HandlerHolder& holder) {
+const PStringHandler* NarrowPeer(const PStringHandler* other,
+                                 qvbase::strings::HandlerHolder& holder) {
   if (const_cast<PStringHandler*>(other)->GetCodeSet() != kCodeSetUnicode)
     return other;
   holder.Reset(FromHandler(other));

@@ -28,8 +28,8 @@ void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
 ULONG CharBytes(const char* p) { return static_cast<ULONG>(qvbase::native::CharLength(p)); }
 
 LONG CompareExact(const void* a, const void* b, ULONG count) {
-  return qvbase::native::MultiByteCompare(static_cast<const char*>(a),
-                                          static_cast<const char*>(b), count);
+  return qvbase::native::MultiByteCompare(static_cast<const char*>(a), static_cast<const char*>(b),
+                                          count);
 }
 
 LONG CompareIgnoreCase(const void* a, const void* b, ULONG count) {
@@ -38,8 +38,8 @@ LONG CompareIgnoreCase(const void* a, const void* b, ULONG count) {
 }
 
 LONG CompareCollate(const void* a, const void* b, ULONG count) {
-  return qvbase::native::MultiByteCollate(static_cast<const char*>(a),
-                                          static_cast<const char*>(b), count);
+  return qvbase::native::MultiByteCollate(static_cast<const char*>(a), static_cast<const char*>(b),
+                                          count);
 }
 
 // Whether every 7-bit byte is a character of its own in the current locale
@@ -203,7 +203,8 @@ int GMBCharLen(LONG ch, char* out) {
     out[0] = static_cast<char>(bits & 127u);
   } else {
     const std::uint8_t low = static_cast<std::uint8_t>(bits & 0xFFu);
-    const std::uint8_t folded = static_cast<std::uint8_t>(static_cast<std::uint8_t>(0u - low) & 127u);
+    const std::uint8_t folded =
+        static_cast<std::uint8_t>(static_cast<std::uint8_t>(0u - low) & 127u);
     out[0] = static_cast<char>(static_cast<std::uint8_t>(0u - folded));
     u = 0u - bits;
   }
@@ -290,9 +291,7 @@ void PMBStringHandler::SetBufferTo(const char* text, ULONG bytes, ULONG chars, b
   ReTestForAscii();
 }
 
-void PMBStringHandler::ReTestForAscii() {
-  isAscii = size == len && SevenBitBytes(buffer, size);
-}
+void PMBStringHandler::ReTestForAscii() { isAscii = size == len && SevenBitBytes(buffer, size); }
 
 ULONG PMBStringHandler::ByteOffset(ULONG pos) const {
   if (pos == 0)
@@ -485,9 +484,8 @@ ULONG PMBStringHandler::FindCharBwd(LONG ch, ULONG from, TypStringComp mode) con
   return kStringNotFound;
 }
 
-LONG PMBStringHandler::CompareSubHandler(ULONG start, const PStringHandler* other,
-                                         ULONG otherStart, ULONG count,
-                                         TypStringComp mode) const {
+LONG PMBStringHandler::CompareSubHandler(ULONG start, const PStringHandler* other, ULONG otherStart,
+                                         ULONG count, TypStringComp mode) const {
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = NarrowPeer(other, holder);
   const char* theirs = static_cast<const char*>(peer->GetContent());
@@ -516,14 +514,16 @@ LONG PMBStringHandler::CompareSubHandler(ULONG start, const PStringHandler* othe
   // start, all before being equal single-byte characters).
   const qvbase::native::SevenBitTraits traits = qvbase::native::CurrentSevenBitTraits();
   const bool ignoreCase = mode == kStrCompIgnoreCase || mode == kStrCompNoCase;
-  if (isAscii && traits.singleBytes && mode != kStrCompCollate && (!ignoreCase || traits.foldsAsAscii)) {
+  if (isAscii && traits.singleBytes && mode != kStrCompCollate &&
+      (!ignoreCase || traits.foldsAsAscii)) {
     const ULONG mineBytes = size - offset;
     ULONG shared = count < mineBytes ? count : mineBytes;
     if (shared > theirBytes)
       shared = theirBytes;
     if (theirsSevenBit || SevenBitBytes(theirs, shared)) {
-      const LONG result = ignoreCase ? qvbase::strings::AsciiFoldCompare(mine, theirs, shared, shared)
-                                     : qvbase::strings::Sign(std::strncmp(mine, theirs, shared));
+      const LONG result = ignoreCase
+                              ? qvbase::strings::AsciiFoldCompare(mine, theirs, shared, shared)
+                              : qvbase::strings::Sign(std::strncmp(mine, theirs, shared));
       // Equal up to a 0 byte on both sides: both texts end there.
       if (result != 0 || shared == count || std::memchr(mine, 0, shared))
         return result;
@@ -625,7 +625,8 @@ LONG PMBStringHandler::GetChar(ULONG pos) const {
     n = size - at;
   std::uint32_t value = 0;
   for (ULONG i = 0; i < n; ++i)
-    value = value * 256u + static_cast<std::uint32_t>(static_cast<LONG>(static_cast<signed char>(buffer[at + i])));
+    value = value * 256u +
+            static_cast<std::uint32_t>(static_cast<LONG>(static_cast<signed char>(buffer[at + i])));
   return static_cast<LONG>(value);
 }
 
@@ -641,8 +642,7 @@ PMBString::PMBString(const PString& other) : PString(other, &gMBStringHandlerDec
 
 PMBString::PMBString(const char* text, bool copy) : PString(text, copy, &gMBStringHandlerDec) {}
 
-PMBString::PMBString(const char* text)
-    : PString(text, gConstStrForceCopy, &gMBStringHandlerDec) {}
+PMBString::PMBString(const char* text) : PString(text, gConstStrForceCopy, &gMBStringHandlerDec) {}
 
 #if defined(_MFC_VER)
 PMBString::PMBString(const CString& text) : PString(text, &gMBStringHandlerDec) {}

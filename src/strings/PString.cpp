@@ -68,7 +68,8 @@ private:
   std::optional<OwningString> m_owned;
 };
 
-ULONG FindForwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from, TypStringComp mode) {
+ULONG FindForwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from,
+                    TypStringComp mode) {
   if (IsEmptyHandler(mine) || IsEmptyHandler(what))
     return kStringNotFound;
   ULONG length = mine->GetLen();
@@ -79,7 +80,8 @@ ULONG FindForwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from
   return mine->FindSubHandlerFwd(what, from, mode);
 }
 
-ULONG FindBackwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from, TypStringComp mode) {
+ULONG FindBackwardIn(PStringHandler* mine, const PStringHandler* what, ULONG from,
+                     TypStringComp mode) {
   if (IsEmptyHandler(mine) || IsEmptyHandler(what) || what->GetLen() > mine->GetLen())
     return kStringNotFound;
   ULONG last = mine->GetLen() - what->GetLen();
@@ -135,7 +137,9 @@ PStringHandler& PStringHandler::operator=(const PStringHandler& other) {
 // ---------------------------------------------------------------------------
 // Construction
 
-PString::PString() : m_handlerType(nullptr) { PStringInit(static_cast<PStringHandler*>(nullptr), nullptr); }
+PString::PString() : m_handlerType(nullptr) {
+  PStringInit(static_cast<PStringHandler*>(nullptr), nullptr);
+}
 
 PString::PString(const PString& other) : PRoot(other), m_handlerType(nullptr) {
   PStringInit(other.Handler(), nullptr);
@@ -216,7 +220,8 @@ void PString::PStringInit(const char* text, bool copy, PStringHandlerDec* type) 
   m_handlerType = type;
   if (!text)
     return;
-  PStringHandler* made = type ? type->fromText(text, copy) : GMBStringHandlerConstructor1(text, copy);
+  PStringHandler* made =
+      type ? type->fromText(text, copy) : GMBStringHandlerConstructor1(text, copy);
   if (made)
     SetHandler(made);
 }
@@ -245,9 +250,7 @@ ULONG PString::Size() const { return Handler() ? Handler()->GetSize() : 0; }
 
 ULONG PString::FullSize() const { return Handler() ? Handler()->GetFullSize() : 0; }
 
-TypCodeSet PString::CodeSet() const {
-  return Handler() ? Handler()->GetCodeSet() : kCodeSetASCII;
-}
+TypCodeSet PString::CodeSet() const { return Handler() ? Handler()->GetCodeSet() : kCodeSetASCII; }
 
 PStringHandlerDec* PString::HandlerType() const {
   return Handler() ? Handler()->GetHandlerType() : m_handlerType;
@@ -438,18 +441,34 @@ LONG PString::CompareTo(const char* other, TypStringComp mode) const {
   return CompareHandlers(Handler(), wrapped.Get(), mode);
 }
 
-bool PString::operator==(const PString& other) const { return CompareTo(other, kStrCompExact) == 0; }
-bool PString::operator!=(const PString& other) const { return CompareTo(other, kStrCompExact) != 0; }
-bool PString::operator<(const PString& other) const { return CompareTo(other, kStrCompComposite) < 0; }
-bool PString::operator<=(const PString& other) const { return CompareTo(other, kStrCompComposite) <= 0; }
-bool PString::operator>(const PString& other) const { return CompareTo(other, kStrCompComposite) > 0; }
-bool PString::operator>=(const PString& other) const { return CompareTo(other, kStrCompComposite) >= 0; }
+bool PString::operator==(const PString& other) const {
+  return CompareTo(other, kStrCompExact) == 0;
+}
+bool PString::operator!=(const PString& other) const {
+  return CompareTo(other, kStrCompExact) != 0;
+}
+bool PString::operator<(const PString& other) const {
+  return CompareTo(other, kStrCompComposite) < 0;
+}
+bool PString::operator<=(const PString& other) const {
+  return CompareTo(other, kStrCompComposite) <= 0;
+}
+bool PString::operator>(const PString& other) const {
+  return CompareTo(other, kStrCompComposite) > 0;
+}
+bool PString::operator>=(const PString& other) const {
+  return CompareTo(other, kStrCompComposite) >= 0;
+}
 bool PString::operator==(const char* other) const { return CompareTo(other, kStrCompExact) == 0; }
 bool PString::operator!=(const char* other) const { return CompareTo(other, kStrCompExact) != 0; }
 bool PString::operator<(const char* other) const { return CompareTo(other, kStrCompComposite) < 0; }
-bool PString::operator<=(const char* other) const { return CompareTo(other, kStrCompComposite) <= 0; }
+bool PString::operator<=(const char* other) const {
+  return CompareTo(other, kStrCompComposite) <= 0;
+}
 bool PString::operator>(const char* other) const { return CompareTo(other, kStrCompComposite) > 0; }
-bool PString::operator>=(const char* other) const { return CompareTo(other, kStrCompComposite) >= 0; }
+bool PString::operator>=(const char* other) const {
+  return CompareTo(other, kStrCompComposite) >= 0;
+}
 
 // ---------------------------------------------------------------------------
 // Parameter substitution

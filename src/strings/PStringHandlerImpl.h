@@ -42,7 +42,8 @@ inline TypCodeSet CodeSetOf(const PStringHandler* handler) {
 }
 
 // A zero-filled scratch array.
-template <typename T> class Buffer {
+template <typename T>
+class Buffer {
 public:
   explicit Buffer(std::size_t count) : m_items(count ? count : 1) {}
   T* data() { return m_items.data(); }
@@ -74,8 +75,8 @@ private:
 // no further than what both sides hold (`mine` and `available` units), then,
 // when that part is equal, by how much of `count` each side could supply.
 template <typename Unit, typename Compare>
-LONG BoundedCompare(Compare compare, const Unit* ours, ULONG mine, const Unit* theirs, ULONG available,
-                    ULONG count) {
+LONG BoundedCompare(Compare compare, const Unit* ours, ULONG mine, const Unit* theirs,
+                    ULONG available, ULONG count) {
   ULONG bounded = count;
   if (bounded > mine)
     bounded = mine;

@@ -268,8 +268,7 @@ ULONG PUNIStringHandler::FindCharBwd(LONG ch, ULONG from, TypStringComp mode) co
 }
 
 LONG PUNIStringHandler::CompareSubHandler(ULONG start, const PStringHandler* other,
-                                          ULONG otherStart, ULONG count,
-                                          TypStringComp mode) const {
+                                          ULONG otherStart, ULONG count, TypStringComp mode) const {
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = WidePeer(other, holder);
   if (start > len)
@@ -281,8 +280,8 @@ LONG PUNIStringHandler::CompareSubHandler(ULONG start, const PStringHandler* oth
       static_cast<const unsigned short*>(peer->GetContent()) + otherStart;
   // A borrowed text need not be terminated at its end: compare no further
   // than what both sides hold, then by length.
-  return qvbase::strings::BoundedCompare(GUNIGetCmpMethod(mode), buffer + start, len - start, theirs,
-                                         peerLen - otherStart, count);
+  return qvbase::strings::BoundedCompare(GUNIGetCmpMethod(mode), buffer + start, len - start,
+                                         theirs, peerLen - otherStart, count);
 }
 
 void PUNIStringHandler::InsertHandler(const PStringHandler* other, ULONG pos) {

@@ -31,18 +31,18 @@ inline PlaceholderClass ClassifyPlaceholder(const char* name) {
     PlaceholderClass kind;
   };
   static const Entry kEntries[] = {
-      {"H", kPlaceholderTimeSpan},      {"HH", kPlaceholderTimeSpan},
-      {"m", kPlaceholderTimeSpan},      {"mm", kPlaceholderTimeSpan},
-      {"s", kPlaceholderTimeSpan},      {"ss", kPlaceholderTimeSpan},
-      {"M", kPlaceholderDateNumber},    {"MM", kPlaceholderDateNumber},
-      {"d", kPlaceholderDateNumber},    {"dd", kPlaceholderDateNumber},
-      {"h", kPlaceholderDateNumber},    {"hh", kPlaceholderDateNumber},
-      {"w", kPlaceholderDateNumber},    {"ww", kPlaceholderDateNumber},
-      {"yy", kPlaceholderDateNumber},   {"yyyy", kPlaceholderDateNumber},
-      {"yd", kPlaceholderDateNumber},   {"ydd", kPlaceholderDateNumber},
-      {"MMM", kPlaceholderDateName},    {"MMMM", kPlaceholderDateName},
-      {"ddd", kPlaceholderDateName},    {"dddd", kPlaceholderDateName},
-      {"gg", kPlaceholderDateName},     {"t", kPlaceholderDateName},
+      {"H", kPlaceholderTimeSpan},    {"HH", kPlaceholderTimeSpan},
+      {"m", kPlaceholderTimeSpan},    {"mm", kPlaceholderTimeSpan},
+      {"s", kPlaceholderTimeSpan},    {"ss", kPlaceholderTimeSpan},
+      {"M", kPlaceholderDateNumber},  {"MM", kPlaceholderDateNumber},
+      {"d", kPlaceholderDateNumber},  {"dd", kPlaceholderDateNumber},
+      {"h", kPlaceholderDateNumber},  {"hh", kPlaceholderDateNumber},
+      {"w", kPlaceholderDateNumber},  {"ww", kPlaceholderDateNumber},
+      {"yy", kPlaceholderDateNumber}, {"yyyy", kPlaceholderDateNumber},
+      {"yd", kPlaceholderDateNumber}, {"ydd", kPlaceholderDateNumber},
+      {"MMM", kPlaceholderDateName},  {"MMMM", kPlaceholderDateName},
+      {"ddd", kPlaceholderDateName},  {"dddd", kPlaceholderDateName},
+      {"gg", kPlaceholderDateName},   {"t", kPlaceholderDateName},
       {"tt", kPlaceholderDateName},
   };
   if (!name || name[0] < 'H' || name[0] > 'y')
@@ -58,8 +58,8 @@ inline PlaceholderClass ClassifyPlaceholder(const char* name) {
 inline std::string DecimalText(std::int64_t value, int width = 0) {
   std::string digits;
   const bool negative = value < 0;
-  std::uint64_t magnitude = negative ? 0 - static_cast<std::uint64_t>(value)
-                                     : static_cast<std::uint64_t>(value);
+  std::uint64_t magnitude =
+      negative ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
   do {
     digits.insert(digits.begin(), static_cast<char>('0' + magnitude % 10));
     magnitude /= 10;

@@ -33,14 +33,18 @@ void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
 __int64 Wrap(std::uint64_t value) { return static_cast<__int64>(value); }
 
 PTime Plus(const PTime& a, const PTime& b) {
-  return PTime(Wrap(static_cast<std::uint64_t>(a.GetValue()) + static_cast<std::uint64_t>(b.GetValue())));
+  return PTime(
+      Wrap(static_cast<std::uint64_t>(a.GetValue()) + static_cast<std::uint64_t>(b.GetValue())));
 }
 
 PTime Minus(const PTime& a, const PTime& b) {
-  return PTime(Wrap(static_cast<std::uint64_t>(a.GetValue()) - static_cast<std::uint64_t>(b.GetValue())));
+  return PTime(
+      Wrap(static_cast<std::uint64_t>(a.GetValue()) - static_cast<std::uint64_t>(b.GetValue())));
 }
 
-__int64 WholeDays(const PTime& value) { return value.GetValue() / kTicksPerSecond / kSecondsPerDay; }
+__int64 WholeDays(const PTime& value) {
+  return value.GetValue() / kTicksPerSecond / kSecondsPerDay;
+}
 
 PTime DayTimeOf(const PTime& value) {
   return PTime(Wrap(static_cast<std::uint64_t>(value.GetValue()) -
@@ -131,7 +135,9 @@ bool PUTDate::IsNear(const PUTDate& other, const PTime& tolerance) const {
 
 PTime PUTDate::DayTime() const { return DayTimeOf(m_value); }
 
-PUTDate PUTDate::SameDay(const PTime& dayTime) const { return PUTDate(SameDayOf(m_value, dayTime)); }
+PUTDate PUTDate::SameDay(const PTime& dayTime) const {
+  return PUTDate(SameDayOf(m_value, dayTime));
+}
 
 void PUTDate::PTimeChanged() {}
 
@@ -159,9 +165,13 @@ void PLocalDate::SetValue(const PTime& value) {
   PTimeChanged();
 }
 
-unsigned short PLocalDate::Year() const { return static_cast<unsigned short>(BreakDown(m_value).year); }
+unsigned short PLocalDate::Year() const {
+  return static_cast<unsigned short>(BreakDown(m_value).year);
+}
 
-unsigned char PLocalDate::Month() const { return static_cast<unsigned char>(BreakDown(m_value).month); }
+unsigned char PLocalDate::Month() const {
+  return static_cast<unsigned char>(BreakDown(m_value).month);
+}
 
 unsigned char PLocalDate::Day() const { return static_cast<unsigned char>(BreakDown(m_value).day); }
 
@@ -182,10 +192,13 @@ unsigned short PLocalDate::DayInYear() const {
   if (month < 1 || month > 12)
     return 0;
   using qvbase::native::DaysFromCivil;
-  return static_cast<unsigned short>(DaysFromCivil(year, month, day) - DaysFromCivil(year, 1, 1) + 1);
+  return static_cast<unsigned short>(DaysFromCivil(year, month, day) - DaysFromCivil(year, 1, 1) +
+                                     1);
 }
 
-unsigned char PLocalDate::Hours() const { return static_cast<unsigned char>(BreakDown(m_value).hours); }
+unsigned char PLocalDate::Hours() const {
+  return static_cast<unsigned char>(BreakDown(m_value).hours);
+}
 
 unsigned char PLocalDate::Minutes() const {
   return static_cast<unsigned char>(BreakDown(m_value).minutes);
@@ -215,9 +228,13 @@ bool PLocalDate::IsDaySavingTime() const {
   return inEffect;
 }
 
-PLocalDate PLocalDate::operator+(const PTime& span) const { return PLocalDate(Plus(m_value, span)); }
+PLocalDate PLocalDate::operator+(const PTime& span) const {
+  return PLocalDate(Plus(m_value, span));
+}
 
-PLocalDate PLocalDate::operator-(const PTime& span) const { return PLocalDate(Minus(m_value, span)); }
+PLocalDate PLocalDate::operator-(const PTime& span) const {
+  return PLocalDate(Minus(m_value, span));
+}
 
 PLocalDate& PLocalDate::operator+=(const PTime& span) {
   m_value = Plus(m_value, span);
@@ -259,8 +276,8 @@ PMBString PLocalDate::Format(const PMBString& pattern) const {
       from = at + length;
       continue;
     }
-    const PMBString value =
-        kind == qvbase::kPlaceholderDateName ? GetSystemParameterValue(name) : GetParameterValue(name);
+    const PMBString value = kind == qvbase::kPlaceholderDateName ? GetSystemParameterValue(name)
+                                                                 : GetParameterValue(name);
     result.Delete(at, length);
     if (value.IsNotEmpty())
       result.Insert(value, at);
@@ -309,7 +326,8 @@ PMBString PLocalDate::GetSystemParameterValue(const PASCIIString& name) const {
   static const struct {
     const char* name;
     const char* format;
-  } kNames[] = {{"MMM", "%b"}, {"MMMM", "%B"}, {"ddd", "%a"}, {"dddd", "%A"}, {"t", "%p"}, {"tt", "%p"}};
+  } kNames[] = {{"MMM", "%b"},  {"MMMM", "%B"}, {"ddd", "%a"},
+                {"dddd", "%A"}, {"t", "%p"},    {"tt", "%p"}};
   const char* wanted = name;
   for (const auto& entry : kNames) {
     if (std::strcmp(wanted, entry.name) != 0)

@@ -49,11 +49,13 @@ PTime& PTime::operator=(const PTime& other) {
 bool PTime::IsValid() const { return m_value != kUnset; }
 
 PTime PTime::operator+(const PTime& other) const {
-  return PTime(Wrap(static_cast<std::uint64_t>(m_value) + static_cast<std::uint64_t>(other.m_value)));
+  return PTime(
+      Wrap(static_cast<std::uint64_t>(m_value) + static_cast<std::uint64_t>(other.m_value)));
 }
 
 PTime PTime::operator-(const PTime& other) const {
-  return PTime(Wrap(static_cast<std::uint64_t>(m_value) - static_cast<std::uint64_t>(other.m_value)));
+  return PTime(
+      Wrap(static_cast<std::uint64_t>(m_value) - static_cast<std::uint64_t>(other.m_value)));
 }
 
 PTime& PTime::operator+=(const PTime& other) { return *this = *this + other; }

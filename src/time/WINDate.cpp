@@ -25,8 +25,8 @@ void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
 
 // value + offset and back, wrapping as unsigned 64-bit numbers do.
 FILETIME FileTimeOf(const PTime& value) {
-  const std::uint64_t ticks =
-      static_cast<std::uint64_t>(value.GetValue()) + static_cast<std::uint64_t>(gFileTimeEpochOffset);
+  const std::uint64_t ticks = static_cast<std::uint64_t>(value.GetValue()) +
+                              static_cast<std::uint64_t>(gFileTimeEpochOffset);
   FILETIME time;
   time.dwLowDateTime = static_cast<DWORD>(ticks);
   time.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
@@ -135,7 +135,7 @@ WINUTDate::WINUTDate(const WINLocalDate& local)
 WINUTDate::~WINUTDate() = default;
 
 WINUTDate& WINUTDate::operator=(const WINUTDate& other) {
-  PUTDate::operator=(other);  // refreshes the file time through PTimeChanged
+  PUTDate::operator=(other); // refreshes the file time through PTimeChanged
   return *this;
 }
 
@@ -182,7 +182,7 @@ WINLocalDate::WINLocalDate(const WINUTDate& universal)
 WINLocalDate::~WINLocalDate() { DeleteST(); }
 
 WINLocalDate& WINLocalDate::operator=(const WINLocalDate& other) {
-  PLocalDate::operator=(other);  // discards the system time, refreshes the file time
+  PLocalDate::operator=(other); // discards the system time, refreshes the file time
   return *this;
 }
 
@@ -211,7 +211,9 @@ const SYSTEMTIME* WINLocalDate::SystemTime() const {
 
 unsigned short WINLocalDate::Year() const { return SystemTime()->wYear; }
 
-unsigned char WINLocalDate::Month() const { return static_cast<unsigned char>(SystemTime()->wMonth); }
+unsigned char WINLocalDate::Month() const {
+  return static_cast<unsigned char>(SystemTime()->wMonth);
+}
 
 unsigned char WINLocalDate::Day() const { return static_cast<unsigned char>(SystemTime()->wDay); }
 
@@ -219,7 +221,9 @@ unsigned char WINLocalDate::DayInWeek() const {
   return static_cast<unsigned char>(SystemTime()->wDayOfWeek);
 }
 
-unsigned char WINLocalDate::Hours() const { return static_cast<unsigned char>(SystemTime()->wHour); }
+unsigned char WINLocalDate::Hours() const {
+  return static_cast<unsigned char>(SystemTime()->wHour);
+}
 
 unsigned char WINLocalDate::Minutes() const {
   return static_cast<unsigned char>(SystemTime()->wMinute);

@@ -160,7 +160,8 @@ TEST(PList, SmartListReleasesAnElementOnlyAfterUnlinkingIt) {
   list.AddAnObjectTail(AsElement(new Tracked(&journal, "a", &list)));
   list.AddAnObjectTail(AsElement(new Tracked(&journal, "b", &list)));
   list.RemoveAnIdx(0);
-  EXPECT_EQ(journal.events, (std::vector<std::string>{"init a", "init b", "uninit a", "delete a (out of list)"}));
+  EXPECT_EQ(journal.events,
+            (std::vector<std::string>{"init a", "init b", "uninit a", "delete a (out of list)"}));
   EXPECT_EQ(list.Size(), 1u);
 }
 
@@ -173,8 +174,8 @@ TEST(PList, DestroyingASmartListReleasesEveryElementInOrder) {
         list.AddAnObjectTail(AsElement(new Tracked(&journal, name)));
       journal.events.clear();
     }
-    EXPECT_EQ(journal.events, (std::vector<std::string>{"uninit a", "delete a", "uninit b", "delete b",
-                                                        "uninit c", "delete c"}));
+    EXPECT_EQ(journal.events, (std::vector<std::string>{"uninit a", "delete a", "uninit b",
+                                                        "delete b", "uninit c", "delete c"}));
   }
 }
 
@@ -335,11 +336,11 @@ TEST(PList, DuplicatesAreFoundNearTheCacheFirst) {
     SCOPED_TRACE(b.name);
     TestList list(b.factory);
     for (int i : {1, 2, 1, 3})
-      list.AddAnObjectTail(Item(i)); // the cache rests on index 3
+      list.AddAnObjectTail(Item(i));         // the cache rests on index 3
     EXPECT_EQ(list.GetAnIndex(Item(1)), 2u); // the neighbour before the cache
     list.RemoveAnIdx(2);
     EXPECT_EQ(Contents(list), (std::vector<void*>{Item(1), Item(2), Item(3)}));
-    list.AddAnObjectTail(Item(2)); // 1 2 3 2, cache on index 3
+    list.AddAnObjectTail(Item(2));           // 1 2 3 2, cache on index 3
     EXPECT_EQ(list.GetAnIndex(Item(2)), 3u); // the cached element itself
   }
 }
@@ -458,8 +459,8 @@ public:
   ~NoMemory() { GSetDefaultMemManager(m_previous); }
 
 private:
-  MemoryManager m_manager = {0, "Refusing", RefuseAllocate, RefuseReallocate, RefuseSize,
-                             RefuseRelease, RefuseStats};
+  MemoryManager m_manager = {0,          "Refusing",    RefuseAllocate, RefuseReallocate,
+                             RefuseSize, RefuseRelease, RefuseStats};
   MemoryManager* m_previous;
 };
 
@@ -528,8 +529,8 @@ public:
   ~CountedMemory() { GSetDefaultMemManager(m_previous); }
 
 private:
-  MemoryManager m_manager = {0, "Counting", CountAllocate, CountReallocate, CountSize,
-                             CountRelease, RefuseStats};
+  MemoryManager m_manager = {0,         "Counting",   CountAllocate, CountReallocate,
+                             CountSize, CountRelease, RefuseStats};
   MemoryManager* m_previous;
 };
 
@@ -589,8 +590,9 @@ TEST(PList, ArrayGrowthOnTheSystemHeapKeepsEveryElementInPlace) {
   auto* array = static_cast<InspectedArray*>(list.Data());
   std::vector<void*> model;
   for (int i = 0; i < 1000; ++i) {
-    ULONG at = i % 3 == 0 ? 0 : i % 3 == 1 ? static_cast<ULONG>(model.size() / 2)
-                                            : static_cast<ULONG>(model.size());
+    ULONG at = i % 3 == 0   ? 0
+               : i % 3 == 1 ? static_cast<ULONG>(model.size() / 2)
+                            : static_cast<ULONG>(model.size());
     list.AddAnObject(Item(i % 16), at);
     model.insert(model.begin() + at, Item(i % 16));
   }

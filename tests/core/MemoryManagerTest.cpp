@@ -65,9 +65,9 @@ struct SpyManager {
   // Behaviour switches.
   bool failAllocate = false;
   bool failReallocate = false;
-  bool fillUninitialised = false;  // mode != 0 blocks come back full of 0xCD
-  MemoryManager* stampOwner = nullptr;  // reallocate writes this as the first word
-  ULONG fixedSize = 0;                  // size reports this when not 0
+  bool fillUninitialised = false;      // mode != 0 blocks come back full of 0xCD
+  MemoryManager* stampOwner = nullptr; // reallocate writes this as the first word
+  ULONG fixedSize = 0;                 // size reports this when not 0
 
   SpyManager() {
     record.reserved = 0;
@@ -184,7 +184,9 @@ TEST(MemoryManager, RecordHasItsFieldsInOrder) {
   }
 }
 
-TEST(MemoryManager, NoDefaultManagerIsInstalledAtStart) { EXPECT_EQ(GGetDefaultMemManager(), nullptr); }
+TEST(MemoryManager, NoDefaultManagerIsInstalledAtStart) {
+  EXPECT_EQ(GGetDefaultMemManager(), nullptr);
+}
 
 TEST(MemoryManager, SetDefaultReturnsItsArgumentAndGetReadsItBack) {
   SpyManager spy;

@@ -44,7 +44,9 @@ const _GUID kRegisteredClass = {0x1A2B3C4D, 0x0001, 0x4002, {0x80, 0x03, 0, 0, 0
 const _GUID kUnknownClass = {0x1A2B3C4D, 0x0001, 0x4002, {0x80, 0x03, 0, 0, 0, 0, 0, 0x02}};
 CountedObject gFactoryObject;
 
-HRESULT CreateCounted(const _GUID& iid, void** out) { return gFactoryObject.QueryInterface(iid, out); }
+HRESULT CreateCounted(const _GUID& iid, void** out) {
+  return gFactoryObject.QueryInterface(iid, out);
+}
 
 TEST(PInterfacePtr, ConstructionTakesAReferenceAndDestructionGivesItBack) {
   CountedObject object;

@@ -9,7 +9,8 @@
 namespace {
 
 // {12345678-9ABC-DEF0-0123-456789ABCDEF}
-const _GUID kSample = {0x12345678, 0x9ABC, 0xDEF0, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}};
+const _GUID kSample = {
+    0x12345678, 0x9ABC, 0xDEF0, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}};
 
 TEST(PUniversalID, DefaultIsTheNullIdentifier) {
   PUniversalID id;
@@ -59,7 +60,8 @@ TEST(PUniversalID, IsARootObjectWithTheIdentifierBehindItsVirtualTablePointer) {
 
 namespace {
 
-_GUID MakeGuid(std::uint32_t d1, std::uint16_t d2, std::uint16_t d3, std::initializer_list<int> d4) {
+_GUID MakeGuid(std::uint32_t d1, std::uint16_t d2, std::uint16_t d3,
+               std::initializer_list<int> d4) {
   _GUID id = {d1, d2, d3, {}};
   int i = 0;
   for (int b : d4)
@@ -78,7 +80,8 @@ TEST(PUniversalID, GroupFourAndFiveOneAreFlagsNotValues) {
 }
 
 TEST(PUniversalID, GroupsAndHalvesReadTheLittleEndianLayout) {
-  PUniversalID id(MakeGuid(0x01020304, 0x0506, 0x0708, {0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10}));
+  PUniversalID id(
+      MakeGuid(0x01020304, 0x0506, 0x0708, {0x09, 0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F, 0x10}));
   EXPECT_EQ(id.Group1(), 0x01020304u);
   EXPECT_EQ(id.Group2(), 0x0506u);
   EXPECT_EQ(id.Group3(), 0x0708u);

@@ -82,7 +82,8 @@ int TraceRole(const std::vector<std::string>& args) {
     AnswerHook hook(ErrorHandlingItem);
     PErrorHookProtection protection(&hook, true);
     const TypErrorSeverityEnum severities[] = {ErrorSeverityAbort, ErrorSeverityFatal,
-                                               static_cast<TypErrorSeverityEnum>(27), ErrorSeverityWarning};
+                                               static_cast<TypErrorSeverityEnum>(27),
+                                               ErrorSeverityWarning};
     ULONG line = 1;
     for (TypErrorSeverityEnum severity : severities) {
       try {
@@ -118,9 +119,9 @@ public:
     EXPECT_EQ(native::CreateRegKey(native::kRegLocalMachine, "Software\\Varnel\\Config", nullptr,
                                    native::kKeyAllAccess, &m_key, nullptr),
               ERROR_SUCCESS);
-    EXPECT_EQ(native::SetRegValue(m_key, "errorfile", asBinary ? native::kRegBinary : native::kRegSz,
-                                  reinterpret_cast<const BYTE*>(path.c_str()),
-                                  static_cast<DWORD>(path.size() + 1)),
+    EXPECT_EQ(native::SetRegValue(
+                  m_key, "errorfile", asBinary ? native::kRegBinary : native::kRegSz,
+                  reinterpret_cast<const BYTE*>(path.c_str()), static_cast<DWORD>(path.size() + 1)),
               ERROR_SUCCESS);
   }
   ~TraceSwitch() {
@@ -142,7 +143,8 @@ std::string TraceOf(const char* scenario, Switch how = Switch::kOn) {
   std::string path = dir.File("trace.log");
   if (how == Switch::kOnWithOldTrace)
     qvtest::WriteFile(path, "an old trace\n");
-  TraceSwitch* on = how == Switch::kOff ? nullptr : new TraceSwitch(path, how == Switch::kNotAString);
+  TraceSwitch* on =
+      how == Switch::kOff ? nullptr : new TraceSwitch(path, how == Switch::kNotAString);
   qvtest::RunResult r = qvtest::Run({qvtest::SelfPath(), "--qvtest-child", "trace", scenario});
   delete on;
   EXPECT_EQ(r.status, 0) << r.err;
@@ -173,12 +175,14 @@ TEST(GDbg, TheTraceIsEmptiedAtTheFirstRead) {
 
 TEST(GDbg, TransformationsNameEverySeverity) {
   auto block = [](int line, const char* shown, const char* traced) {
-    return std::string("***\n") + "src\\Trace(" + std::to_string(line) + "): " + shown + " 1300: \n" +
-           "   --> transformed to " + traced + " 2 :(waserror)1300 \n" + "   --> handled by file app.cpp (line " +
-           std::to_string(10 + line) + ") and catched at line " + std::to_string(20 + line) + "\n***\n";
+    return std::string("***\n") + "src\\Trace(" + std::to_string(line) + "): " + shown +
+           " 1300: \n" + "   --> transformed to " + traced + " 2 :(waserror)1300 \n" +
+           "   --> handled by file app.cpp (line " + std::to_string(10 + line) +
+           ") and catched at line " + std::to_string(20 + line) + "\n***\n";
   };
-  EXPECT_EQ(TraceOf("severities"), block(1, "error", "abort error") + block(2, "fatal error", "fatal error") +
-                                       block(3, "error", "bad severity error") + block(4, "warning", "warning"));
+  EXPECT_EQ(TraceOf("severities"),
+            block(1, "error", "abort error") + block(2, "fatal error", "fatal error") +
+                block(3, "error", "bad severity error") + block(4, "warning", "warning"));
 }
 
 TEST(GDbg, DroppedWarningOpensAndClosesItsBlock) {
@@ -198,20 +202,22 @@ TEST(GDbg, CaughtErrorIsOneBlockClosedAtTheOuterLevel) {
 }
 
 TEST(GDbg, ForwardedErrorIsHandledTwice) {
-  EXPECT_EQ(TraceOf("forwarded"), "***\n"
-                                  "src\\Trace(5): error 1221: \n"
-                                  "   --> handled by file inner.cpp (line 10) and redispatched as error "
-                                  "1221 at line 11\n"
-                                  "   --> handled by file outer.cpp (line 20) and catched at line 21\n"
-                                  "***\n");
+  EXPECT_EQ(TraceOf("forwarded"),
+            "***\n"
+            "src\\Trace(5): error 1221: \n"
+            "   --> handled by file inner.cpp (line 10) and redispatched as error "
+            "1221 at line 11\n"
+            "   --> handled by file outer.cpp (line 20) and catched at line 21\n"
+            "***\n");
 }
 
 TEST(GDbg, TransformationNamesTheSeverityAndNewCode) {
-  EXPECT_EQ(TraceOf("transformed"), "***\n"
-                                    "src\\Trace(3): error 1227: \n"
-                                    "   --> transformed to error 1 :(waserror)1227 \n"
-                                    "   --> handled by file app.cpp (line 40) and catched at line 41\n"
-                                    "***\n");
+  EXPECT_EQ(TraceOf("transformed"),
+            "***\n"
+            "src\\Trace(3): error 1227: \n"
+            "   --> transformed to error 1 :(waserror)1227 \n"
+            "   --> handled by file app.cpp (line 40) and catched at line 41\n"
+            "***\n");
 }
 
 TEST(GDbg, ErrorsRaisedWhileHandlingAreNested) {

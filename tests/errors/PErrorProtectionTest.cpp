@@ -16,7 +16,8 @@ void Raise(PError error) {
 }
 
 // Runs `raise`; the thrown error, or code -1 when nothing was thrown.
-template <typename F> PError Caught(F&& raise) {
+template <typename F>
+PError Caught(F&& raise) {
   try {
     raise();
   } catch (const PError& e) {
@@ -71,8 +72,12 @@ TEST(PErrorProtection, EachAnswerBecomesItsControlCode) {
     int thrownCode; // -1: dropped
   };
   const Row rows[] = {
-      {ErrorHandlingNone, 1220}, {ErrorHandlingIgnore, -1}, {ErrorHandlingRetry, 1},
-      {ErrorHandlingItem, 2},    {ErrorHandlingAction, 3},  {ErrorHandlingApplication, 4},
+      {ErrorHandlingNone, 1220},
+      {ErrorHandlingIgnore, -1},
+      {ErrorHandlingRetry, 1},
+      {ErrorHandlingItem, 2},
+      {ErrorHandlingAction, 3},
+      {ErrorHandlingApplication, 4},
       {static_cast<TypErrorHandlingEnum>(9), -1},
   };
   for (const Row& row : rows) {

@@ -167,7 +167,8 @@ void* PickyReallocate(MemoryManager*, void* block, ULONG size) {
 ULONG PickySize(MemoryManager*, void* block) { return gSysManager->size(gSysManager, block); }
 void PickyRelease(MemoryManager*, void* block) { gSysManager->release(gSysManager, block); }
 void PickyStats(MemoryManager*, ULONG*, ULONG*, ULONG*) {}
-MemoryManager gPicky = {0, "Picky", PickyAllocate, PickyReallocate, PickySize, PickyRelease, PickyStats};
+MemoryManager gPicky = {0,         "Picky",      PickyAllocate, PickyReallocate,
+                        PickySize, PickyRelease, PickyStats};
 
 TEST(PError, ValueThatCannotBeCopiedIsStoredEmpty) {
   MemoryManager* previous = GGetDefaultMemManager();
@@ -276,7 +277,8 @@ TEST(PError, FormatParametersComeFromTheInfo) {
   error.SetIntegerInfo("count", -3);
   PMBString text = error.MakeDisplayString(PMBString("^file^: ^unknown^ then ^count^ items"));
   EXPECT_STREQ(static_cast<const char*>(text), "report.doc: ^unknown^ then -3 items");
-  PMBString position = error.MakeDisplayString(PMBString("^errorcode^ at ^errorfile^ line ^errorline^"));
+  PMBString position =
+      error.MakeDisplayString(PMBString("^errorcode^ at ^errorfile^ line ^errorline^"));
   EXPECT_STREQ(static_cast<const char*>(position), "1220 at src\\PStream line 412");
   EXPECT_TRUE(error.MakeDisplayString(PMBString()).IsEmpty());
 }

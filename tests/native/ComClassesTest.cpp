@@ -54,7 +54,8 @@ private:
 
 int CountingObject::s_live = 0;
 int CountingObject::s_created = 0;
-CLSID CountingObject::s_clsid = {0x5A0C1F2E, 0x3B4D, 0x4E6F, {0x80, 0x91, 0xA2, 0xB3, 0xC4, 0xD5, 0xE6, 0xF7}};
+CLSID CountingObject::s_clsid = {
+    0x5A0C1F2E, 0x3B4D, 0x4E6F, {0x80, 0x91, 0xA2, 0xB3, 0xC4, 0xD5, 0xE6, 0xF7}};
 
 HRESULT CreateCountingObject(REFIID iid, void** out) {
   ++CountingObject::s_created;
@@ -91,8 +92,9 @@ void* const kSentinel = reinterpret_cast<void*>(static_cast<std::uintptr_t>(0x12
 TEST(ComClasses, CreateInstanceMakesARegisteredClass) {
   ScopedCountingClass registered;
   void* out = nullptr;
-  ASSERT_EQ(CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IPersist, &out),
-            S_OK);
+  ASSERT_EQ(
+      CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IPersist, &out),
+      S_OK);
   ASSERT_NE(out, nullptr);
   EXPECT_EQ(CountingObject::s_created, 1);
   EXPECT_EQ(CountingObject::s_live, 1);
@@ -115,8 +117,9 @@ TEST(ComClasses, UnregisteringRemovesTheClass) {
   ASSERT_EQ(RegisterClassFactory(CountingObject::s_clsid, &CreateCountingObject), S_OK);
   EXPECT_EQ(UnregisterClassFactory(CountingObject::s_clsid), S_OK);
   void* out = kSentinel;
-  EXPECT_EQ(CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &out),
-            REGDB_E_CLASSNOTREG);
+  EXPECT_EQ(
+      CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &out),
+      REGDB_E_CLASSNOTREG);
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(UnregisterClassFactory(CountingObject::s_clsid), REGDB_E_CLASSNOTREG);
 }
@@ -126,25 +129,27 @@ TEST(ComClasses, AggregationIsRefusedWithoutCreating) {
   CountingObject outer;
   outer.AddRef();
   void* out = kSentinel;
-  EXPECT_EQ(CreateInstance(CountingObject::s_clsid, &outer, CLSCTX_INPROC_SERVER, IID_IUnknown, &out),
-            CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(
+      CreateInstance(CountingObject::s_clsid, &outer, CLSCTX_INPROC_SERVER, IID_IUnknown, &out),
+      CLASS_E_NOAGGREGATION);
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(CountingObject::s_created, 0);
 }
 
 TEST(ComClasses, NullOutputIsAPointerError) {
   ScopedCountingClass registered;
-  EXPECT_EQ(CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
-                           nullptr),
-            E_POINTER);
+  EXPECT_EQ(
+      CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, nullptr),
+      E_POINTER);
   EXPECT_EQ(CountingObject::s_created, 0);
 }
 
 TEST(ComClasses, UnsupportedInterfaceFailsAndLeavesNothingBehind) {
   ScopedCountingClass registered;
   void* out = kSentinel;
-  EXPECT_EQ(CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IStream, &out),
-            E_NOINTERFACE);
+  EXPECT_EQ(
+      CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IStream, &out),
+      E_NOINTERFACE);
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(CountingObject::s_created, 1);
   EXPECT_EQ(CountingObject::s_live, 0);
@@ -154,8 +159,9 @@ TEST(ComClasses, RegisteringAgainReplacesTheCreationFunction) {
   ScopedCountingClass registered;
   ASSERT_EQ(RegisterClassFactory(CountingObject::s_clsid, &CreateNothing), S_OK);
   void* out = kSentinel;
-  EXPECT_EQ(CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &out),
-            E_OUTOFMEMORY);
+  EXPECT_EQ(
+      CreateInstance(CountingObject::s_clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &out),
+      E_OUTOFMEMORY);
   EXPECT_EQ(out, nullptr);
   EXPECT_EQ(CountingObject::s_created, 0);
 }

@@ -12,7 +12,9 @@ namespace {
 using qvbase::native::CreateGuid;
 using qvbase::native::MakeRandomGuid;
 
-std::string Bytes(const GUID& id) { return std::string(reinterpret_cast<const char*>(&id), sizeof id); }
+std::string Bytes(const GUID& id) {
+  return std::string(reinterpret_cast<const char*>(&id), sizeof id);
+}
 
 bool FailingSource(void*, std::size_t) { return false; }
 

@@ -91,14 +91,16 @@ struct UnitRow {
   int sign;
 };
 
-template <typename Row> void CheckRows(const Row* rows, std::size_t n) {
+template <typename Row>
+void CheckRows(const Row* rows, std::size_t n) {
   for (std::size_t i = 0; i < n; ++i) {
     SCOPED_TRACE(rows[i].name);
     EXPECT_EQ(rows[i].compare(rows[i].a, rows[i].b, rows[i].count), rows[i].sign);
   }
 }
 
-template <> void CheckRows(const UnitRow* rows, std::size_t n) {
+template <>
+void CheckRows(const UnitRow* rows, std::size_t n) {
   for (std::size_t i = 0; i < n; ++i) {
     SCOPED_TRACE(rows[i].name);
     EXPECT_EQ(rows[i].compare(Units(rows[i].a), Units(rows[i].b), rows[i].count), rows[i].sign);
@@ -166,35 +168,41 @@ TEST(Locale, MultibyteComparisonsCountCharactersInUtf8) {
     GTEST_SKIP() << "no UTF-8 locale on this system";
   // U+00E4 and U+00C4 are two bytes each in UTF-8.
   const NarrowRow rows[] = {
-      {"exact counts characters", &MultiByteCompare, "\xC3\xA4"
-                                                     "b",
+      {"exact counts characters", &MultiByteCompare,
+       "\xC3\xA4"
+       "b",
        "\xC3\xA4"
        "c",
        2, -1},
-      {"exact one character", &MultiByteCompare, "\xC3\xA4"
-                                                 "b",
+      {"exact one character", &MultiByteCompare,
+       "\xC3\xA4"
+       "b",
        "\xC3\xA4"
        "c",
        1, 0},
       {"exact code point order", &MultiByteCompare, "\xC3\xA4", "z", 1, 1},
       {"nocase folds accents", &MultiByteCompareIgnoreCase, "\xC3\x84", "\xC3\xA4", 1, 0},
-      {"nocase counts characters", &MultiByteCompareIgnoreCase, "\xC3\x84"
-                                                                "B",
+      {"nocase counts characters", &MultiByteCompareIgnoreCase,
+       "\xC3\x84"
+       "B",
        "\xC3\xA4"
        "c",
        2, -1},
-      {"nocase one character", &MultiByteCompareIgnoreCase, "\xC3\x84"
-                                                            "B",
+      {"nocase one character", &MultiByteCompareIgnoreCase,
+       "\xC3\x84"
+       "B",
        "\xC3\xA4"
        "c",
        1, 0},
-      {"collate counts characters", &MultiByteCollate, "\xC3\xA4"
-                                                       "b",
+      {"collate counts characters", &MultiByteCollate,
+       "\xC3\xA4"
+       "b",
        "\xC3\xA4"
        "c",
        2, -1},
-      {"collate one character", &MultiByteCollate, "\xC3\xA4"
-                                                   "b",
+      {"collate one character", &MultiByteCollate,
+       "\xC3\xA4"
+       "b",
        "\xC3\xA4"
        "c",
        1, 0},
@@ -372,7 +380,8 @@ TEST(Locale, DoubleByteLocaleMeasuresAndConvertsItsCharacters) {
                              &IsShiftJis);
   if (!japanese.active())
     GTEST_SKIP() << "no Shift JIS locale on this system";
-  const std::string narrow = "\x93\xFA\x96\x7B" "a";
+  const std::string narrow = "\x93\xFA\x96\x7B"
+                             "a";
   const std::u16string units = u"\u65E5\u672Ca";
   EXPECT_EQ(CharLength(narrow.c_str()), 2);
   EXPECT_EQ(CharLength(narrow.c_str() + 4), 1);
@@ -400,7 +409,9 @@ TEST(Locale, InvalidInputNeverStopsAConversion) {
 
 namespace {
 
-unsigned FoldedAscii(int c) { return c >= 'A' && c <= 'Z' ? static_cast<unsigned>(c + 32) : static_cast<unsigned>(c); }
+unsigned FoldedAscii(int c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<unsigned>(c + 32) : static_cast<unsigned>(c);
+}
 
 // What the traits claim, checked byte by byte and pair by pair against the
 // character-wise functions themselves.

@@ -46,17 +46,16 @@ const regfile::Value* Find(Tree& tree, const std::string& path, const std::strin
 }
 
 TEST(RegFile, ParsesEveryValueForm) {
-  Tree tree = Load(kHeader +
-                   "[HKEY_LOCAL_MACHINE\\Software\\Varnel\\Config]\n"
-                   "\"errorfile\"=\"C:\\\\trace.log\"\n"
-                   "@=\"default\"\n"
-                   "\"count\"=dword:0000002a\n"
-                   "\"short\"=dword:7\n"
-                   "\"blob\"=hex:de,ad,BE,ef\n"
-                   "\"empty\"=hex:\n"
-                   "\"big\"=hex(b):08,07,06,05,04,03,02,01\n"
-                   "\"wide\"=hex(2):41,00,42,00,00,00\n"
-                   "\"none\"=hex(0):\n");
+  Tree tree = Load(kHeader + "[HKEY_LOCAL_MACHINE\\Software\\Varnel\\Config]\n"
+                             "\"errorfile\"=\"C:\\\\trace.log\"\n"
+                             "@=\"default\"\n"
+                             "\"count\"=dword:0000002a\n"
+                             "\"short\"=dword:7\n"
+                             "\"blob\"=hex:de,ad,BE,ef\n"
+                             "\"empty\"=hex:\n"
+                             "\"big\"=hex(b):08,07,06,05,04,03,02,01\n"
+                             "\"wide\"=hex(2):41,00,42,00,00,00\n"
+                             "\"none\"=hex(0):\n");
   const regfile::Value* v = Find(tree, "Software\\Varnel\\Config", "errorfile");
   ASSERT_NE(v, nullptr);
   EXPECT_EQ(v->type, 1u);
@@ -112,12 +111,11 @@ TEST(RegFile, ByteOrderMarksAreRecognised) {
 }
 
 TEST(RegFile, DeletionsRemoveKeysAndValues) {
-  Tree tree = Load(kHeader +
-                   "[HKEY_LOCAL_MACHINE\\A\\B]\n\"x\"=\"1\"\n\"y\"=\"2\"\n"
-                   "[HKEY_LOCAL_MACHINE\\A\\C]\n"
-                   "[-HKEY_LOCAL_MACHINE\\A\\B]\n"
-                   "[HKEY_LOCAL_MACHINE\\A\\C]\n\"z\"=\"3\"\n\"z\"=-\n"
-                   "[-HKEY_LOCAL_MACHINE\\Never\\There]\n");
+  Tree tree = Load(kHeader + "[HKEY_LOCAL_MACHINE\\A\\B]\n\"x\"=\"1\"\n\"y\"=\"2\"\n"
+                             "[HKEY_LOCAL_MACHINE\\A\\C]\n"
+                             "[-HKEY_LOCAL_MACHINE\\A\\B]\n"
+                             "[HKEY_LOCAL_MACHINE\\A\\C]\n\"z\"=\"3\"\n\"z\"=-\n"
+                             "[-HKEY_LOCAL_MACHINE\\Never\\There]\n");
   regfile::Key& root = tree.RootKey(Root::kLocalMachine);
   EXPECT_EQ(root.Find({"A", "B"}), nullptr);
   ASSERT_NE(root.Find({"A", "C"}), nullptr);
@@ -208,21 +206,29 @@ TEST(RegFile, MalformedFilesNameTheLine) {
       {"root deletion", kHeader + "[-HKEY_LOCAL_MACHINE]\n", 3, "cannot be deleted"},
       {"missing equals", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\" \"y\"\n", 4, "expected '='"},
       {"unclosed quote", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\n", 4, "no closing quote"},
-      {"bad escape", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"C:\\temp\"\n", 4, "invalid escape"},
-      {"text after string", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\" z\n", 4, "after the closing"},
+      {"bad escape", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"C:\\temp\"\n", 4,
+       "invalid escape"},
+      {"text after string", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\" z\n", 4,
+       "after the closing"},
       {"long dword", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=dword:123456789\n", 4, "dword"},
       {"bad dword digit", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=dword:12g4\n", 4, "dword"},
-      {"bad hex byte", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,zz\n", 4, "hexadecimal byte"},
-      {"three-digit byte", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:123\n", 4, "hexadecimal byte"},
-      {"trailing comma", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,\n", 4, "hexadecimal byte"},
+      {"bad hex byte", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,zz\n", 4,
+       "hexadecimal byte"},
+      {"three-digit byte", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:123\n", 4,
+       "hexadecimal byte"},
+      {"trailing comma", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,\n", 4,
+       "hexadecimal byte"},
       {"bad hex type", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex(q):01\n", 4, "hex(type)"},
       {"odd UTF-16", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex(1):41\n", 4, "odd number"},
-      {"unknown data", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=string:y\n", 4, "unknown value data"},
+      {"unknown data", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=string:y\n", 4,
+       "unknown value data"},
       {"empty name", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"\"=\"y\"\n", 4, "empty value name"},
-      {"value after deletion", kHeader + "[-HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\"\n", 4, "key deletion"},
+      {"value after deletion", kHeader + "[-HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\"\n", 4,
+       "key deletion"},
       {"stray text", kHeader + "[HKEY_LOCAL_MACHINE\\K]\nx=y\n", 4, "expected a [key]"},
       {"no final line break", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=\"y\"", 4, "truncated"},
-      {"continuation at end", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,\\\n", 4, "truncated"},
+      {"continuation at end", kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:01,\\\n", 4,
+       "truncated"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
@@ -319,7 +325,9 @@ TEST(RegFile, PlainStringsAreWrittenQuotedAndOthersAsUtf16Hex) {
 
 TEST(RegFile, LongHexListsWrapAsRegeditWrapsThem) {
   Tree tree;
-  tree.RootKey(Root::kLocalMachine).AddSubKey("K")->SetValue("long", 3, std::vector<BYTE>(60, 0x11));
+  tree.RootKey(Root::kLocalMachine)
+      .AddSubKey("K")
+      ->SetValue("long", 3, std::vector<BYTE>(60, 0x11));
   std::string text = regfile::Write(tree, regfile::Encoding::kUtf8);
   std::size_t start = 0;
   int continued = 0;
@@ -342,7 +350,9 @@ TEST(RegFile, LongHexListsWrapAsRegeditWrapsThem) {
 
 TEST(RegFile, Utf16FormHasBomAndCrLf) {
   Tree tree;
-  tree.RootKey(Root::kCurrentUser).AddSubKey("K")->SetValue("x", 1, Bytes(std::string("\xC3\xA9\0", 3)));
+  tree.RootKey(Root::kCurrentUser)
+      .AddSubKey("K")
+      ->SetValue("x", 1, Bytes(std::string("\xC3\xA9\0", 3)));
   std::string out = regfile::Write(tree, regfile::Encoding::kUtf16);
   ASSERT_GE(out.size(), 4u);
   EXPECT_EQ(out.substr(0, 4), std::string("\xFF\xFEW\0", 4));
@@ -374,7 +384,9 @@ TEST(RegFile, TextConversionsAreExactInversesOnRandomBytes) {
     for (char& c : bytes) {
       unsigned r = random();
       // Lean towards the bytes UTF-8 is made of, so valid sequences occur.
-      c = static_cast<char>((r & 3) == 0 ? 0xC0 + (r >> 8) % 0x35 : (r & 3) == 1 ? 0x80 + (r >> 8) % 0x40 : r >> 8);
+      c = static_cast<char>((r & 3) == 0   ? 0xC0 + (r >> 8) % 0x35
+                            : (r & 3) == 1 ? 0x80 + (r >> 8) % 0x40
+                                           : r >> 8);
     }
     std::vector<std::uint16_t> units = regfile::BytesToUtf16(bytes);
     ASSERT_EQ(regfile::Utf16ToBytes(units.data(), units.size()), bytes);
@@ -383,7 +395,8 @@ TEST(RegFile, TextConversionsAreExactInversesOnRandomBytes) {
 
 TEST(RegFile, RandomGarbageNeverCrashesTheParser) {
   std::mt19937 random(42);
-  const std::string alphabet = "[]\\\"@=-:,;(){}hexdword0123456789abcdefHKEY_LOCAL_MACHINE \t\r\n\xC3\xA9\xFF";
+  const std::string alphabet =
+      "[]\\\"@=-:,;(){}hexdword0123456789abcdefHKEY_LOCAL_MACHINE \t\r\n\xC3\xA9\xFF";
   for (int round = 0; round < 3000; ++round) {
     std::string text = (round % 2 ? kHeader : std::string());
     std::size_t n = random() % 200;

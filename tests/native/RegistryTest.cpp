@@ -117,10 +117,12 @@ TEST(Registry, DwordAndBinaryValuesKeepTheirTypes) {
   ScratchKey key(registry);
   ASSERT_EQ(SetDword(key.get(), "count", 0xA1B2C3D4u), ERROR_SUCCESS);
   const BYTE blob[] = {0, 1, 2, 0xFE, 0xFF};
-  ASSERT_EQ(native::SetRegValue(key.get(), "blob", native::kRegBinary, blob, sizeof blob), ERROR_SUCCESS);
-  DWORD type = 0, value = 0, size = sizeof value;
-  ASSERT_EQ(native::QueryRegValue(key.get(), "count", &type, reinterpret_cast<BYTE*>(&value), &size),
+  ASSERT_EQ(native::SetRegValue(key.get(), "blob", native::kRegBinary, blob, sizeof blob),
             ERROR_SUCCESS);
+  DWORD type = 0, value = 0, size = sizeof value;
+  ASSERT_EQ(
+      native::QueryRegValue(key.get(), "count", &type, reinterpret_cast<BYTE*>(&value), &size),
+      ERROR_SUCCESS);
   EXPECT_EQ(type, native::kRegDword);
   EXPECT_EQ(size, 4u);
   EXPECT_EQ(value, 0xA1B2C3D4u);
@@ -144,7 +146,8 @@ TEST(Registry, MissingValueIsFileNotFound) {
   qvtest::ScratchRegistry registry;
   ScratchKey key(registry);
   DWORD size = 0;
-  EXPECT_EQ(native::QueryRegValue(key.get(), "nothing", nullptr, nullptr, &size), ERROR_FILE_NOT_FOUND);
+  EXPECT_EQ(native::QueryRegValue(key.get(), "nothing", nullptr, nullptr, &size),
+            ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(native::DeleteRegValue(key.get(), "nothing"), ERROR_FILE_NOT_FOUND);
 }
 
@@ -165,8 +168,8 @@ TEST(Registry, AwkwardTextRoundTrips) {
   }
   // Read back through a new handle, after everything was written.
   RegKey again = nullptr;
-  ASSERT_EQ(native::OpenRegKey(native::kRegCurrentUser, registry.KeyPath().c_str(), native::kKeyRead,
-                               &again),
+  ASSERT_EQ(native::OpenRegKey(native::kRegCurrentUser, registry.KeyPath().c_str(),
+                               native::kKeyRead, &again),
             ERROR_SUCCESS);
   i = 0;
   for (const std::string& s : samples) {
@@ -220,14 +223,16 @@ TEST(Registry, ValuesEnumerateWithNameTypeAndData) {
   char name[16];
   BYTE data[16];
   DWORD nameSize = sizeof name, dataSize = sizeof data, type = 0;
-  ASSERT_EQ(native::EnumRegValue(key.get(), 0, name, &nameSize, &type, data, &dataSize), ERROR_SUCCESS);
+  ASSERT_EQ(native::EnumRegValue(key.get(), 0, name, &nameSize, &type, data, &dataSize),
+            ERROR_SUCCESS);
   EXPECT_STREQ(name, "a");
   EXPECT_EQ(nameSize, 1u);
   EXPECT_EQ(type, native::kRegSz);
   EXPECT_EQ(dataSize, 5u);
   nameSize = sizeof name;
   dataSize = sizeof data;
-  ASSERT_EQ(native::EnumRegValue(key.get(), 1, name, &nameSize, &type, data, &dataSize), ERROR_SUCCESS);
+  ASSERT_EQ(native::EnumRegValue(key.get(), 1, name, &nameSize, &type, data, &dataSize),
+            ERROR_SUCCESS);
   EXPECT_STREQ(name, "b");
   EXPECT_EQ(type, native::kRegDword);
   nameSize = sizeof name;
@@ -276,8 +281,8 @@ TEST(Registry, ReadOnlyHandleCannotWrite) {
   qvtest::ScratchRegistry registry;
   { ScratchKey create(registry); }
   RegKey key = nullptr;
-  ASSERT_EQ(native::OpenRegKey(native::kRegCurrentUser, registry.KeyPath().c_str(), native::kKeyRead,
-                               &key),
+  ASSERT_EQ(native::OpenRegKey(native::kRegCurrentUser, registry.KeyPath().c_str(),
+                               native::kKeyRead, &key),
             ERROR_SUCCESS);
   EXPECT_EQ(SetString(key, "x", "y"), ERROR_ACCESS_DENIED);
   EXPECT_FALSE(native::RegLastErrorText().empty());
@@ -319,14 +324,15 @@ TEST(Registry, ConcurrentWritersInTwoProcessesLoseNothing) {
   }
   ScratchKey key(registry);
   DWORD values = 0;
-  ASSERT_EQ(native::QueryRegKeyInfo(key.get(), nullptr, nullptr, &values, nullptr, nullptr), ERROR_SUCCESS);
+  ASSERT_EQ(native::QueryRegKeyInfo(key.get(), nullptr, nullptr, &values, nullptr, nullptr),
+            ERROR_SUCCESS);
   EXPECT_EQ(values, 2u * kCount);
   for (const char* prefix : {"first", "second"}) {
     for (int i = 0; i < kCount; ++i) {
       std::string name = std::string(prefix) + "-" + std::to_string(i);
       DWORD value = 0, size = sizeof value;
-      ASSERT_EQ(native::QueryRegValue(key.get(), name.c_str(), nullptr, reinterpret_cast<BYTE*>(&value),
-                                      &size),
+      ASSERT_EQ(native::QueryRegValue(key.get(), name.c_str(), nullptr,
+                                      reinterpret_cast<BYTE*>(&value), &size),
                 ERROR_SUCCESS)
           << name;
       EXPECT_EQ(value, static_cast<DWORD>(i));
@@ -403,8 +409,11 @@ TEST(RegistryStore, MalformedOrTruncatedStoreIsReportedAndLeftUntouched) {
     const char* where;
   };
   const Row rows[] = {
-      {"truncated mid-line", "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\Software]\n\"x\"=\"ab", ":4: "},
-      {"bad data", "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\Software]\n\"x\"=dword:zz\n", ":4: "},
+      {"truncated mid-line",
+       "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\Software]\n\"x\"=\"ab", ":4: "},
+      {"bad data",
+       "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\Software]\n\"x\"=dword:zz\n",
+       ":4: "},
       {"no header", "[HKEY_CURRENT_USER\\Software]\n", ":1: "},
       {"empty", "", ":1: "},
   };
@@ -448,16 +457,18 @@ TEST(RegistryStore, KeysNestAtMost512DeepCountingTheParent) {
   for (int i = 1; i < 256; ++i)
     half += "\\k";
   RegKey parent = nullptr, child = nullptr;
-  ASSERT_EQ(native::CreateRegKey(native::kRegCurrentUser, half.c_str(), nullptr, native::kKeyAllAccess,
-                                 &parent, nullptr),
+  ASSERT_EQ(native::CreateRegKey(native::kRegCurrentUser, half.c_str(), nullptr,
+                                 native::kKeyAllAccess, &parent, nullptr),
             ERROR_SUCCESS);
   // 256 below the parent's 256: the deepest allowed.
-  EXPECT_EQ(native::CreateRegKey(parent, half.c_str(), nullptr, native::kKeyAllAccess, &child, nullptr),
-            ERROR_SUCCESS);
+  EXPECT_EQ(
+      native::CreateRegKey(parent, half.c_str(), nullptr, native::kKeyAllAccess, &child, nullptr),
+      ERROR_SUCCESS);
   native::CloseRegKey(child);
   std::string deeper = half + "\\k";
-  EXPECT_EQ(native::CreateRegKey(parent, deeper.c_str(), nullptr, native::kKeyAllAccess, &child, nullptr),
-            ERROR_BAD_PATHNAME);
+  EXPECT_EQ(
+      native::CreateRegKey(parent, deeper.c_str(), nullptr, native::kKeyAllAccess, &child, nullptr),
+      ERROR_BAD_PATHNAME);
   native::CloseRegKey(parent);
   // The store still reads.
   EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, half.c_str(), native::kKeyRead, &parent),

@@ -46,7 +46,7 @@ TEST(TimeNative, FileTimeEpochIsFirstOfJanuary1601) {
   EXPECT_EQ(fields.wYear, 1601);
   EXPECT_EQ(fields.wMonth, 1);
   EXPECT_EQ(fields.wDay, 1);
-  EXPECT_EQ(fields.wDayOfWeek, 1);  // a Monday
+  EXPECT_EQ(fields.wDayOfWeek, 1); // a Monday
   EXPECT_EQ(fields.wHour, 0);
 }
 
@@ -57,7 +57,7 @@ TEST(TimeNative, UnixEpochIsTheKnownFileTime) {
   SYSTEMTIME fields;
   ASSERT_TRUE(FileTimeToSystemTime(time, &fields));
   EXPECT_EQ(fields.wYear, 1970);
-  EXPECT_EQ(fields.wDayOfWeek, 4);  // a Thursday
+  EXPECT_EQ(fields.wDayOfWeek, 4); // a Thursday
 }
 
 TEST(TimeNative, FieldsRoundTripThroughFileTime) {
@@ -99,11 +99,12 @@ TEST(TimeNative, MillisecondsDropTheTicksBelowThem) {
 
 TEST(TimeNative, SystemTimeOutOfRangeIsRefused) {
   const SYSTEMTIME rows[] = {
-      MakeSystemTime(1600, 12, 31), MakeSystemTime(30828, 1, 1),  MakeSystemTime(2024, 0, 1),
-      MakeSystemTime(2024, 13, 1),  MakeSystemTime(2024, 1, 0),   MakeSystemTime(2023, 2, 29),
-      MakeSystemTime(1900, 2, 29),  MakeSystemTime(2024, 4, 31),  MakeSystemTime(2024, 1, 1, 24),
-      MakeSystemTime(2024, 1, 1, 0, 60), MakeSystemTime(2024, 1, 1, 0, 0, 60),
-      MakeSystemTime(2024, 1, 1, 0, 0, 0, 1000),
+      MakeSystemTime(1600, 12, 31),         MakeSystemTime(30828, 1, 1),
+      MakeSystemTime(2024, 0, 1),           MakeSystemTime(2024, 13, 1),
+      MakeSystemTime(2024, 1, 0),           MakeSystemTime(2023, 2, 29),
+      MakeSystemTime(1900, 2, 29),          MakeSystemTime(2024, 4, 31),
+      MakeSystemTime(2024, 1, 1, 24),       MakeSystemTime(2024, 1, 1, 0, 60),
+      MakeSystemTime(2024, 1, 1, 0, 0, 60), MakeSystemTime(2024, 1, 1, 0, 0, 0, 1000),
   };
   for (const SYSTEMTIME& fields : rows) {
     SCOPED_TRACE(testing::Message() << fields.wYear << "-" << fields.wMonth << "-" << fields.wDay
@@ -219,9 +220,9 @@ TEST(TimeNative, DaylightSavingFollowsTheZone) {
     EXPECT_FALSE(inEffect);
   }
   qvtest::ScopedTimeZone zone(qvtest::kCentralEurope);
-  ASSERT_TRUE(DaylightSavingAt(1720000000, &inEffect));  // July 2024
+  ASSERT_TRUE(DaylightSavingAt(1720000000, &inEffect)); // July 2024
   EXPECT_TRUE(inEffect);
-  ASSERT_TRUE(DaylightSavingAt(1705000000, &inEffect));  // January 2024
+  ASSERT_TRUE(DaylightSavingAt(1705000000, &inEffect)); // January 2024
   EXPECT_FALSE(inEffect);
 }
 

@@ -17,7 +17,8 @@
 
 namespace {
 
-template <typename F> PError Caught(F&& action) {
+template <typename F>
+PError Caught(F&& action) {
   try {
     action();
   } catch (const PError& e) {
@@ -130,7 +131,7 @@ TEST(MemoryStream, CapacityIsTheSizeRoundedUpToTheGranularity) {
   struct Row {
     ULONG granularity, size, capacity;
   };
-  const Row kRows[] = {{16, 0, 0},    {16, 1, 16},    {16, 16, 16},   {16, 17, 32},
+  const Row kRows[] = {{16, 0, 0},     {16, 1, 16},     {16, 16, 16},    {16, 17, 32},
                        {100, 99, 100}, {100, 100, 100}, {100, 101, 200}, {17, 35, 51}};
   for (const Row& row : kRows) {
     SCOPED_TRACE(testing::Message() << row.granularity << " " << row.size);
@@ -263,8 +264,11 @@ TEST(MemoryStream, SetSizeToAnotherSizeMarksTheStreamDirty) {
     ULONG size;
     const char* why;
   };
-  const Row kRows[] = {{9, "same capacity, smaller"}, {14, "same capacity, larger"},
-                       {40, "grow"},                  {3, "shrink below"}, {0, "empty"}};
+  const Row kRows[] = {{9, "same capacity, smaller"},
+                       {14, "same capacity, larger"},
+                       {40, "grow"},
+                       {3, "shrink below"},
+                       {0, "empty"}};
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.why);
     LoadingHdl* handler = new LoadingHdl("0123456789", 16);
@@ -490,9 +494,12 @@ TEST(MemoryStream, EachSeekModeMovesAsDefined) {
   };
   // Size 10, position 4.
   const Row kRows[] = {
-      {"forward", SeekFwd, 3, 7},       {"forward to the end", SeekFwd, 6, 10},
-      {"back", SeekBack, 4, 0},         {"from start", SeekFromStart, 9, 9},
-      {"start at end", SeekFromStart, 10, 10}, {"from end", SeekFromEnd, 3, 7},
+      {"forward", SeekFwd, 3, 7},
+      {"forward to the end", SeekFwd, 6, 10},
+      {"back", SeekBack, 4, 0},
+      {"from start", SeekFromStart, 9, 9},
+      {"start at end", SeekFromStart, 10, 10},
+      {"from end", SeekFromEnd, 3, 7},
       {"from end to start", SeekFromEnd, 10, 0},
   };
   for (const Row& row : kRows) {
@@ -512,8 +519,8 @@ TEST(MemoryStream, SeekErrorsAreSignalledOrThrownAsDefined) {
     TypSeekMode mode;
     ULONG offset;
     int code;
-    bool signalled;        // a hook sees it and may let it through
-    ULONG positionAfter;   // when let through
+    bool signalled;      // a hook sees it and may let it through
+    ULONG positionAfter; // when let through
   };
   // Size 10, position 4.
   const Row kRows[] = {
@@ -742,7 +749,8 @@ TEST(MemoryStream, GrowthWithPatchedSystemFunctionsAllocatesCopiesAndReleases) {
 TEST(MemoryStream, GrowthOnTheSystemHeapReservesAheadAndKeepsTheDefinedCapacity) {
   PStream stream;
   PMemoryStreamHdl* handler = OpenScratch(stream, 16);
-  const char piece[16] = {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
+  const char piece[16] = {'0', '1', '2', '3', '4', '5', '6', '7',
+                          '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
   int resized = 0;
   ULONG blockSize = 0;
   for (int i = 0; i < 20000; ++i) {

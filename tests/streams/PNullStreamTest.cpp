@@ -9,7 +9,8 @@
 
 namespace {
 
-template <typename F> PError Caught(F&& action) {
+template <typename F>
+PError Caught(F&& action) {
   try {
     action();
   } catch (const PError& e) {
@@ -144,8 +145,10 @@ TEST(PNullStream, EachSeekModeMovesAsDefined) {
     unsigned __int64 offset;
     unsigned __int64 expected;
   };
-  const Row kRows[] = {{"forward", SeekFwd, 3, 7},      {"back", SeekBack, 4, 0},
-                       {"from start", SeekFromStart, 10, 10}, {"from end", SeekFromEnd, 3, 7}};
+  const Row kRows[] = {{"forward", SeekFwd, 3, 7},
+                       {"back", SeekBack, 4, 0},
+                       {"from start", SeekFromStart, 10, 10},
+                       {"from end", SeekFromEnd, 3, 7}};
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.name);
     PNullStream stream;

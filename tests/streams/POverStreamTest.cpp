@@ -11,7 +11,8 @@
 
 namespace {
 
-template <typename F> PError Caught(F&& action) {
+template <typename F>
+PError Caught(F&& action) {
   try {
     action();
   } catch (const PError& e) {

@@ -72,17 +72,29 @@ TEST(PStreamIO, EveryEncodingHasItsExactBytes) {
   const Row rows[] = {
       {"char", [](PStream& s) { s.Write('A'); }, {0x41}, {0x41}},
       {"short", [](PStream& s) { s.Write(static_cast<short>(-2)); }, {0xFE, 0xFF}, {0xFF, 0xFE}},
-      {"long", [](PStream& s) { s.Write(static_cast<LONG>(0x01020304)); }, {4, 3, 2, 1}, {1, 2, 3, 4}},
+      {"long",
+       [](PStream& s) { s.Write(static_cast<LONG>(0x01020304)); },
+       {4, 3, 2, 1},
+       {1, 2, 3, 4}},
       {"int64",
        [](PStream& s) { s.Write(static_cast<__int64>(0x0102030405060708LL)); },
        {8, 7, 6, 5, 4, 3, 2, 1},
        {1, 2, 3, 4, 5, 6, 7, 8}},
       {"true", [](PStream& s) { s.Write(true); }, {1, 0}, {0, 1}},
       {"false", [](PStream& s) { s.Write(false); }, {0, 0}, {0, 0}},
-      {"string", [](PStream& s) { s.Write(PString("ab")); }, {2, 0, 0, 0, 'a', 'b'}, {0, 0, 0, 2, 'a', 'b'}},
-      {"terminated", [](PStream& s) { s.Write(PString("ab"), ';'); }, {'a', 'b', ';'}, {'a', 'b', ';'}},
+      {"string",
+       [](PStream& s) { s.Write(PString("ab")); },
+       {2, 0, 0, 0, 'a', 'b'},
+       {0, 0, 0, 2, 'a', 'b'}},
+      {"terminated",
+       [](PStream& s) { s.Write(PString("ab"), ';'); },
+       {'a', 'b', ';'},
+       {'a', 'b', ';'}},
       {"empty string", [](PStream& s) { s.Write(PString()); }, {0, 0, 0, 0}, {0, 0, 0, 0}},
-      {"double", [](PStream& s) { s.Write(0.5, 3); }, {3, 0, 0, 0, '0', '.', '5'}, {0, 0, 0, 3, '0', '.', '5'}},
+      {"double",
+       [](PStream& s) { s.Write(0.5, 3); },
+       {3, 0, 0, 0, '0', '.', '5'},
+       {0, 0, 0, 3, '0', '.', '5'}},
       {"time",
        [](PStream& s) { s.Write(PTime(static_cast<__int64>(0x0A0B))); },
        {0x0B, 0x0A, 0, 0, 0, 0, 0, 0},
@@ -357,7 +369,8 @@ TEST(PStreamIO, FloatArraysAreCountedStringsOneByOne) {
   const double doubles[2] = {1e10, 0.125};
   stream.WriteArray(floats, 2, 6);
   stream.WriteArray(doubles, 2, 6);
-  EXPECT_EQ(stream.GetSize(), stream.WriteSizeArray(floats, 2, 6) + stream.WriteSizeArray(doubles, 2, 6));
+  EXPECT_EQ(stream.GetSize(),
+            stream.WriteSizeArray(floats, 2, 6) + stream.WriteSizeArray(doubles, 2, 6));
   stream.MoveTo(0);
   float floatsBack[2] = {};
   double doublesBack[2] = {};
@@ -371,7 +384,9 @@ TEST(PStreamIO, FloatArraysAreCountedStringsOneByOne) {
   stream.MoveTo(0);
   char head[7] = {};
   stream.Read(head, 7, 1);
-  EXPECT_EQ(std::string(head, 7), std::string("\x03\0\0\0" "1.5", 7));
+  EXPECT_EQ(std::string(head, 7), std::string("\x03\0\0\0"
+                                              "1.5",
+                                              7));
 }
 
 } // namespace
@@ -498,11 +513,13 @@ TEST(PStreamIO, IdentifierUnderMotorolaOrderingIsOrderedInAScratchBlock) {
       // reversed.
       EXPECT_EQ(asked, std::vector<ULONG>{16u + header});
       EXPECT_EQ(handler->lastBytes, std::string("\x07\x08\x05\x06\x01\x02\x03\x04"
-                                                "\x10\x0F\x0E\x0D\x0C\x0B\x0A\x09", 16));
+                                                "\x10\x0F\x0E\x0D\x0C\x0B\x0A\x09",
+                                                16));
     } else {
       EXPECT_TRUE(asked.empty());
       EXPECT_EQ(handler->lastBytes, std::string("\x04\x03\x02\x01\x06\x05\x08\x07"
-                                                "\x09\x0A\x0B\x0C\x0D\x0E\x0F\x10", 16));
+                                                "\x09\x0A\x0B\x0C\x0D\x0E\x0F\x10",
+                                                16));
     }
   }
 }
@@ -516,7 +533,8 @@ namespace {
 
 // The bytes of `count` integers of `width` bytes from `values` as the
 // ordering puts them on a stream: most significant first under "MM".
-template <typename T> Bytes Ordered(const T* values, ULONG count, unsigned short ordering) {
+template <typename T>
+Bytes Ordered(const T* values, ULONG count, unsigned short ordering) {
   Bytes bytes;
   for (ULONG i = 0; i < count; ++i) {
     const auto value = static_cast<unsigned long long>(values[i]);
@@ -528,7 +546,8 @@ template <typename T> Bytes Ordered(const T* values, ULONG count, unsigned short
   return bytes;
 }
 
-template <typename T> void CheckArraysOfEveryLength(const T (&source)[9]) {
+template <typename T>
+void CheckArraysOfEveryLength(const T (&source)[9]) {
   for (const Order& order : kOrders) {
     for (ULONG n = 1; n <= 9; ++n) {
       SCOPED_TRACE(std::string(order.name) + " x" + std::to_string(n));
@@ -549,10 +568,17 @@ template <typename T> void CheckArraysOfEveryLength(const T (&source)[9]) {
 // where a scratch block takes over, odd counts included.
 TEST(PStreamIO, ArraysOfEveryWidthAndLengthAreOrderedItemByItem) {
   const short shorts[9] = {0x0102, -2, 0x7F80, 0x1234, -32768, 0x00FF, 0x5A5A, 0x0100, 7};
-  const LONG longs[9] = {0x01020304, -2, 0x7F808182, 0x12345678, LONG(0x80000000), 0x00FF00FF,
-                         0x5A5AA5A5, 0x01000000, 7};
-  const __int64 wides[9] = {0x0102030405060708LL, -2, 0x7F80818283848586LL, 0x1234, -1,
-                            0x00FF00FF00FF00FFLL, 0x5A5AA5A5C3C33C3CLL, 0x0100000000000000LL, 7};
+  const LONG longs[9] = {0x01020304, -2,         0x7F808182, 0x12345678, LONG(0x80000000),
+                         0x00FF00FF, 0x5A5AA5A5, 0x01000000, 7};
+  const __int64 wides[9] = {0x0102030405060708LL,
+                            -2,
+                            0x7F80818283848586LL,
+                            0x1234,
+                            -1,
+                            0x00FF00FF00FF00FFLL,
+                            0x5A5AA5A5C3C33C3CLL,
+                            0x0100000000000000LL,
+                            7};
   {
     SCOPED_TRACE("short");
     CheckArraysOfEveryLength(shorts);
@@ -628,8 +654,8 @@ TEST(PStreamIO, EachTypedValueIsOneHandlerWriteOfItsItems) {
     stream.Write(PAutomaticUID("Shape"));
     stream.Write(PString("abcde"));
     stream.Write(PASCIIString("xy"), ';');
-    const std::vector<std::pair<ULONG, ULONG>> expected = {
-        {1, 2}, {1, 4}, {1, 8}, {1, 2}, {2, 8}, {1, 4}, {5, 1}, {2, 1}, {1, 1}};
+    const std::vector<std::pair<ULONG, ULONG>> expected = {{1, 2}, {1, 4}, {1, 8}, {1, 2}, {2, 8},
+                                                           {1, 4}, {5, 1}, {2, 1}, {1, 1}};
     EXPECT_EQ(handler->writes, expected);
   }
 }

@@ -16,7 +16,8 @@
 namespace {
 
 // Runs `action`; the thrown error, or code -1 when nothing was thrown.
-template <typename F> PError Caught(F&& action) {
+template <typename F>
+PError Caught(F&& action) {
   try {
     action();
   } catch (const PError& e) {
@@ -109,10 +110,18 @@ protected:
   unsigned __int64 IOGetSize() const override { return data.size(); }
   void IOSetPos(TypSeekMode seek, unsigned __int64 offset) override {
     switch (seek) {
-    case SeekFwd: pos += static_cast<ULONG>(offset); break;
-    case SeekBack: pos -= static_cast<ULONG>(offset); break;
-    case SeekFromStart: pos = static_cast<ULONG>(offset); break;
-    case SeekFromEnd: pos = static_cast<ULONG>(data.size() - offset); break;
+    case SeekFwd:
+      pos += static_cast<ULONG>(offset);
+      break;
+    case SeekBack:
+      pos -= static_cast<ULONG>(offset);
+      break;
+    case SeekFromStart:
+      pos = static_cast<ULONG>(offset);
+      break;
+    case SeekFromEnd:
+      pos = static_cast<ULONG>(data.size() - offset);
+      break;
     }
   }
   unsigned __int64 IOGetPos() const override { return pos; }
@@ -281,9 +290,7 @@ TEST(PStream, LastCopyGoingAwayClosesAnOpenHandler) {
   {
     PStream first(new Observed(&closes));
     first.Open(OpenWrite);
-    {
-      PStream second(first);
-    }
+    { PStream second(first); }
     EXPECT_EQ(closes, 0);
   }
   EXPECT_EQ(closes, 1);
@@ -468,7 +475,7 @@ TEST(PStream, SetByteOrderingAcceptsOnlyTheTwoMarkers) {
     unsigned short value;
     bool accepted;
   };
-  const Row kRows[] = {{0x4949, true}, {0x4D4D, true},  {0x494D, false},
+  const Row kRows[] = {{0x4949, true},  {0x4D4D, true}, {0x494D, false},
                        {0x4D49, false}, {0, false},     {0xFFFF, false}};
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.value);
@@ -593,8 +600,9 @@ TEST(GStreamDuplication, ClosesBothStreamsWhenAnErrorEscapes) {
   to->failWrites = 1;
   PStream source(from);
   PStream destination(to);
-  EXPECT_EQ(Caught([&] { GStreamDuplication(source, destination, true, OpenWrite, nullptr); }).Code(),
-            1230);
+  EXPECT_EQ(
+      Caught([&] { GStreamDuplication(source, destination, true, OpenWrite, nullptr); }).Code(),
+      1230);
   EXPECT_FALSE(source.IsOpened());
   EXPECT_FALSE(destination.IsOpened());
 }

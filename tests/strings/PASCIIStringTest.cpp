@@ -225,8 +225,8 @@ TEST(PASCIIString, CompareMethodsByMode) {
   const struct {
     TypStringComp mode;
     int abcVsABC;
-  } kRows[] = {{kStrCompExact, 1},     {kStrCompIgnoreCase, 0}, {kStrCompCollate, 1},
-               {kStrCompNoCase, 0},    {kStrCompComposite, 1},  {TypStringComp(9), 1}};
+  } kRows[] = {{kStrCompExact, 1},  {kStrCompIgnoreCase, 0}, {kStrCompCollate, 1},
+               {kStrCompNoCase, 0}, {kStrCompComposite, 1},  {TypStringComp(9), 1}};
   for (const auto& row : kRows) {
     SCOPED_TRACE(row.mode);
     LONG result = GASCIIGetCmpMethod(row.mode)("abc", "ABC", 3);
@@ -324,7 +324,8 @@ TEST(PASCIIString, ForwardSearchFindsWhatCandidateComparesFind) {
     SCOPED_TRACE("\"" + row.hay + "\" / \"" + row.needle + "\" from " + std::to_string(row.from) +
                  " mode " + std::to_string(int(row.mode)));
     PASCIIStringHandler hay(row.hay.data(), 0, static_cast<ULONG>(row.hay.size()), /*copy=*/true);
-    PASCIIStringHandler needle(row.needle.data(), 0, static_cast<ULONG>(row.needle.size()), /*copy=*/true);
+    PASCIIStringHandler needle(row.needle.data(), 0, static_cast<ULONG>(row.needle.size()),
+                               /*copy=*/true);
     EXPECT_EQ(row.found, hay.FindSubHandlerFwd(&needle, row.from, row.mode));
     EXPECT_EQ(row.found, FindByCompares(hay, needle, row.from, row.mode));
     // The same search through a class that compares through its own

@@ -76,9 +76,13 @@ TEST(PMBString, PackedCharacterLengthsByRange) {
   const struct {
     LONG ch;
     int length;
-  } kRows[] = {{0, 1},       {127, 1},      {-128, 1},      {128, 2},         {-129, 2},
-               {32767, 2},   {-32768, 2},   {32768, 3},     {8388607, 3},     {-8388608, 3},
-               {8388608, 4}, {-8388609, 4}, {0x7FFFFFFF, 4}, {LONG(0x80000000u), 4}};
+  } kRows[] = {{0, 1},          {127, 1},
+               {-128, 1},       {128, 2},
+               {-129, 2},       {32767, 2},
+               {-32768, 2},     {32768, 3},
+               {8388607, 3},    {-8388608, 3},
+               {8388608, 4},    {-8388609, 4},
+               {0x7FFFFFFF, 4}, {LONG(0x80000000u), 4}};
   for (const auto& row : kRows) {
     SCOPED_TRACE(row.ch);
     char out[4] = {0};
@@ -189,7 +193,9 @@ TEST(PMBString, EditingKeepsSevenBitFlagCurrent) {
   EXPECT_EQ(kCodeSetASCII, text.CodeSet());
   text.Insert(PMBString("\xC3\xA9", true), 1);
   EXPECT_EQ(kCodeSetMultiByte, text.CodeSet());
-  EXPECT_STREQ("a\xC3\xA9""bc", static_cast<const char*>(text));
+  EXPECT_STREQ("a\xC3\xA9"
+               "bc",
+               static_cast<const char*>(text));
   // The inserted text's length counts bytes, as measured from text.
   EXPECT_EQ(5u, text.Len());
   // Deleting the character removes its two bytes but one from the length,
@@ -318,8 +324,10 @@ TEST(PMBString, SevenBitPositionsAreThoseOfCharacterStepping) {
                   std::string(static_cast<const char*>(slice->GetContent()), slice->GetSize()));
         if (pos < row.size) {
           EXPECT_EQ(mixed->GetChar(pos), handler->GetChar(pos));
-          EXPECT_EQ(std::string(static_cast<const char*>(mixedSlice->GetContent()), mixedSlice->GetSize()).substr(0, slice->GetSize()),
-                    std::string(static_cast<const char*>(slice->GetContent()), slice->GetSize()));
+          EXPECT_EQ(
+              std::string(static_cast<const char*>(mixedSlice->GetContent()), mixedSlice->GetSize())
+                  .substr(0, slice->GetSize()),
+              std::string(static_cast<const char*>(slice->GetContent()), slice->GetSize()));
         }
       }
     }
@@ -337,7 +345,8 @@ TEST(PMBString, ZeroByteStopsSevenBitPositions) {
   std::unique_ptr<PStringHandler> tail(handler->GetSubHandler(3, 2));
   EXPECT_EQ(0u, tail->GetLen());
   handler->InsertChar('X', 4);
-  EXPECT_EQ(std::string("abX\0cd", 6), std::string(static_cast<const char*>(handler->GetContent()), 6));
+  EXPECT_EQ(std::string("abX\0cd", 6),
+            std::string(static_cast<const char*>(handler->GetContent()), 6));
 }
 
 TEST(PMBString, SevenBitSearchFindsWhatCharacterWiseSearchFinds) {
@@ -421,14 +430,38 @@ TEST(PMBString, SevenBitSearchWithZeroByteInContent) {
 }
 
 TEST(PMBString, SevenBitComparisonsAgreeWithTheCompareFunctions) {
-  const char* const kTexts[] = {"",     "a",   "A",   "ab",   "AB",  "abc", "abd", "Abc", "aBC",
-                                "@",    "[",   "`",   "{",    "Z",   "z",   "a@",  "A`",  "z[",
-                                "Z{",   "y",   "zz",  "ZZ",   "abcdefghijklmnopqrstuvwxyz",
-                                "abcdefghijklmnopqrstuvwxyzABCDEFGHIJ", "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghij",
-                                "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghi@", "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefgh[j",
-                                "abcdefghijklmnopqrstuvwxyzabcdefgh{j", "abcdefgh@[`{", "ABCDEFGH`{@["};
-  const TypStringComp kModes[] = {kStrCompExact, kStrCompIgnoreCase, kStrCompCollate, kStrCompNoCase,
-                                  TypStringComp(9)};
+  const char* const kTexts[] = {"",
+                                "a",
+                                "A",
+                                "ab",
+                                "AB",
+                                "abc",
+                                "abd",
+                                "Abc",
+                                "aBC",
+                                "@",
+                                "[",
+                                "`",
+                                "{",
+                                "Z",
+                                "z",
+                                "a@",
+                                "A`",
+                                "z[",
+                                "Z{",
+                                "y",
+                                "zz",
+                                "ZZ",
+                                "abcdefghijklmnopqrstuvwxyz",
+                                "abcdefghijklmnopqrstuvwxyzABCDEFGHIJ",
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghij",
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghi@",
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefgh[j",
+                                "abcdefghijklmnopqrstuvwxyzabcdefgh{j",
+                                "abcdefgh@[`{",
+                                "ABCDEFGH`{@["};
+  const TypStringComp kModes[] = {kStrCompExact, kStrCompIgnoreCase, kStrCompCollate,
+                                  kStrCompNoCase, TypStringComp(9)};
   for (const char* name : kLocales) {
     qvtest::ScopedLocale locale(name);
     if (!locale.active())
@@ -437,7 +470,8 @@ TEST(PMBString, SevenBitComparisonsAgreeWithTheCompareFunctions) {
       for (const char* b : kTexts) {
         const ULONG count = static_cast<ULONG>(std::max(std::strlen(a), std::strlen(b)));
         for (TypStringComp mode : kModes) {
-          SCOPED_TRACE(std::string(name) + ": \"" + a + "\" / \"" + b + "\" mode " + std::to_string(int(mode)));
+          SCOPED_TRACE(std::string(name) + ": \"" + a + "\" / \"" + b + "\" mode " +
+                       std::to_string(int(mode)));
           const LONG expected = GMBGetCmpMethod(mode)(a, b, count);
           PMBStringHandler mine(a, 0, std::strlen(a), /*copy=*/true);
           PMBStringHandler theirs(b, 0, std::strlen(b), /*copy=*/false);
@@ -498,7 +532,9 @@ TEST(PMBString, AppendingKeepsTheSevenBitFlagAsARetestWould) {
   plain.Insert('\x7F', 1);
   plain.Insert(PMBString("xy", true), 0);
   EXPECT_EQ(kCodeSetASCII, plain.CodeSet());
-  EXPECT_STREQ("xya\x7F""bc", static_cast<const char*>(PMBString(plain)));
+  EXPECT_STREQ("xya\x7F"
+               "bc",
+               static_cast<const char*>(PMBString(plain)));
 }
 
 TEST(PMBString, SevenBitBytesWithLengthAboveSizeStayMultibyteAfterInsert) {
@@ -532,7 +568,8 @@ TEST(PMBString, WordAtATimeFoldingComparesAsByteByByte) {
         const LONG bytewise = qvbase::strings::AsciiFoldCompare(a, b, 17);
         ASSERT_EQ(bytewise, qvbase::strings::AsciiFoldCompare(a, b, 17, /*readable=*/17))
             << "bytes " << c << ", " << d << " at " << at;
-        const unsigned fc = qvbase::strings::AsciiFold(a[at]), fd = qvbase::strings::AsciiFold(b[at]);
+        const unsigned fc = qvbase::strings::AsciiFold(a[at]),
+                       fd = qvbase::strings::AsciiFold(b[at]);
         ASSERT_EQ(fc < fd ? -1 : (fc > fd ? 1 : 0), bytewise);
       }
     }
@@ -569,7 +606,9 @@ TEST(PMBString, InsertingAStringIntoItselfCopiesItsOldContent) {
   EXPECT_EQ(kCodeSetASCII, text.CodeSet());
   PMBString mixed("a\xE9", true);
   mixed.Insert(mixed, 2);
-  EXPECT_STREQ("a\xE9""a\xE9", static_cast<const char*>(mixed));
+  EXPECT_STREQ("a\xE9"
+               "a\xE9",
+               static_cast<const char*>(mixed));
   EXPECT_EQ(kCodeSetMultiByte, mixed.CodeSet());
 }
 
@@ -580,12 +619,18 @@ TEST(PMBString, SevenBitCharacterSearchFindsWhatCharacterWiseSearchFinds) {
     TypStringComp mode;
     ULONG found;
   } kRows[] = {
-      {'^', 0, kStrCompExact, 3},   {'^', 3, kStrCompExact, 3},       {'^', 4, kStrCompExact, 8},
-      {'^', 9, kStrCompExact, kStringNotFound},                       {'^', 40, kStrCompExact, kStringNotFound},
-      {'x', 0, kStrCompExact, kStringNotFound},                       {'M', 0, kStrCompExact, kStringNotFound},
-      {'M', 0, kStrCompIgnoreCase, 6},                                {0, 0, kStrCompExact, kStringNotFound},
+      {'^', 0, kStrCompExact, 3},
+      {'^', 3, kStrCompExact, 3},
+      {'^', 4, kStrCompExact, 8},
+      {'^', 9, kStrCompExact, kStringNotFound},
+      {'^', 40, kStrCompExact, kStringNotFound},
+      {'x', 0, kStrCompExact, kStringNotFound},
+      {'M', 0, kStrCompExact, kStringNotFound},
+      {'M', 0, kStrCompIgnoreCase, 6},
+      {0, 0, kStrCompExact, kStringNotFound},
       // 128 packs as the bytes 0 and 1; -23 as the byte 0xE9.
-      {128, 0, kStrCompExact, kStringNotFound},                       {-23, 0, kStrCompExact, kStringNotFound},
+      {128, 0, kStrCompExact, kStringNotFound},
+      {-23, 0, kStrCompExact, kStringNotFound},
       {'^', 0, TypStringComp(7), 3},
   };
   for (const char* name : kLocales) {
@@ -597,7 +642,8 @@ TEST(PMBString, SevenBitCharacterSearchFindsWhatCharacterWiseSearchFinds) {
     ASSERT_EQ(kCodeSetASCII, text.GetCodeSet());
     ASSERT_EQ(kCodeSetMultiByte, mixed.GetCodeSet());
     for (const auto& row : kRows) {
-      SCOPED_TRACE(std::string(name) + ": " + std::to_string(row.ch) + " from " + std::to_string(row.from));
+      SCOPED_TRACE(std::string(name) + ": " + std::to_string(row.ch) + " from " +
+                   std::to_string(row.from));
       EXPECT_EQ(row.found, text.FindCharFwd(row.ch, row.from, row.mode));
       // The extra byte is found where it is.
       EXPECT_EQ(row.ch == -23 ? 11u : row.found, mixed.FindCharFwd(row.ch, row.from, row.mode));

@@ -22,9 +22,10 @@ std::string Narrow(const PString& s) {
 // puts the previous one back.
 class ScopedCommaLocale {
 public:
-  ScopedCommaLocale() : m_saved(GRememberedLocaleName()), m_process(std::setlocale(LC_ALL, nullptr)) {
-    const char* kNames[] = {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8",
-                            "German_Germany.1252", "German", "deu"};
+  ScopedCommaLocale()
+      : m_saved(GRememberedLocaleName()), m_process(std::setlocale(LC_ALL, nullptr)) {
+    const char* kNames[] = {"de_DE.UTF-8",         "de_DE.utf8", "de_DE", "fr_FR.UTF-8",
+                            "German_Germany.1252", "German",     "deu"};
     for (const char* name : kNames) {
       if (GSetRememberedLocale(name) && std::localeconv()->decimal_point[0] == ',') {
         m_active = true;
@@ -66,9 +67,7 @@ TEST(PStringConversions, FloatFormatUsesSignAndLocaleSeparator) {
   EXPECT_EQ("+0,5", Narrow(FloatFormat(0.5, 3, true)));
 }
 
-TEST(PStringConversions, UInt8ToHexaIsUpperCase) {
-  EXPECT_EQ("AB", Narrow(UInt8ToHexa(171)));
-}
+TEST(PStringConversions, UInt8ToHexaIsUpperCase) { EXPECT_EQ("AB", Narrow(UInt8ToHexa(171))); }
 
 TEST(PStringConversions, HexaToUInt8ReadsEitherCase) {
   EXPECT_EQ(171, HexaToUInt8(PASCIIString("ab")));
@@ -89,8 +88,8 @@ TEST(PStringConversions, AddToWordListOnEmptyListAddsNoSeparator) {
 
 TEST(PStringConversions, WordMatchingCountsHitsAndLeavesCounterAtZero) {
   ULONG counter = 99;
-  EXPECT_EQ(1u, WordMatching(PString("red green blue"), PString("green pink"), kStrCompExact,
-                             &counter));
+  EXPECT_EQ(
+      1u, WordMatching(PString("red green blue"), PString("green pink"), kStrCompExact, &counter));
   EXPECT_EQ(0u, counter);
 }
 
@@ -119,9 +118,9 @@ TEST(PStringConversions, ReadsIntegersAndFloats) {
     const char* text;
     ULONG asUnsigned;
     LONG asSigned;
-  } kRows[] = {{"42", 42, 42},         {"  7 apples", 7, 7}, {"", 0, 0},
-               {"none", 0, 0},         {"-5", 0xFFFFFFFBu, -5},
-               {"-2147483648", 0x80000000u, LONG(-2147483647 - 1)}};
+  } kRows[] = {
+      {"42", 42, 42}, {"  7 apples", 7, 7},    {"", 0, 0},
+      {"none", 0, 0}, {"-5", 0xFFFFFFFBu, -5}, {"-2147483648", 0x80000000u, LONG(-2147483647 - 1)}};
   for (const auto& row : kRows) {
     SCOPED_TRACE(row.text);
     EXPECT_EQ(row.asUnsigned, PStringToUInt(PString(row.text)));
@@ -234,6 +233,6 @@ TEST(PStringConversions, GetNextWordTakesWordsOffTheFront) {
 
 TEST(PStringConversions, WordMatchingFollowsTheMode) {
   EXPECT_EQ(0u, WordMatching(PString("Red Green"), PString("red green"), kStrCompExact, nullptr));
-  EXPECT_EQ(2u,
-            WordMatching(PString("Red Green"), PString("  red   green "), kStrCompIgnoreCase, nullptr));
+  EXPECT_EQ(2u, WordMatching(PString("Red Green"), PString("  red   green "), kStrCompIgnoreCase,
+                             nullptr));
 }

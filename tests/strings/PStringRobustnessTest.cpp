@@ -27,12 +27,13 @@ std::string RandomText(std::mt19937& random, bool sevenBit) {
   std::string text;
   for (int i = length(random); i > 0; --i)
     text += (!sevenBit && coin(random) == 0) ? static_cast<char>(anyByte(random))
-                                              : kAlphabet[pick(random)];
+                                             : kAlphabet[pick(random)];
   return text;
 }
 
 // Runs a call whose only allowed failure is a PError with one of `codes`.
-template <typename F> void ExpectDefinedOutcome(F&& call, std::initializer_list<int> codes) {
+template <typename F>
+void ExpectDefinedOutcome(F&& call, std::initializer_list<int> codes) {
   qvtest::RaisedError raised = qvtest::CaptureError(call);
   if (!raised.thrown)
     return;

@@ -64,11 +64,13 @@ public:
     Outermost call(other);
     return PMBStringHandler::CompareSubHandler(start, other, otherStart, count, mode);
   }
-  ULONG FindSubHandlerFwd(const PStringHandler* what, ULONG from, TypStringComp mode) const override {
+  ULONG FindSubHandlerFwd(const PStringHandler* what, ULONG from,
+                          TypStringComp mode) const override {
     Outermost call(what);
     return PMBStringHandler::FindSubHandlerFwd(what, from, mode);
   }
-  ULONG FindSubHandlerBwd(const PStringHandler* what, ULONG from, TypStringComp mode) const override {
+  ULONG FindSubHandlerBwd(const PStringHandler* what, ULONG from,
+                          TypStringComp mode) const override {
     Outermost call(what);
     return PMBStringHandler::FindSubHandlerBwd(what, from, mode);
   }
@@ -251,7 +253,7 @@ TEST(PString, SelfAssignmentKeepsContent) {
 
 TEST(PString, DeclaredTypeConvertsAssignedHandler) {
   InspectedASCII ascii;
-  ascii = PString("xyz");   // multibyte in
+  ascii = PString("xyz"); // multibyte in
   EXPECT_EQ(&gASCIIStringHandlerDec, ascii.Held()->GetHandlerType());
   EXPECT_STREQ("xyz", static_cast<const char*>(ascii));
 }
@@ -502,8 +504,8 @@ TEST(PString, ValidateParamsWithCaretInValueTerminates) {
 
 TEST(PString, TextOperandsAnswerAsStringOperands) {
   const char* const kTexts[] = {"", "a", "abc", "ABC", "abd", "b", "zz", "caf\xE9", "x@y", "X`Y"};
-  const TypStringComp kModes[] = {kStrCompExact, kStrCompIgnoreCase, kStrCompCollate, kStrCompNoCase,
-                                  kStrCompComposite};
+  const TypStringComp kModes[] = {kStrCompExact, kStrCompIgnoreCase, kStrCompCollate,
+                                  kStrCompNoCase, kStrCompComposite};
   for (const char* mine : kTexts) {
     const PString text(mine, true);
     for (const char* other : kTexts) {

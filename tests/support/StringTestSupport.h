@@ -85,7 +85,8 @@ struct RaisedError {
   unsigned line = 0;
 };
 
-template <typename F> RaisedError CaptureError(F&& call) {
+template <typename F>
+RaisedError CaptureError(F&& call) {
   RaisedError raised;
   try {
     call();

@@ -145,7 +145,7 @@ TEST(PUTDate, ChangesOfTheValueNotifyTheDerivedClass) {
   date += PTime(1);
   date -= PTime(1);
   EXPECT_EQ(date.changes, 3);
-  const PUTDate sum = date + PTime(1);  // a new date; this one is unchanged
+  const PUTDate sum = date + PTime(1); // a new date; this one is unchanged
   EXPECT_EQ(date.changes, 3);
   EXPECT_EQ(sum.GetValue().GetValue(), 2);
 }
@@ -170,11 +170,11 @@ TEST(PLocalDate, LocalFieldsDoNotDependOnTheZone) {
 
 TEST(PLocalDate, DayInYearCountsFromOneWithTheCalendarsLeapDays) {
   EXPECT_EQ(PLocalDate(0).DayInYear(), 1);
-  const PLocalDate lastOf2024(PTime((20088 * 86400LL) * kSecond));  // 2024-12-31
+  const PLocalDate lastOf2024(PTime((20088 * 86400LL) * kSecond)); // 2024-12-31
   EXPECT_EQ(lastOf2024.Month(), 12);
   EXPECT_EQ(lastOf2024.Day(), 31);
   EXPECT_EQ(lastOf2024.DayInYear(), 366);
-  const PLocalDate lastOf2100(PTime((47846 * 86400LL) * kSecond));  // 2100-12-31
+  const PLocalDate lastOf2100(PTime((47846 * 86400LL) * kSecond)); // 2100-12-31
   EXPECT_EQ(lastOf2100.Year(), 2100);
   EXPECT_EQ(lastOf2100.DayInYear(), 365);
 }
@@ -186,7 +186,7 @@ TEST(PLocalDate, WeekCountsFromTheFirstChosenDayOfTheYear) {
   EXPECT_EQ(newYear.Week(0), 0);
   EXPECT_EQ(newYear.Week(1), 0);
   EXPECT_EQ(newYear.Week(4), 1);
-  EXPECT_EQ(newYear.Week(11), 1);  // taken modulo 7
+  EXPECT_EQ(newYear.Week(11), 1); // taken modulo 7
   const PLocalDate firstSunday(PTime(3 * kDay));
   EXPECT_EQ(firstSunday.Week(0), 1);
   EXPECT_EQ(firstSunday.Week(1), 0);
@@ -221,7 +221,7 @@ TEST(PLocalDate, IgnoredBreakdownErrorGivesZeroFields) {
   EXPECT_EQ(date.Year(), 0);
   EXPECT_EQ(date.Day(), 0);
   EXPECT_EQ(date.DayInYear(), 0);
-  EXPECT_EQ(ignore.hook.calls, 5);  // Year, Day, then Year, Month and Day for DayInYear
+  EXPECT_EQ(ignore.hook.calls, 5); // Year, Day, then Year, Month and Day for DayInYear
 }
 
 TEST(PLocalDate, DaylightSavingFailureIsError1200OfSeverity29) {
@@ -245,8 +245,8 @@ TEST(PLocalDate, IgnoredDaylightSavingFailureGivesFalse) {
 #if !defined(_WIN32)
 TEST(PLocalDate, DaylightSavingReadsTheSameSecondsInTheZone) {
   qvtest::ScopedTimeZone zone(qvtest::kCentralEurope);
-  EXPECT_TRUE(PLocalDate(1720000000).IsDaySavingTime());   // July 2024
-  EXPECT_FALSE(PLocalDate(1705000000).IsDaySavingTime());  // January 2024
+  EXPECT_TRUE(PLocalDate(1720000000).IsDaySavingTime());  // July 2024
+  EXPECT_FALSE(PLocalDate(1705000000).IsDaySavingTime()); // January 2024
   qvtest::ScopedTimeZone universal(qvtest::kUniversal);
   EXPECT_FALSE(PLocalDate(1720000000).IsDaySavingTime());
 }
@@ -287,9 +287,9 @@ TEST(PLocalDate, FormatNumericDatePlaceholders) {
     const char* pattern;
     const char* expected;
   } rows[] = {
-      {"^M^", "3"},      {"^MM^", "03"},   {"^d^", "14"},     {"^dd^", "14"},
-      {"^h^", "1"},      {"^hh^", "01"},   {"^w^", "11"},     {"^ww^", "11"},
-      {"^yy^", "24"},    {"^yyyy^", "2024"}, {"^yd^", "74"},  {"^ydd^", "074"},
+      {"^M^", "3"},   {"^MM^", "03"},     {"^d^", "14"},  {"^dd^", "14"},
+      {"^h^", "1"},   {"^hh^", "01"},     {"^w^", "11"},  {"^ww^", "11"},
+      {"^yy^", "24"}, {"^yyyy^", "2024"}, {"^yd^", "74"}, {"^ydd^", "074"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.pattern);
@@ -302,9 +302,9 @@ TEST(PLocalDate, FormatTimeSpanPlaceholders) {
     const char* pattern;
     const char* expected;
   } rows[] = {
-      {"^H^", "13"}, {"^HH^", "13"}, {"^m^", "5"},       {"^mm^", "05"},
-      {"^s^", "9"},  {"^ss^", "09"}, {"^TD^", "19796"},  {"^TH^", "475117"},
-      {"^TM^", "28507025"},           {"^TS^", "1710421509"},
+      {"^H^", "13"},        {"^HH^", "13"},         {"^m^", "5"},      {"^mm^", "05"},
+      {"^s^", "9"},         {"^ss^", "09"},         {"^TD^", "19796"}, {"^TH^", "475117"},
+      {"^TM^", "28507025"}, {"^TS^", "1710421509"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.pattern);
@@ -313,7 +313,7 @@ TEST(PLocalDate, FormatTimeSpanPlaceholders) {
 }
 
 TEST(PLocalDate, FormatSmallFieldsGetTheirPadding) {
-  const PLocalDate early(PTime(4 * kDay + 7 * kSecond));  // 1970-01-05 00:00:07
+  const PLocalDate early(PTime(4 * kDay + 7 * kSecond)); // 1970-01-05 00:00:07
   EXPECT_EQ(Formatted(early, "^yyyy^-^MM^-^dd^ ^HH^:^mm^:^ss^ ^h^ ^ydd^ ^yy^"),
             "1970-01-05 00:00:07 12 005 70");
 }
@@ -343,16 +343,16 @@ TEST(PLocalDate, FormatOfAnUnbreakableDateRaises1200) {
 
 TEST(PlaceholderClass, OnlyExactSpellingsAreFilled) {
   // A name is filled when it is of a class; every other name survives.
-  const char* const filled[] = {"H", "HH", "m", "mm", "s", "ss", "TD", "TH", "TM", "TS",
-                                "M", "MM", "d", "dd", "h", "hh", "w", "ww", "yy", "yyyy",
-                                "yd", "ydd", "MMM", "MMMM", "ddd", "dddd", "t", "tt"};
+  const char* const filled[] = {"H",  "HH",  "m",   "mm",   "s",   "ss",   "TD", "TH", "TM", "TS",
+                                "M",  "MM",  "d",   "dd",   "h",   "hh",   "w",  "ww", "yy", "yyyy",
+                                "yd", "ydd", "MMM", "MMMM", "ddd", "dddd", "t",  "tt"};
   for (const char* name : filled) {
     SCOPED_TRACE(name);
     const std::string pattern = std::string("^") + name + "^";
     EXPECT_NE(Formatted(kPiDay, pattern.c_str()), pattern);
   }
-  const char* const kept[] = {"y", "yyy", "yyyyy", "HHH", "T", "TDX", "G", "a", "z",
-                              "~", "hhh", "www", "mmm", "sss", "ttt", "g", "ggg"};
+  const char* const kept[] = {"y", "yyy", "yyyyy", "HHH", "T",   "TDX", "G", "a",  "z",
+                              "~", "hhh", "www",   "mmm", "sss", "ttt", "g", "ggg"};
   for (const char* name : kept) {
     SCOPED_TRACE(name);
     const std::string pattern = std::string("^") + name + "^";

@@ -130,9 +130,8 @@ TEST(PTime, EveryTimeSpanPlaceholder) {
     const char* pattern;
     const char* expected;
   } rows[] = {
-      {"^H^", "3"},      {"^HH^", "03"},     {"^m^", "4"},        {"^mm^", "04"},
-      {"^s^", "5"},      {"^ss^", "05"},     {"^TD^", "2"},       {"^TH^", "51"},
-      {"^TM^", "3064"},  {"^TS^", "183845"},
+      {"^H^", "3"},   {"^HH^", "03"}, {"^m^", "4"},   {"^mm^", "04"},   {"^s^", "5"},
+      {"^ss^", "05"}, {"^TD^", "2"},  {"^TH^", "51"}, {"^TM^", "3064"}, {"^TS^", "183845"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.pattern);
@@ -201,7 +200,8 @@ TEST(PTime, DivisionByMinusOneWrapsInsteadOfTrapping) {
   PTime unset; // the most negative value
   PTime divided = unset / static_cast<__int64>(-1);
   EXPECT_EQ(divided.GetValue(), unset.GetValue());
-  EXPECT_EQ(PTime(static_cast<__int64>(10)) / static_cast<__int64>(-1), PTime(static_cast<__int64>(-10)));
+  EXPECT_EQ(PTime(static_cast<__int64>(10)) / static_cast<__int64>(-1),
+            PTime(static_cast<__int64>(-10)));
   EXPECT_EQ(unset % PTime(static_cast<__int64>(-1)), 0);
   EXPECT_EQ(PTime(static_cast<__int64>(7)) / PTime(static_cast<__int64>(-1)), -7);
 }

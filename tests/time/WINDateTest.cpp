@@ -163,7 +163,10 @@ TEST(WINUTDate, IgnoredRefusalGivesNoDate) {
 
 TEST(WINUTDate, SystemTimeBefore1601Raises1201) {
   const WINUTDate date(PTime(-kOffset - 1));
-  ExpectConversionError(ErrorOf([&] { SYSTEMTIME fields = date; (void)fields; }));
+  ExpectConversionError(ErrorOf([&] {
+    SYSTEMTIME fields = date;
+    (void)fields;
+  }));
   qvtest::ScopedIgnoreErrors ignore;
   const SYSTEMTIME fields = date;
   EXPECT_EQ(fields.wYear, 0);
@@ -274,7 +277,8 @@ TEST(WINLocalDate, SystemFormatFormsCarryTheFields) {
 
 TEST(WINLocalDate, FormatFillsNamesFromTheSystem) {
   const WINLocalDate date = MakeNLocDate(2024, 3, 14, 13, 5, 9, 0);
-  const std::string text = Text(date.Format(PMBString("^yyyy^-^MM^-^dd^ ^MMMM^ ^dddd^ ^tt^", true)));
+  const std::string text =
+      Text(date.Format(PMBString("^yyyy^-^MM^-^dd^ ^MMMM^ ^dddd^ ^tt^", true)));
   EXPECT_EQ(text.substr(0, 11), "2024-03-14 ");
   EXPECT_EQ(text.find('^'), std::string::npos) << text;
   EXPECT_GT(text.size(), 14u);

@@ -31,14 +31,14 @@ std::string Lines(std::string text) {
   return text;
 }
 
-bool IsOneLine(const std::string &text) {
+bool IsOneLine(const std::string& text) {
   std::string t = Lines(text);
   return !t.empty() && t.find('\n') == t.size() - 1;
 }
 
-std::string Text(const PUniversalID &id) {
+std::string Text(const PUniversalID& id) {
   PMBString text = static_cast<PString>(id);
-  return static_cast<const char *>(text);
+  return static_cast<const char*>(text);
 }
 
 PStream NewStream(unsigned short ordering) {
@@ -48,7 +48,7 @@ PStream NewStream(unsigned short ordering) {
   return stream;
 }
 
-std::string Content(PStream &stream) {
+std::string Content(PStream& stream) {
   std::string bytes(static_cast<std::size_t>(stream.GetSize()), '\0');
   stream.MoveTo(0);
   if (!bytes.empty())
@@ -56,13 +56,12 @@ std::string Content(PStream &stream) {
   return bytes;
 }
 
-void WriteBody(PStream &section, const std::string &body) {
+void WriteBody(PStream& section, const std::string& body) {
   if (!body.empty())
     section.Write(body.data(), static_cast<ULONG>(body.size()), 1);
 }
 
-void AddSection(PStream &parent, const PUniversalID &id, ULONG version,
-                const std::string &body) {
+void AddSection(PStream& parent, const PUniversalID& id, ULONG version, const std::string& body) {
   PStreamSection section = OpenWriteSection(parent, id, version);
   WriteBody(section, body);
   section.Close();
@@ -71,8 +70,7 @@ void AddSection(PStream &parent, const PUniversalID &id, ULONG version,
 const PAutomaticUID kOuter("Outer");
 const PAutomaticUID kInner("Inner");
 const PAutomaticUID kEmpty("Empty");
-const PUniversalID kPlain(PASCIIString("{12345678-9ABC-DEF0-1122-334455667788}",
-                                       true));
+const PUniversalID kPlain(PASCIIString("{12345678-9ABC-DEF0-1122-334455667788}", true));
 
 // Outer (version 2) holding Inner ("Hello") and Empty, then a section with
 // an identifier not made from a name and a 3-byte body.
@@ -95,8 +93,7 @@ std::string SmallTree() {
          "89 {12345678-9ABC-DEF0-1122-334455667788} version 7 size 31\n";
 }
 
-RunResult DumpBytes(const std::string &bytes,
-                    std::vector<std::string> options = {}) {
+RunResult DumpBytes(const std::string& bytes, std::vector<std::string> options = {}) {
   qvtest::TempDir dir;
   std::string path = dir.File("sections.bin");
   qvtest::WriteFile(path, bytes);
@@ -104,13 +101,12 @@ RunResult DumpBytes(const std::string &bytes,
   return Qvdump(options);
 }
 
-void SetSize(std::string &bytes, std::size_t sectionAt,
-             unsigned long long size) {
+void SetSize(std::string& bytes, std::size_t sectionAt, unsigned long long size) {
   for (int i = 0; i < 8; ++i)
     bytes[sectionAt + 20 + i] = static_cast<char>((size >> (8 * i)) & 0xFF);
 }
 
-void ExpectBadInput(const RunResult &r, const std::string &message) {
+void ExpectBadInput(const RunResult& r, const std::string& message) {
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(Lines(r.err), "qvdump: " + message + "\n");
   EXPECT_EQ(r.out, "");
@@ -146,20 +142,18 @@ TEST(Qvdump, ShowsTheNameOfAnAutomaticIdentifier) {
   AddSection(file, PAutomaticUID("Twenty0123456789abcd"), 1, "");
   RunResult r = DumpBytes(Content(file));
   EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(Lines(r.out),
-            "0 {00000000-0000-42C0-0000-000000000010} \"A\" version 1 size 28\n"
-            "28 " +
-                Text(PAutomaticUID("Twenty0123456789abcd")) +
-                " \"Twenty0123456789abcd\" version 1 size 28\n");
+  EXPECT_EQ(Lines(r.out), "0 {00000000-0000-42C0-0000-000000000010} \"A\" version 1 size 28\n"
+                          "28 " +
+                              Text(PAutomaticUID("Twenty0123456789abcd")) +
+                              " \"Twenty0123456789abcd\" version 1 size 28\n");
 }
 
 TEST(Qvdump, ShowsNoNameWhenTheIdentifierIsNotRebuiltExactly) {
   // "a-b" places the codes of "ab" but its checksum counts the hyphen;
   // a name longer than twenty codes cannot be rebuilt either.
-  const PUniversalID ids[] = {kPlain, PAutomaticUID("a-b"),
-                              PAutomaticUID("Twentyone0123456789ab"),
+  const PUniversalID ids[] = {kPlain, PAutomaticUID("a-b"), PAutomaticUID("Twentyone0123456789ab"),
                               PUniversalID()};
-  for (const PUniversalID &id : ids) {
+  for (const PUniversalID& id : ids) {
     SCOPED_TRACE(Text(id));
     PStream file = NewStream(kByteOrderingIntel);
     AddSection(file, id, 4, "");
@@ -173,8 +167,7 @@ TEST(Qvdump, HexDumpsBodiesThatAreNotSections) {
   PStream file = NewStream(kByteOrderingIntel);
   {
     PStreamSection outer = OpenWriteSection(file, kOuter, 1);
-    AddSection(outer, kInner, 1,
-               std::string("Hello, sections!\x00\x01\xFF", 19));
+    AddSection(outer, kInner, 1, std::string("Hello, sections!\x00\x01\xFF", 19));
     outer.Close();
   }
   RunResult r = DumpBytes(Content(file), {"--hex"});
@@ -203,8 +196,7 @@ TEST(Qvdump, ABodyWithABrokenSectionIsShownAsData) {
   SetSize(bytes, 28, 29); // one byte past its parent
   RunResult r = DumpBytes(bytes);
   EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(Lines(r.out),
-            "0 " + Text(kOuter) + " \"Outer\" version 1 size 56\n");
+  EXPECT_EQ(Lines(r.out), "0 " + Text(kOuter) + " \"Outer\" version 1 size 56\n");
 }
 
 TEST(Qvdump, SizeBelowTheHeaderIsBadInput) {
@@ -213,8 +205,7 @@ TEST(Qvdump, SizeBelowTheHeaderIsBadInput) {
   AddSection(file, kInner, 1, "");
   std::string bytes = Content(file);
   SetSize(bytes, 28, 27);
-  ExpectBadInput(DumpBytes(bytes),
-                 "section at offset 28: size 27 is below the 28-byte header");
+  ExpectBadInput(DumpBytes(bytes), "section at offset 28: size 27 is below the 28-byte header");
 }
 
 TEST(Qvdump, SizeZeroWhichWouldMakeNoProgressIsBadInput) {
@@ -223,8 +214,7 @@ TEST(Qvdump, SizeZeroWhichWouldMakeNoProgressIsBadInput) {
   AddSection(file, kInner, 1, "");
   std::string bytes = Content(file);
   SetSize(bytes, 31, 0);
-  ExpectBadInput(DumpBytes(bytes),
-                 "section at offset 31: size 0 is below the 28-byte header");
+  ExpectBadInput(DumpBytes(bytes), "section at offset 31: size 0 is below the 28-byte header");
 }
 
 TEST(Qvdump, SectionRunningPastTheEndOfTheFileIsBadInput) {
@@ -237,9 +227,8 @@ TEST(Qvdump, SectionRunningPastTheEndOfTheFileIsBadInput) {
                                    "the end of the file at offset 60");
   // The largest size a header can hold asks for no memory.
   SetSize(bytes, 28, ~0ULL);
-  ExpectBadInput(DumpBytes(bytes),
-                 "section at offset 28: size 18446744073709551615 runs past "
-                 "the end of the file at offset 60");
+  ExpectBadInput(DumpBytes(bytes), "section at offset 28: size 18446744073709551615 runs past "
+                                   "the end of the file at offset 60");
 }
 
 TEST(Qvdump, HeaderCutShortIsBadInput) {
@@ -266,12 +255,9 @@ TEST(Qvdump, DeepNestingIsCutOffWithANote) {
   RunResult r = DumpBytes(Content(file));
   EXPECT_EQ(r.status, 0) << r.err;
   std::string out = Lines(r.out);
-  EXPECT_EQ(
-      out.rfind("0 " + Text(kOuter) + " \"Outer\" version 1 size 4200\n", 0),
-      0u);
-  EXPECT_NE(
-      out.find("(sections nested deeper than 100 levels are not opened)\n"),
-      std::string::npos);
+  EXPECT_EQ(out.rfind("0 " + Text(kOuter) + " \"Outer\" version 1 size 4200\n", 0), 0u);
+  EXPECT_NE(out.find("(sections nested deeper than 100 levels are not opened)\n"),
+            std::string::npos);
   EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 101);
 }
 
@@ -305,8 +291,7 @@ TEST(Qvdump, FileLargerThanOneGibibyteIsRefusedBeforeReading) {
 TEST(Qvdump, HelpPrintsUsageAndSucceeds) {
   RunResult r = Qvdump({"--help"});
   EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.out.find("usage: qvdump [--mm|--ii] [--hex] FILE"),
-            std::string::npos);
+  EXPECT_NE(r.out.find("usage: qvdump [--mm|--ii] [--hex] FILE"), std::string::npos);
 }
 
 TEST(Qvdump, WrongUsageExitsWithTwoAndOneLine) {
@@ -316,9 +301,9 @@ TEST(Qvdump, WrongUsageExitsWithTwoAndOneLine) {
   const std::vector<std::vector<std::string>> rows = {
       {}, {"--hex"}, {"--bogus", f}, {f, f}, {"--mm", "--ii", f},
   };
-  for (const auto &row : rows) {
+  for (const auto& row : rows) {
     std::string trace;
-    for (const auto &a : row)
+    for (const auto& a : row)
       trace += a + " ";
     SCOPED_TRACE(trace);
     RunResult r = Qvdump(row);

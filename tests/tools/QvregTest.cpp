@@ -142,7 +142,8 @@ std::string Substitute(std::string text, const std::string& key) {
 TEST(Qvreg, ImportThenExportMatchesTheHandWrittenFile) {
   qvtest::ScratchRegistry registry;
   qvtest::TempDir dir;
-  std::string input = Substitute(qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-input.reg"), registry.KeyPath());
+  std::string input =
+      Substitute(qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-input.reg"), registry.KeyPath());
   std::string expected =
       Substitute(qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-expected.reg"), registry.KeyPath());
   qvtest::WriteFile(dir.File("in.reg"), input);
@@ -212,7 +213,8 @@ TEST(Qvreg, StoreNamesWhereTheRegistryLives) {
 #if !defined(_WIN32)
 TEST(Qvreg, CorruptStoreFailsWithFileAndLine) {
   qvtest::ScratchRegistry registry;
-  const std::string bytes = "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\X]\n\"v\"=hex:1,\n";
+  const std::string bytes =
+      "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\X]\n\"v\"=hex:1,\n";
   qvtest::WriteFile(registry.StoreFile(), bytes);
   RunResult r = Qvreg({"set", "HKCU\\Software\\Y", "v", "sz", "1"});
   EXPECT_EQ(r.status, 1);

@@ -34,36 +34,33 @@ constexpr std::uint64_t kMaxFileSize = std::uint64_t(1) << 30;
 // so a crafted file could otherwise nest millions of levels.
 constexpr int kMaxDepth = 100;
 
-const char kUsage[] =
-    "usage: qvdump [--mm|--ii] [--hex] FILE\n"
-    "\n"
-    "Prints the tree of stream sections in FILE: for each section its offset "
-    "in\n"
-    "the file, its identifier (with the name it was made from, when "
-    "PAutomaticUID\n"
-    "made it), its version and its size, header included. A body made of "
-    "whole\n"
-    "sections and nothing else is shown as nested sections, indented.\n"
-    "\n"
-    "options:\n"
-    "  --ii    integers are little-endian (\"II\", the default)\n"
-    "  --mm    integers are big-endian (\"MM\")\n"
-    "  --hex   also dump the bytes of bodies that are not sections\n"
-    "  --help  print this text\n"
-    "\n"
-    "exit status: 0 success, 1 bad input, 2 wrong usage\n";
+const char kUsage[] = "usage: qvdump [--mm|--ii] [--hex] FILE\n"
+                      "\n"
+                      "Prints the tree of stream sections in FILE: for each section its offset "
+                      "in\n"
+                      "the file, its identifier (with the name it was made from, when "
+                      "PAutomaticUID\n"
+                      "made it), its version and its size, header included. A body made of "
+                      "whole\n"
+                      "sections and nothing else is shown as nested sections, indented.\n"
+                      "\n"
+                      "options:\n"
+                      "  --ii    integers are little-endian (\"II\", the default)\n"
+                      "  --mm    integers are big-endian (\"MM\")\n"
+                      "  --hex   also dump the bytes of bodies that are not sections\n"
+                      "  --help  print this text\n"
+                      "\n"
+                      "exit status: 0 success, 1 bad input, 2 wrong usage\n";
 
 struct Failure {
   int status;
   std::string message;
 };
 
-[[noreturn]] void Usage(const std::string &message) {
+[[noreturn]] void Usage(const std::string& message) {
   throw Failure{kExitUsage, message + " (see qvdump --help)"};
 }
-[[noreturn]] void BadInput(const std::string &message) {
-  throw Failure{kExitBadInput, message};
-}
+[[noreturn]] void BadInput(const std::string& message) { throw Failure{kExitBadInput, message}; }
 
 std::string Decimal(std::uint64_t value) {
   return std::to_string(static_cast<unsigned long long>(value));
@@ -78,7 +75,7 @@ struct Header {
 
 class Dumper {
 public:
-  Dumper(const std::vector<unsigned char> &bytes, bool bigEndian, bool hex)
+  Dumper(const std::vector<unsigned char>& bytes, bool bigEndian, bool hex)
       : m_bytes(bytes), m_bigEndian(bigEndian), m_hex(hex) {}
 
   // Checks the whole file first, so that bad input prints nothing but the
@@ -88,7 +85,7 @@ public:
     std::string problem;
     if (!Split(0, m_bytes.size(), "the end of the file", &top, &problem))
       BadInput(problem);
-    for (const Header &h : top)
+    for (const Header& h : top)
       Print(h, 0);
   }
 
@@ -97,8 +94,7 @@ private:
     std::uint64_t value = 0;
     for (int i = 0; i < width; ++i) {
       int shift = m_bigEndian ? 8 * (width - 1 - i) : 8 * i;
-      value |= std::uint64_t(m_bytes[static_cast<std::size_t>(at) + i])
-               << shift;
+      value |= std::uint64_t(m_bytes[static_cast<std::size_t>(at) + i]) << shift;
     }
     return value;
   }
@@ -125,27 +121,26 @@ private:
 
   // Splits [begin, end) into whole sections. On failure `problem` says what
   // is wrong and where; `endName` names the limit for that message.
-  bool Split(std::uint64_t begin, std::uint64_t end, const char *endName,
-             std::vector<Header> *out, std::string *problem) const {
+  bool Split(std::uint64_t begin, std::uint64_t end, const char* endName, std::vector<Header>* out,
+             std::string* problem) const {
     std::uint64_t at = begin;
     while (at < end) {
       std::string where = "section at offset " + Decimal(at) + ": ";
       if (end - at < kHeaderSize) {
-        *problem = where + "header cut short: " + Decimal(end - at) +
-                   " of 28 bytes before " + endName;
+        *problem =
+            where + "header cut short: " + Decimal(end - at) + " of 28 bytes before " + endName;
         return false;
       }
       Header h = Decode(at);
       if (h.size < kHeaderSize) {
         // Also what keeps the walk moving: every step advances 28 bytes at
         // least.
-        *problem =
-            where + "size " + Decimal(h.size) + " is below the 28-byte header";
+        *problem = where + "size " + Decimal(h.size) + " is below the 28-byte header";
         return false;
       }
       if (h.size > end - at) {
-        *problem = where + "size " + Decimal(h.size) + " runs past " + endName +
-                   " at offset " + Decimal(end);
+        *problem = where + "size " + Decimal(h.size) + " runs past " + endName + " at offset " +
+                   Decimal(end);
         return false;
       }
       out->push_back(h);
@@ -158,7 +153,7 @@ private:
     return std::string(static_cast<std::size_t>(depth) * 2, ' ');
   }
 
-  static std::string NameOf(const PUniversalID &id) {
+  static std::string NameOf(const PUniversalID& id) {
     // Ten 6-bit codes per half in bits 0..59, the first character highest;
     // a zero code ends the name.
     static const char kAlphabet[] =
@@ -166,8 +161,7 @@ private:
     std::string name;
     const std::uint64_t halves[2] = {id.Huge1(), id.Huge2()};
     for (int i = 0; i < 20; ++i) {
-      unsigned code =
-          static_cast<unsigned>(halves[i / 10] >> (54 - 6 * (i % 10))) & 0x3F;
+      unsigned code = static_cast<unsigned>(halves[i / 10] >> (54 - 6 * (i % 10))) & 0x3F;
       if (code == 0)
         break;
       if (code > 62)
@@ -181,15 +175,13 @@ private:
     return name;
   }
 
-  void Print(const Header &h, int depth) const {
+  void Print(const Header& h, int depth) const {
     PMBString text = static_cast<PString>(h.id);
-    std::string line = Indent(depth) + Decimal(h.offset) + " " +
-                       static_cast<const char *>(text);
+    std::string line = Indent(depth) + Decimal(h.offset) + " " + static_cast<const char*>(text);
     std::string name = NameOf(h.id);
     if (!name.empty())
       line += " \"" + name + "\"";
-    line +=
-        " version " + Decimal(h.version) + " size " + Decimal(h.size) + "\n";
+    line += " version " + Decimal(h.version) + " size " + Decimal(h.size) + "\n";
     std::fputs(line.c_str(), stdout);
 
     std::uint64_t begin = h.offset + kHeaderSize, end = h.offset + h.size;
@@ -198,13 +190,12 @@ private:
     std::vector<Header> children;
     std::string ignored;
     if (depth + 1 >= kMaxDepth) {
-      std::fputs((Indent(depth + 1) + "(sections nested deeper than " +
-                  std::to_string(kMaxDepth) + " levels are not opened)\n")
+      std::fputs((Indent(depth + 1) + "(sections nested deeper than " + std::to_string(kMaxDepth) +
+                  " levels are not opened)\n")
                      .c_str(),
                  stdout);
-    } else if (Split(begin, end, "the end of its parent", &children,
-                     &ignored)) {
-      for (const Header &child : children)
+    } else if (Split(begin, end, "the end of its parent", &children, &ignored)) {
+      for (const Header& child : children)
         Print(child, depth + 1);
       return;
     }
@@ -217,8 +208,7 @@ private:
     std::string indent = Indent(depth);
     for (std::uint64_t line = begin; line < end; line += 16) {
       char offset[32];
-      std::snprintf(offset, sizeof offset, "%08llX",
-                    static_cast<unsigned long long>(line));
+      std::snprintf(offset, sizeof offset, "%08llX", static_cast<unsigned long long>(line));
       std::string hex, ascii;
       for (std::uint64_t i = 0; i < 16; ++i) {
         if (i == 8)
@@ -238,13 +228,13 @@ private:
     }
   }
 
-  const std::vector<unsigned char> &m_bytes;
+  const std::vector<unsigned char>& m_bytes;
   bool m_bigEndian;
   bool m_hex;
 };
 
-std::vector<unsigned char> ReadWholeFile(const std::string &path) {
-  std::FILE *file = std::fopen(path.c_str(), "rb");
+std::vector<unsigned char> ReadWholeFile(const std::string& path) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
   if (!file)
     BadInput("cannot open " + path + ": " + std::strerror(errno));
   // Measured first where the runtime can, so that an oversized file is
@@ -277,7 +267,7 @@ std::vector<unsigned char> ReadWholeFile(const std::string &path) {
   return bytes;
 }
 
-int Main(int argc, char **argv) {
+int Main(int argc, char** argv) {
   bool bigEndian = false, orderingGiven = false, hex = false;
   std::string path;
   bool havePath = false;
@@ -313,14 +303,14 @@ int Main(int argc, char **argv) {
 
 } // namespace
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   try {
     return Main(argc, argv);
-  } catch (const Failure &failure) {
+  } catch (const Failure& failure) {
     std::fflush(stdout);
     std::fprintf(stderr, "qvdump: %s\n", failure.message.c_str());
     return failure.status;
-  } catch (const std::exception &e) {
+  } catch (const std::exception& e) {
     std::fflush(stdout);
     std::fprintf(stderr, "qvdump: %s\n", e.what());
     return kExitBadInput;

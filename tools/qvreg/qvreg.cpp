@@ -79,7 +79,8 @@ KeyName ParseKeyName(const std::string& text) {
   KeyName name;
   std::size_t slash = text.find('\\');
   if (!regfile::ParseRootName(text.substr(0, slash), &name.root))
-    Usage("unknown root in \"" + text + "\": expected HKEY_LOCAL_MACHINE, HKLM, HKEY_CURRENT_USER or HKCU");
+    Usage("unknown root in \"" + text +
+          "\": expected HKEY_LOCAL_MACHINE, HKLM, HKEY_CURRENT_USER or HKCU");
   name.path = slash == std::string::npos ? "" : text.substr(slash + 1);
   std::vector<std::string> names;
   if (!regfile::SplitKeyPath(name.path, &names))
@@ -121,9 +122,9 @@ struct TypeName {
   DWORD type;
 };
 const TypeName kTypes[] = {
-    {"none", native::kRegNone},     {"sz", native::kRegSz},
+    {"none", native::kRegNone},          {"sz", native::kRegSz},
     {"expand_sz", native::kRegExpandSz}, {"binary", native::kRegBinary},
-    {"dword", native::kRegDword},   {"multi_sz", native::kRegMultiSz},
+    {"dword", native::kRegDword},        {"multi_sz", native::kRegMultiSz},
     {"qword", native::kRegQword},
 };
 
@@ -174,8 +175,8 @@ std::string DataText(DWORD type, const std::vector<BYTE>& data, const char* sepa
   }
   case native::kRegDword:
     if (data.size() == 4) {
-      std::uint32_t v = data[0] | (data[1] << 8) | (data[2] << 16) |
-                        (static_cast<std::uint32_t>(data[3]) << 24);
+      std::uint32_t v =
+          data[0] | (data[1] << 8) | (data[2] << 16) | (static_cast<std::uint32_t>(data[3]) << 24);
       return std::to_string(v);
     }
     break;
@@ -304,7 +305,8 @@ int CmdSet(const std::vector<std::string>& args) {
       known = true;
     }
   if (!known)
-    Usage("unknown type \"" + args[2] + "\": expected sz, expand_sz, multi_sz, dword, qword, binary or none");
+    Usage("unknown type \"" + args[2] +
+          "\": expected sz, expand_sz, multi_sz, dword, qword, binary or none");
   std::vector<BYTE> data = EncodeData(type, std::vector<std::string>(args.begin() + 3, args.end()));
   OpenKey key(name, native::kKeyWrite, true);
   LONG rc = native::SetRegValue(key.get(), args[1].c_str(), type, data.data(),
@@ -472,8 +474,8 @@ int CmdExport(std::vector<std::string> args) {
   ReadTree(key.get(), &tree);
   std::vector<std::string> path;
   regfile::SplitKeyPath(name.path, &path);
-  std::string text = regfile::WriteKey(name.root, path, tree,
-                                       utf16 ? regfile::Encoding::kUtf16 : regfile::Encoding::kUtf8);
+  std::string text = regfile::WriteKey(
+      name.root, path, tree, utf16 ? regfile::Encoding::kUtf16 : regfile::Encoding::kUtf8);
   if (args.size() < 2) {
     std::fwrite(text.data(), 1, text.size(), stdout);
     return kExitOk;

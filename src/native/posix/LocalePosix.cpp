@@ -68,7 +68,8 @@ std::size_t SpanOfUnits(const unsigned short* units, std::size_t count) {
 }
 
 // Appends to a bounded output while counting everything that would be written.
-template <typename T> class BoundedOutput {
+template <typename T>
+class BoundedOutput {
 public:
   BoundedOutput(T* out, std::size_t capacity) : m_out(out), m_capacity(out ? capacity : 0) {}
   void Put(T value) {
@@ -229,7 +230,8 @@ int AsciiCompareIgnoreCaseWithin(const char* a, const char* b, std::size_t count
     std::uint64_t wa, wb;
     std::memcpy(&wa, a + done, 8);
     std::memcpy(&wb, b + done, 8);
-    if (((wa | wb) & kHigh) != 0 || ((wa - kOnes) & ~wa & kHigh) != 0 || foldWord(wa) != foldWord(wb))
+    if (((wa | wb) & kHigh) != 0 || ((wa - kOnes) & ~wa & kHigh) != 0 ||
+        foldWord(wa) != foldWord(wb))
       break;
     done += 8;
   }

@@ -66,14 +66,30 @@ LONG FailWith(LONG code, std::string text) {
 LONG Fail(LONG code) {
   const char* text = "registry call failed";
   switch (code) {
-  case ERROR_FILE_NOT_FOUND: text = "not found"; break;
-  case ERROR_ACCESS_DENIED: text = "access denied"; break;
-  case ERROR_INVALID_HANDLE: text = "invalid key handle"; break;
-  case ERROR_INVALID_PARAMETER: text = "invalid parameter"; break;
-  case ERROR_BAD_PATHNAME: text = "invalid key name"; break;
-  case ERROR_MORE_DATA: text = "the buffer is too small"; break;
-  case ERROR_NO_MORE_ITEMS: text = "no more items"; break;
-  case ERROR_KEY_DELETED: text = "the key has been deleted"; break;
+  case ERROR_FILE_NOT_FOUND:
+    text = "not found";
+    break;
+  case ERROR_ACCESS_DENIED:
+    text = "access denied";
+    break;
+  case ERROR_INVALID_HANDLE:
+    text = "invalid key handle";
+    break;
+  case ERROR_INVALID_PARAMETER:
+    text = "invalid parameter";
+    break;
+  case ERROR_BAD_PATHNAME:
+    text = "invalid key name";
+    break;
+  case ERROR_MORE_DATA:
+    text = "the buffer is too small";
+    break;
+  case ERROR_NO_MORE_ITEMS:
+    text = "no more items";
+    break;
+  case ERROR_KEY_DELETED:
+    text = "the key has been deleted";
+    break;
   }
   return FailWith(code, text);
 }
@@ -249,7 +265,8 @@ private:
 };
 
 // Runs `read` on a snapshot of the store.
-template <typename F> LONG ReadStore(F&& read) {
+template <typename F>
+LONG ReadStore(F&& read) {
   Tree tree;
   LONG rc = LoadStore(StorePath(), &tree);
   if (rc != ERROR_SUCCESS)
@@ -259,7 +276,8 @@ template <typename F> LONG ReadStore(F&& read) {
 
 // Runs `change` on the current store under the writer lock; `change` returns
 // its result and sets `*changed` when the store must be written back.
-template <typename F> LONG ChangeStore(F&& change) {
+template <typename F>
+LONG ChangeStore(F&& change) {
   std::string path = StorePath();
   WriterLock lock(path);
   if (!lock.Held())
@@ -320,7 +338,8 @@ LONG CopyName(const std::string& name, char* out, DWORD* size) {
 
 // Checks the handle and its access (none needed when `access` is 0), then
 // runs `read(tree, key)` on the key the handle names in a snapshot of the store.
-template <typename F> LONG ReadKey(RegKey handle, DWORD access, F&& read) {
+template <typename F>
+LONG ReadKey(RegKey handle, DWORD access, F&& read) {
   if (!IsValidHandle(handle))
     return Fail(ERROR_INVALID_HANDLE);
   if (access && !(handle->access & access))
@@ -334,7 +353,8 @@ template <typename F> LONG ReadKey(RegKey handle, DWORD access, F&& read) {
 }
 
 // The same for changes: `change(tree, key, &changed)` under the writer lock.
-template <typename F> LONG ChangeKey(RegKey handle, DWORD access, F&& change) {
+template <typename F>
+LONG ChangeKey(RegKey handle, DWORD access, F&& change) {
   if (!IsValidHandle(handle))
     return Fail(ERROR_INVALID_HANDLE);
   if (access && !(handle->access & access))

@@ -7,12 +7,11 @@ namespace native {
 
 bool SystemErrorText(DWORD code, std::string* text) {
   char* buffer = nullptr;
-  DWORD length = FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
-                                    FORMAT_MESSAGE_IGNORE_INSERTS,
-                                /*lpSource=*/nullptr, code,
-                                MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
-                                reinterpret_cast<char*>(&buffer), /*nSize=*/0,
-                                /*Arguments=*/nullptr);
+  DWORD length = FormatMessageA(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+      /*lpSource=*/nullptr, code, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT),
+      reinterpret_cast<char*>(&buffer), /*nSize=*/0,
+      /*Arguments=*/nullptr);
   bool found = length != 0 && buffer != nullptr;
   if (found && text)
     text->assign(buffer, length);

@@ -35,7 +35,9 @@ UINT CurrentCodePage() {
   return codePage != 0 ? codePage : CP_ACP;
 }
 
-const unsigned char* Bytes(const char* text) { return reinterpret_cast<const unsigned char*>(text); }
+const unsigned char* Bytes(const char* text) {
+  return reinterpret_cast<const unsigned char*>(text);
+}
 const wchar_t* Wide(const unsigned short* units) { return reinterpret_cast<const wchar_t*>(units); }
 
 // The conversion calls take int counts; longer inputs are not converted.

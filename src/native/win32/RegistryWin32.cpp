@@ -20,10 +20,9 @@ LONG Track(LONG rc) {
     return rc;
   }
   char* text = nullptr;
-  DWORD n = FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
-                               FORMAT_MESSAGE_IGNORE_INSERTS,
-                           nullptr, static_cast<DWORD>(rc), 0, reinterpret_cast<char*>(&text), 0,
-                           nullptr);
+  DWORD n = FormatMessageA(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+      nullptr, static_cast<DWORD>(rc), 0, reinterpret_cast<char*>(&text), 0, nullptr);
   if (n && text) {
     tLastError.assign(text, n);
     while (!tLastError.empty() && (tLastError.back() == '\n' || tLastError.back() == '\r' ||
@@ -53,9 +52,9 @@ LONG OpenRegKey(RegKey parent, const char* subKey, DWORD access, RegKey* result)
 LONG CreateRegKey(RegKey parent, const char* subKey, const char* className, DWORD access,
                   RegKey* result, DWORD* disposition) {
   HKEY key = nullptr;
-  LONG rc = Track(::RegCreateKeyExA(ToHkey(parent), subKey ? subKey : "", 0,
-                                    const_cast<char*>(className), REG_OPTION_NON_VOLATILE, access,
-                                    nullptr, &key, disposition));
+  LONG rc =
+      Track(::RegCreateKeyExA(ToHkey(parent), subKey ? subKey : "", 0, const_cast<char*>(className),
+                              REG_OPTION_NON_VOLATILE, access, nullptr, &key, disposition));
   if (result)
     *result = rc == ERROR_SUCCESS ? reinterpret_cast<RegKey>(key) : nullptr;
   return rc;
@@ -84,8 +83,8 @@ LONG DeleteRegTree(RegKey parent, const char* subKey) {
 }
 
 LONG EnumRegKey(RegKey key, DWORD index, char* name, DWORD* nameSize) {
-  return Track(::RegEnumKeyExA(ToHkey(key), index, name, nameSize, nullptr, nullptr, nullptr,
-                               nullptr));
+  return Track(
+      ::RegEnumKeyExA(ToHkey(key), index, name, nameSize, nullptr, nullptr, nullptr, nullptr));
 }
 
 LONG EnumRegValue(RegKey key, DWORD index, char* name, DWORD* nameSize, DWORD* type, BYTE* data,
@@ -95,9 +94,9 @@ LONG EnumRegValue(RegKey key, DWORD index, char* name, DWORD* nameSize, DWORD* t
 
 LONG QueryRegKeyInfo(RegKey key, DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* values,
                      DWORD* maxValueNameLength, DWORD* maxValueLength) {
-  return Track(::RegQueryInfoKeyA(ToHkey(key), nullptr, nullptr, nullptr, subKeys,
-                                  maxSubKeyLength, nullptr, values, maxValueNameLength,
-                                  maxValueLength, nullptr, nullptr));
+  return Track(::RegQueryInfoKeyA(ToHkey(key), nullptr, nullptr, nullptr, subKeys, maxSubKeyLength,
+                                  nullptr, values, maxValueNameLength, maxValueLength, nullptr,
+                                  nullptr));
 }
 
 std::string RegLastErrorText() { return tLastError; }

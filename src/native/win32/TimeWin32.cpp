@@ -31,12 +31,12 @@ std::string FormatWith(int (*format)(LCID, DWORD, const SYSTEMTIME*, LPCSTR, LPS
 }
 
 int DateFormat(LCID locale, DWORD flags, const SYSTEMTIME* time, LPCSTR picture, LPSTR out,
-                      int size) {
+               int size) {
   return GetDateFormatA(locale, flags, time, picture, out, size);
 }
 
 int TimeFormat(LCID locale, DWORD flags, const SYSTEMTIME* time, LPCSTR picture, LPSTR out,
-                      int size) {
+               int size) {
   return GetTimeFormatA(locale, flags, time, picture, out, size);
 }
 
