@@ -16,6 +16,7 @@ packages=(
   wine64            # runs the mingw64 tests
   wine
   util-linux        # flock, used by the Wine wrapper
+  clang-format      # tools/check-format.sh
   locales           # the locale tests: the locales below
 )
 

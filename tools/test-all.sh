@@ -11,6 +11,9 @@ export QVBASE_WERROR="${QVBASE_WERROR:-ON}"
 
 step() { printf '\n==== %s\n' "$*"; }
 
+step "format: every source as clang-format writes it"
+tools/check-format.sh
+
 step "linux: build and test"
 cmake --workflow --preset linux
 

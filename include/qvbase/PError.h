@@ -20,6 +20,7 @@
 // Errors and their info sets belong to one thread at a time.
 #pragma once
 
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PRoot.h>
 #include <qvbase/PSmartData.h>
 #include <qvbase/QVCompat.h>

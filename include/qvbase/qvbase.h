@@ -19,6 +19,7 @@
 #include <qvbase/PASCIIString.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PError.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/WINError.h>

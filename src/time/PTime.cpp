@@ -2,8 +2,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PTime.h>
 
-#include <qvbase/PErrorProtection.h>
-
+#include "errors/RaiseError.h"
 #include "time/DatePlaceholder.h"
 
 #include <cstdint>
@@ -12,17 +11,11 @@
 namespace {
 
 // Time values report their errors as part of the date family: the one source
-// text "src\PDate" names both, and error handlers match on it.
+// text "src\PDate" names both, and error handlers match on it. It is the
+// errors' defined position, not a path of this tree.
 const char kSourceFile[] = "src\\PDate";
-constexpr int kBadBreakdownOrFormat = 1200;
 constexpr __int64 kUnset = INT64_MIN;
 constexpr __int64 kTicksPerSecond = 10000000;
-
-void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
 
 // Wrapping arithmetic, as the 32-bit original's: unsigned, so that overflow
 // is defined.
@@ -132,7 +125,7 @@ bool PTime::IsNear(const PTime& other, const PTime& tolerance) const {
 
 PMBString PTime::Format(const PMBString& pattern) const {
   if (m_value < 0)
-    RaiseError(kBadBreakdownOrFormat, ErrorSeverityFatal, __LINE__);
+    qvbase::errors::Raise(kErrDateBreakdown, ErrorSeverityFatal, kSourceFile, __LINE__);
   // The signal returned: the pattern is filled from the count as it is.
   PMBString result(static_cast<const char*>(pattern), /*copy=*/true);
   PASCIIString name;
