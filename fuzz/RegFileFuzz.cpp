@@ -2,6 +2,8 @@
 // error naming a line, never crash; what it accepts must write out and parse
 // back to the same file.
 #include "native/RegFile.h"
+#include "native/RegFileParser.h"
+#include "native/RegFileWriter.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,20 +1,28 @@
-// RegFile.h - the .reg text format: parsing, an in-memory key tree, writing.
+// RegFile.h - the .reg text format: its key tree and statements.
 // Part of qvbase, the QVKernel foundation class library.
 //
 // The POSIX registry store keeps its keys in a file of the format Windows'
 // registry editor exports ("Windows Registry Editor Version 5.00"), so the
 // same file can be imported on a Windows machine and a Windows export can be
 // imported here; qvreg's import and export use the same code on both
-// platforms. This file knows only the format: no file system, no locking.
+// platforms. The format's code knows only the format: no file system, no
+// locking. It is four parts:
 //
-// Text bytes. The registry's "A" interface passes strings as the process's
-// multibyte bytes (UTF-8 here). In the file, a string value is written quoted
-// when it is plain text: valid UTF-8, no control characters, one terminating
-// zero. Any other string (a newline in it, no terminator, bytes that are not
-// UTF-8) is written as hex(1), whose data is UTF-16LE as Windows keeps it;
-// bytes that are not UTF-8 travel as the lone surrogates U+DC80..U+DCFF, so
-// every byte string comes back exactly as it was written.
+//   RegFile.h        the key tree a file describes and the statements it is
+//                    made of; applying statements to a tree
+//   RegFileParser.h  bytes of a file -> statements, or the line that is wrong
+//   RegFileWriter.h  a tree or one key -> the bytes of a file
+//   RegFileCodec.h   the UTF-8 / UTF-16 conversions both of them use
+//
+//   std::vector<regfile::Entry> entries;
+//   regfile::ParseError error;
+//   if (!regfile::Parse(bytes, &entries, &error)) report(error.line, error.message);
+//   regfile::Tree tree;
+//   regfile::Apply(entries, &tree);
+//   std::string again = regfile::Write(tree, regfile::Encoding::kUtf8);
 #pragma once
+
+#include "native/Registry.h"
 
 #include <qvbase/QVCompat.h>
 
@@ -26,6 +34,11 @@
 namespace qvbase {
 namespace native {
 namespace regfile {
+
+// The first line of a file: the current form, whose text values are UTF-16,
+// and the old form, whose text values are bytes.
+constexpr std::string_view kHeaderVersion5 = "Windows Registry Editor Version 5.00";
+constexpr std::string_view kHeaderVersion4 = "REGEDIT4";
 
 enum class Root { kLocalMachine = 0, kCurrentUser = 1 };
 constexpr int kRootCount = 2;
@@ -42,15 +55,22 @@ bool NamesEqual(std::string_view a, std::string_view b);
 bool NameLess(std::string_view a, std::string_view b);
 
 // Splits "A\B\C" into its names. A trailing backslash is allowed; an empty
-// name in the middle, a leading backslash, a name longer than 255 bytes or
-// with control characters, or more than kMaxKeyDepth names is not. An empty
-// path gives no names.
+// name in the middle, a leading backslash, a name longer than
+// kMaxKeyNameLength bytes or with control characters, or more than
+// kMaxKeyDepth names is not. An empty path gives no names.
+constexpr std::size_t kMaxKeyNameLength = 255;
 constexpr std::size_t kMaxKeyDepth = 512;
 bool SplitKeyPath(std::string_view path, std::vector<std::string>* names);
 
+// The value types whose data is text (kRegSz, kRegExpandSz, kRegMultiSz):
+// a version 5 file keeps their data as UTF-16LE in the hex(...) form.
+inline bool IsTextType(DWORD type) {
+  return type == kRegSz || type == kRegExpandSz || type == kRegMultiSz;
+}
+
 struct Value {
   std::string name; // empty for the default value
-  DWORD type = 0;
+  DWORD type = kRegNone;
   std::vector<BYTE> data;
 };
 
@@ -85,44 +105,14 @@ struct Entry {
   Root root = Root::kLocalMachine;
   std::vector<std::string> path; // names below the root
   std::string name;              // value statements: the value's name
-  DWORD type = 0;
-  std::vector<BYTE> data;
+  DWORD type = kRegNone;
+  std::vector<BYTE> data; // text types: the process's bytes, as the "A" calls pass them
   unsigned line = 0;
 };
-
-struct ParseError {
-  unsigned line = 0; // 1-based
-  std::string message;
-};
-
-// Parses a whole file: an optional byte-order mark (UTF-8 or UTF-16LE), the
-// header line, then key and value statements. The file must end with a line
-// break, so that a file cut short is recognised. On failure nothing is
-// returned but the error.
-bool Parse(std::string_view bytes, std::vector<Entry>* entries, ParseError* error);
 
 // Applies parsed statements in order: keys are created with every key above
 // them, values set, deletions carried out.
 void Apply(const std::vector<Entry>& entries, Tree* tree);
-
-enum class Encoding {
-  kUtf8,  // UTF-8 without byte-order mark, LF line ends: the store's own form
-  kUtf16, // UTF-16LE with byte-order mark, CRLF line ends: what regedit writes
-};
-
-// The whole tree as a .reg file (each hive's root appears only when it holds
-// values).
-std::string Write(const Tree& tree, Encoding encoding);
-
-// One key and everything below it, `path` being the key's full name below
-// `root`.
-std::string WriteKey(Root root, const std::vector<std::string>& path, const Key& key,
-                     Encoding encoding);
-
-// The text conversions that the hex(1), hex(2) and hex(7) forms use; exact
-// inverses of each other for every byte string.
-std::vector<std::uint16_t> BytesToUtf16(std::string_view bytes);
-std::string Utf16ToBytes(const std::uint16_t* units, std::size_t count);
 
 } // namespace regfile
 } // namespace native

@@ -1,5 +1,8 @@
 // The .reg text format: parsing, writing, the text conversions and bad input.
 #include "native/RegFile.h"
+#include "native/RegFileCodec.h"
+#include "native/RegFileParser.h"
+#include "native/RegFileWriter.h"
 
 #include "support/TestSupport.h"
 
@@ -12,6 +15,13 @@
 namespace {
 
 namespace regfile = qvbase::native::regfile;
+using qvbase::native::kRegBinary;
+using qvbase::native::kRegDword;
+using qvbase::native::kRegExpandSz;
+using qvbase::native::kRegMultiSz;
+using qvbase::native::kRegNone;
+using qvbase::native::kRegQword;
+using qvbase::native::kRegSz;
 using regfile::Entry;
 using regfile::Root;
 using regfile::Tree;
@@ -58,24 +68,24 @@ TEST(RegFile, ParsesEveryValueForm) {
                              "\"none\"=hex(0):\n");
   const regfile::Value* v = Find(tree, "Software\\Varnel\\Config", "errorfile");
   ASSERT_NE(v, nullptr);
-  EXPECT_EQ(v->type, 1u);
+  EXPECT_EQ(v->type, kRegSz);
   EXPECT_EQ(v->data, Bytes(std::string("C:\\trace.log", 12) + '\0'));
   v = Find(tree, "Software\\Varnel\\Config", "");
   ASSERT_NE(v, nullptr);
   EXPECT_EQ(v->data, Bytes(std::string("default", 7) + '\0'));
   v = Find(tree, "Software\\Varnel\\Config", "count");
   ASSERT_NE(v, nullptr);
-  EXPECT_EQ(v->type, 4u);
+  EXPECT_EQ(v->type, kRegDword);
   EXPECT_EQ(v->data, (std::vector<BYTE>{0x2a, 0, 0, 0}));
   EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "short")->data, (std::vector<BYTE>{7, 0, 0, 0}));
   EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "blob")->data,
             (std::vector<BYTE>{0xde, 0xad, 0xbe, 0xef}));
-  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "blob")->type, 3u);
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "blob")->type, kRegBinary);
   EXPECT_TRUE(Find(tree, "Software\\Varnel\\Config", "empty")->data.empty());
-  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "big")->type, 11u);
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "big")->type, kRegQword);
   // Version 5 files keep text types as UTF-16; the tree holds the bytes.
   EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "wide")->data, Bytes(std::string("AB\0", 3)));
-  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "none")->type, 0u);
+  EXPECT_EQ(Find(tree, "Software\\Varnel\\Config", "none")->type, kRegNone);
 }
 
 TEST(RegFile, Regedit4TextDataIsRawBytes) {
@@ -138,12 +148,12 @@ TEST(RegFile, KeyNamesCompareWithoutCaseAndSortThatWay) {
 
 TEST(RegFile, ValuesKeepTheOrderTheyWereFirstWritten) {
   regfile::Key key;
-  key.SetValue("zeta", 1, Bytes("a"));
-  key.SetValue("alpha", 1, Bytes("b"));
-  key.SetValue("ZETA", 3, Bytes("c"));
+  key.SetValue("zeta", kRegSz, Bytes("a"));
+  key.SetValue("alpha", kRegSz, Bytes("b"));
+  key.SetValue("ZETA", kRegBinary, Bytes("c"));
   ASSERT_EQ(key.values.size(), 2u);
   EXPECT_EQ(key.values[0].name, "zeta");
-  EXPECT_EQ(key.values[0].type, 3u);
+  EXPECT_EQ(key.values[0].type, kRegBinary);
   EXPECT_EQ(key.values[1].name, "alpha");
 }
 
@@ -241,9 +251,9 @@ TEST(RegFile, MalformedFilesNameTheLine) {
 TEST(RegFile, EveryCutOfAFileThatEndsMidLineIsRejected) {
   Tree original;
   regfile::Key* key = original.RootKey(Root::kCurrentUser).AddSubKey("K");
-  key->SetValue("text", 1, Bytes(std::string("quote \" and \\ here\0", 20)));
-  key->SetValue("blob", 3, std::vector<BYTE>(60, 0xAB));
-  key->SetValue("n", 4, std::vector<BYTE>{1, 2, 3, 4});
+  key->SetValue("text", kRegSz, Bytes(std::string("quote \" and \\ here\0", 20)));
+  key->SetValue("blob", kRegBinary, std::vector<BYTE>(60, 0xAB));
+  key->SetValue("n", kRegDword, std::vector<BYTE>{1, 2, 3, 4});
   std::string file = regfile::Write(original, regfile::Encoding::kUtf8);
   for (std::size_t cut = 0; cut < file.size(); ++cut) {
     std::string prefix = file.substr(0, cut);
@@ -272,7 +282,7 @@ TEST(RegFile, AwkwardStringsRoundTripExactly) {
       std::string("tab\there\0", 9),
       std::string(),
   };
-  for (DWORD type : {1u, 2u, 7u}) {
+  for (DWORD type : {kRegSz, kRegExpandSz, kRegMultiSz}) {
     Tree tree;
     regfile::Key* key = tree.RootKey(Root::kLocalMachine).AddSubKey("K");
     int i = 0;
@@ -297,8 +307,8 @@ TEST(RegFile, AwkwardStringsRoundTripExactly) {
 TEST(RegFile, NamesWithQuotesBackslashesAndHighBytesRoundTrip) {
   Tree tree;
   regfile::Key* key = tree.RootKey(Root::kCurrentUser).AddSubKey("caf\xC3\xA9 ]key[");
-  key->SetValue("na\"me\\", 4, {1, 0, 0, 0});
-  key->SetValue("\xE9t\xE9", 4, {2, 0, 0, 0});
+  key->SetValue("na\"me\\", kRegDword, {1, 0, 0, 0});
+  key->SetValue("\xE9t\xE9", kRegDword, {2, 0, 0, 0});
   Tree back = Load(regfile::Write(tree, regfile::Encoding::kUtf8));
   regfile::Key* k = back.RootKey(Root::kCurrentUser).FindSubKey("caf\xC3\xA9 ]key[");
   ASSERT_NE(k, nullptr);
@@ -310,10 +320,10 @@ TEST(RegFile, NamesWithQuotesBackslashesAndHighBytesRoundTrip) {
 TEST(RegFile, PlainStringsAreWrittenQuotedAndOthersAsUtf16Hex) {
   Tree tree;
   regfile::Key* key = tree.RootKey(Root::kLocalMachine).AddSubKey("K");
-  key->SetValue("a", 1, Bytes(std::string("say \"hi\" C:\\x\0", 14)));
-  key->SetValue("b", 1, Bytes(std::string("a\nb\0", 4)));
-  key->SetValue("c", 4, {0x2a, 0, 0, 0});
-  key->SetValue("d", 4, {1, 2});
+  key->SetValue("a", kRegSz, Bytes(std::string("say \"hi\" C:\\x\0", 14)));
+  key->SetValue("b", kRegSz, Bytes(std::string("a\nb\0", 4)));
+  key->SetValue("c", kRegDword, {0x2a, 0, 0, 0});
+  key->SetValue("d", kRegDword, {1, 2});
   EXPECT_EQ(regfile::Write(tree, regfile::Encoding::kUtf8),
             kHeader + "[HKEY_LOCAL_MACHINE\\K]\n"
                       "\"a\"=\"say \\\"hi\\\" C:\\\\x\"\n"
@@ -327,7 +337,7 @@ TEST(RegFile, LongHexListsWrapAsRegeditWrapsThem) {
   Tree tree;
   tree.RootKey(Root::kLocalMachine)
       .AddSubKey("K")
-      ->SetValue("long", 3, std::vector<BYTE>(60, 0x11));
+      ->SetValue("long", kRegBinary, std::vector<BYTE>(60, 0x11));
   std::string text = regfile::Write(tree, regfile::Encoding::kUtf8);
   std::size_t start = 0;
   int continued = 0;
@@ -352,7 +362,7 @@ TEST(RegFile, Utf16FormHasBomAndCrLf) {
   Tree tree;
   tree.RootKey(Root::kCurrentUser)
       .AddSubKey("K")
-      ->SetValue("x", 1, Bytes(std::string("\xC3\xA9\0", 3)));
+      ->SetValue("x", kRegSz, Bytes(std::string("\xC3\xA9\0", 3)));
   std::string out = regfile::Write(tree, regfile::Encoding::kUtf16);
   ASSERT_GE(out.size(), 4u);
   EXPECT_EQ(out.substr(0, 4), std::string("\xFF\xFEW\0", 4));

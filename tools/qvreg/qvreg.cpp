@@ -6,6 +6,8 @@
 // functions, so it behaves the same on both. Exit status: 0 on success, 1 when
 // the operation fails, 2 on wrong usage; every failure prints one line.
 #include "native/RegFile.h"
+#include "native/RegFileParser.h"
+#include "native/RegFileWriter.h"
 #include "native/Registry.h"
 
 #include <cerrno>

@@ -12,6 +12,8 @@
 #include "native/Registry.h"
 
 #include "native/RegFile.h"
+#include "native/RegFileParser.h"
+#include "native/RegFileWriter.h"
 
 #include <algorithm>
 #include <cerrno>
