@@ -2,6 +2,7 @@
 // Part of qvbase, the QVKernel foundation class library. Internal.
 #pragma once
 
+#include <qvbase/GDbg.h>
 #include <qvbase/PError.h>
 
 namespace qvbase {
@@ -12,5 +13,17 @@ void TraceErrorSignalled(const PError& error);
 void TraceErrorTransformed(const PError& error);
 // The error was dropped: closes its block.
 void TraceErrorIgnored();
+
+// The error trace in no-error mode for one scope: errors signalled meanwhile
+// are not written to it. For code that turns the errors of what it runs into
+// results (the COM stream adapter) or drops them on purpose (closing a
+// stream that failed before).
+class NoErrorModeScope {
+public:
+  NoErrorModeScope(const char* file, ULONG line) { GDbgEnterNoErrorMode(file, line); }
+  ~NoErrorModeScope() { GDbgExitNoErrorMode(); }
+  NoErrorModeScope(const NoErrorModeScope&) = delete;
+  NoErrorModeScope& operator=(const NoErrorModeScope&) = delete;
+};
 
 } // namespace qvbase
