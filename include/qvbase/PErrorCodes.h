@@ -47,7 +47,8 @@ constexpr int kErrDateConversion = 1201; // the platform's date conversion faile
 // ---------------------------------------------------------------------------
 // Strings.
 constexpr int kErrStringCharOutOfRange = 1210;     // a character outside the handler's range
-constexpr int kErrStringUnicodeNotSettable = 1211; // a Unicode character the handler cannot hold
+constexpr int kErrStringUnicodeNotSettable = 1211; // a narrow character with no Unicode
+                                                   // translation, set into a Unicode handler
 constexpr int kErrStringBadHexDigit = 1212;        // a character that is not a hexadecimal digit
 
 // ---------------------------------------------------------------------------
@@ -56,9 +57,10 @@ constexpr int kErrStreamNoHandler = 1220;       // an operation needs a handler;
 constexpr int kErrStreamOpenModeInvalid = 1221; // an open mode with neither bit, a read-only
                                                 // stream opened in another mode, or a memory
                                                 // stream opened to read with nothing to read
-constexpr int kErrStreamOpenModeNotExact = 1222; // a handler that opens exactly for reading or
-                                                 // exactly for writing was given another mode,
-                                                 // or its mode was changed while open
+constexpr int kErrStreamOpenModeNotExact = 1222; // a section opened with a mode other than
+                                                 // exactly read or exactly write, or its mode
+                                                 // changed while open; a null stream opened
+                                                 // or set to a mode with the read bit
 constexpr int kErrStreamClosed = 1223;           // an operation on a closed stream
 constexpr int kErrStreamAlreadyOpen = 1224;      // opened, or re-identified, while open
 constexpr int kErrStreamBadSeekMode = 1225;      // a seek mode other than the four defined
@@ -66,11 +68,17 @@ constexpr int kErrStreamSeekPastEnd = 1227;      // a seek forward or absolute p
 constexpr int kErrStreamSeekBeforeStart = 1228;  // a seek back before the start
 constexpr int kErrStreamShortRead = 1229;        // the medium delivered fewer bytes than asked
 constexpr int kErrStreamShortWrite = 1230;       // the medium took fewer bytes than given
-constexpr int kErrStreamNotWritable = 1231;      // a write or resize on a stream not writable
-constexpr int kErrStreamNotReadable = 1232;      // a read on a stream not readable
+constexpr int kErrStreamNotWritable = 1231;      // a write or resize on a stream not writable;
+                                                 // a section opened for writing over a parent
+                                                 // that is not writable
+constexpr int kErrStreamNotReadable = 1232;      // a read on a stream not readable; a section
+                                                 // opened for reading over a parent that is not
+                                                 // readable, or read or written in the mode it
+                                                 // was not opened for
 constexpr int kErrStreamBadFormat = 1233;        // the bytes are not what was expected: an unknown
                                                  // byte ordering, a section of another identifier,
-                                                 // a section header shorter than 28 bytes
+                                                 // a section header shorter than 28 bytes, data
+                                                 // the system reports damaged
 
 // ---------------------------------------------------------------------------
 // Progress.

@@ -2,13 +2,15 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PInterfacePtr.h>
 
-#include <qvbase/PErrorProtection.h>
 #include <qvbase/WINError.h>
 
+#include "errors/RaiseError.h"
 #include "native/ComClasses.h"
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PInterfacePtr";
 constexpr ULONG kAssignToLine = 81;
 constexpr ULONG kCreateDataLine = 93;
@@ -16,9 +18,8 @@ constexpr ULONG kCreateDataLine = 93;
 // The failed status becomes an error with the code and details of its
 // platform mapping.
 void RaiseStatus(HRESULT status, ULONG line) {
-  PError error(WINError(static_cast<ULONG>(status)), ErrorSeverityError, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
+  qvbase::errors::Raise(WINError(static_cast<ULONG>(status)), ErrorSeverityError, kSourceFile,
+                        line);
 }
 
 } // namespace

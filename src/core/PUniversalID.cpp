@@ -4,29 +4,24 @@
 
 #include <qvbase/PASCIIString.h>
 #include <qvbase/PMBString.h>
-#include <qvbase/PErrorProtection.h>
 #include <qvbase/PStringConversions.h>
 #include <qvbase/WINError.h>
 
+#include "errors/RaiseError.h"
 #include "native/Guid.h"
 
 #include <cstring>
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\puniversalid";
 constexpr ULONG kCreateNewLine = 98;
 constexpr ULONG kLengthLine = 68;
 constexpr ULONG kBraceLine = 71;
 constexpr ULONG kHyphenLine = 74;
-constexpr int kInvalidArgument = 1001;
 constexpr ULONG kTextLength = 38;
-
-void Raise(const PError& mapped, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(mapped, severity, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
 
 std::uint64_t Half(const std::uint8_t* bytes) {
   std::uint64_t value = 0;
@@ -188,16 +183,16 @@ PUniversalID::PUniversalID(const PASCIIString& text) : m_id() {
   };
   look();
   if (length != kTextLength) {
-    Raise(PError(kInvalidArgument), ErrorSeverityAbort, kLengthLine);
+    qvbase::errors::Raise(kErrInvalidArgument, ErrorSeverityAbort, kSourceFile, kLengthLine);
     look();
   }
   if (CharAt(chars, length, 0) != '{' || CharAt(chars, length, 37) != '}') {
-    Raise(PError(kInvalidArgument), ErrorSeverityAbort, kBraceLine);
+    qvbase::errors::Raise(kErrInvalidArgument, ErrorSeverityAbort, kSourceFile, kBraceLine);
     look();
   }
   if (CharAt(chars, length, 9) != '-' || CharAt(chars, length, 14) != '-' ||
       CharAt(chars, length, 19) != '-' || CharAt(chars, length, 24) != '-') {
-    Raise(PError(kInvalidArgument), ErrorSeverityAbort, kHyphenLine);
+    qvbase::errors::Raise(kErrInvalidArgument, ErrorSeverityAbort, kSourceFile, kHyphenLine);
     look();
   }
   // A well-formed text is read in place; anything else goes through the
@@ -280,7 +275,7 @@ PUniversalID::operator _H2_GUID() const {
 void PUniversalID::CreateNew() {
   HRESULT status = qvbase::native::CreateGuid(&m_id);
   if (status != S_OK)
-    Raise(OLEError(status), ErrorSeverityError, kCreateNewLine);
+    qvbase::errors::Raise(OLEError(status), ErrorSeverityError, kSourceFile, kCreateNewLine);
 }
 
 std::uint32_t PUniversalID::Group1() const { return m_id.Data1; }

@@ -5,6 +5,7 @@
 #include <qvbase/GDbg.h>
 #include <qvbase/MemoryManager.h>
 #include <qvbase/PASCIIString.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PList.h>
 #include <qvbase/PMBString.h>
@@ -355,7 +356,7 @@ void PError::DbgDisplayOutput(void (*output)(const char*)) const {
     output = GDbgGetOutputMethod();
   if (!output)
     return;
-  if (m_code == 0) {
+  if (m_code == kErrNone) {
     output("No Error");
     return;
   }

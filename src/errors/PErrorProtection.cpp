@@ -1,5 +1,6 @@
 // PErrorProtection.cpp - scoped protections: how every signalled error is handled.
 // Part of qvbase, the QVKernel foundation class library.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 
 #include "errors/ErrorTrace.h"
@@ -9,7 +10,9 @@ namespace {
 // The innermost installed protection: one chain for the whole process.
 PErrorProtection* gChainHead = nullptr;
 
-bool IsControlCode(int code) { return code >= 1 && code <= 4; }
+bool IsControlCode(int code) {
+  return code >= kErrControlRetry && code <= kErrControlQuitApplication;
+}
 
 // Runs one step of an external handler: the error goes out as a fresh error
 // object and comes back, possibly rewritten, into `error`.
@@ -252,7 +255,7 @@ PError PErrorProtectionStatus::PrepareError(PError& error) {
 }
 
 void PErrorProtectionStatus::PrepareDisplayMask(PError& error, ULONG* mask) const {
-  if (error.Code() == 0 || !m_top)
+  if (error.Code() == kErrNone || !m_top)
     return;
   *mask = kErrorMaskIgnore;
   m_top->PrepareDisplayMask(error, mask);
@@ -261,7 +264,7 @@ void PErrorProtectionStatus::PrepareDisplayMask(PError& error, ULONG* mask) cons
 }
 
 TypErrorHandlingEnum PErrorProtectionStatus::DisplayError(PError& error) {
-  if (error.Code() == 0 || !m_top)
+  if (error.Code() == kErrNone || !m_top)
     return ErrorHandlingNone;
   ULONG mask = kErrorMaskIgnore;
   m_top->PrepareDisplayMask(error, &mask);
@@ -270,13 +273,13 @@ TypErrorHandlingEnum PErrorProtectionStatus::DisplayError(PError& error) {
 }
 
 TypErrorHandlingEnum PErrorProtectionStatus::DisplayError(PError& error, ULONG mask) {
-  if (error.Code() == 0 || !m_top)
+  if (error.Code() == kErrNone || !m_top)
     return ErrorHandlingNone;
   return m_top->DisplayError(error, mask);
 }
 
 void PErrorProtectionStatus::SignalError(PError& error) {
-  if (error.Code() == 0)
+  if (error.Code() == kErrNone)
     return;
   if (m_top)
     error = m_top->PrepareError(error);
@@ -290,6 +293,7 @@ void PErrorProtectionStatus::SignalError(PError& error) {
     case ErrorHandlingAction:
     case ErrorHandlingApplication:
       error.SetIntegerInfo("waserror", error.Code());
+      // Retry becomes kErrControlRetry, item kErrControlSkipItem, and so on.
       error.SetCode(handling - 1);
       qvbase::TraceErrorTransformed(error);
       throw PError(error);

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <qvbase/PError.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 
 namespace qvbase::errors {
@@ -27,6 +28,22 @@ inline void Raise(const PError& error) {
 // Builds the error at its position, prepares it and signals it.
 inline void Raise(int code, TypErrorSeverityEnum severity, const char* source, ULONG line) {
   Raise(PError(code, severity, source, line));
+}
+
+// The same for a platform failure: `mapped` (from WINError or OLEError)
+// gives the code and the platform's details ("nativecode", "nativeerror"),
+// the raising site its severity and position.
+inline void Raise(const PError& mapped, TypErrorSeverityEnum severity, const char* source,
+                  ULONG line) {
+  Raise(PError(mapped, severity, source, line));
+}
+
+// Passes an error that was raised before, and caught to clean up, on through
+// the protections as it is: for a site that must undo its own work before the
+// error goes on, and that carries on when a protection absorbs it.
+inline void PassOn(const PError& error) {
+  PError passed(error);
+  PErrorProtectionStatus().SignalError(passed);
 }
 
 // The stream form: the handler adds its own context (PrepareError, which

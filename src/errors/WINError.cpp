@@ -2,6 +2,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/WINError.h>
 
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PMBString.h>
 
 #include "native/ErrorText.h"
@@ -19,18 +20,73 @@ struct Mapping {
 
 // Win32 numbers and the library code each maps to, sorted by number.
 constexpr Mapping kMappings[] = {
-    {0, 0},       {2, 2302},    {3, 2302},    {4, 2309},    {5, 1300},    {8, 1007},
-    {15, 2009},   {16, 2311},   {20, 2009},   {21, 2005},   {22, 1000},   {23, 1233},
-    {32, 2317},   {33, 2317},   {38, 1227},   {39, 2008},   {52, 2303},   {53, 2302},
-    {55, 2003},   {58, 1000},   {64, 2003},   {65, 2002},   {67, 2009},   {80, 2303},
-    {82, 2308},   {86, 1301},   {87, 1001},   {88, 1230},   {107, 2002},  {108, 2005},
-    {110, 2312},  {111, 2316},  {120, 1000},  {123, 2301},  {131, 1228},  {145, 2311},
-    {154, 2316},  {160, 1001},  {161, 2301},  {170, 2005},  {193, 1233},  {1112, 2002},
-    {1113, 1211}, {1117, 1229}, {1200, 2005}, {1203, 2009}, {1210, 2301}, {1214, 2301},
-    {1222, 2002}, {1223, 3},    {1231, 2002}, {1237, 1},    {1239, 1301}, {1240, 1301},
-    {1315, 1301}, {1326, 1301}, {1327, 1301}, {1329, 1301}, {1331, 1301}, {1361, 1001},
-    {1379, 2303}, {1380, 1301}, {1385, 1301}, {1392, 1233}, {2202, 1301}, {2404, 2005},
-    {4005, 2003},
+    {0, kErrNone},
+    {2, kErrNotFound},
+    {3, kErrNotFound},
+    {4, kErrTooManyOpenFiles},
+    {5, kErrAccessDenied},
+    {8, kErrOutOfMemory},
+    {15, kErrNoSuchDevice},
+    {16, kErrDirectoryInUse},
+    {20, kErrNoSuchDevice},
+    {21, kErrDeviceNotReady},
+    {22, kErrNotImplemented},
+    {23, kErrStreamBadFormat},
+    {32, kErrSharingViolation},
+    {33, kErrSharingViolation},
+    {38, kErrStreamSeekPastEnd},
+    {39, kErrDiskFull},
+    {52, kErrAlreadyExists},
+    {53, kErrNotFound},
+    {55, kErrDeviceGone},
+    {58, kErrNotImplemented},
+    {64, kErrDeviceGone},
+    {65, kErrDeviceUnreachable},
+    {67, kErrNoSuchDevice},
+    {80, kErrAlreadyExists},
+    {82, kErrCannotCreate},
+    {86, kErrBadCredentials},
+    {87, kErrInvalidArgument},
+    {88, kErrStreamShortWrite},
+    {107, kErrDeviceUnreachable},
+    {108, kErrDeviceNotReady},
+    {110, kErrOpenFailed},
+    {111, kErrNameTooLong},
+    {120, kErrNotImplemented},
+    {123, kErrBadName},
+    {131, kErrStreamSeekBeforeStart},
+    {145, kErrDirectoryInUse},
+    {154, kErrNameTooLong},
+    {160, kErrInvalidArgument},
+    {161, kErrBadName},
+    {170, kErrDeviceNotReady},
+    {193, kErrStreamBadFormat},
+    {1112, kErrDeviceUnreachable},
+    {1113, kErrStringUnicodeNotSettable},
+    {1117, kErrStreamShortRead},
+    {1200, kErrDeviceNotReady},
+    {1203, kErrNoSuchDevice},
+    {1210, kErrBadName},
+    {1214, kErrBadName},
+    {1222, kErrDeviceUnreachable},
+    {1223, kErrControlAbortAction},
+    {1231, kErrDeviceUnreachable},
+    {1237, kErrControlRetry},
+    {1239, kErrBadCredentials},
+    {1240, kErrBadCredentials},
+    {1315, kErrBadCredentials},
+    {1326, kErrBadCredentials},
+    {1327, kErrBadCredentials},
+    {1329, kErrBadCredentials},
+    {1331, kErrBadCredentials},
+    {1361, kErrInvalidArgument},
+    {1379, kErrAlreadyExists},
+    {1380, kErrBadCredentials},
+    {1385, kErrBadCredentials},
+    {1392, kErrStreamBadFormat},
+    {2202, kErrBadCredentials},
+    {2404, kErrDeviceNotReady},
+    {4005, kErrDeviceGone},
 };
 
 constexpr bool IsSorted() {
@@ -41,13 +97,11 @@ constexpr bool IsSorted() {
 }
 static_assert(IsSorted(), "the mapping table is searched by bisection");
 
-constexpr int kUnmappedCode = -2;
-
 int MappedCode(ULONG native) {
   const Mapping* end = kMappings + sizeof kMappings / sizeof kMappings[0];
   const Mapping* it = std::lower_bound(kMappings, end, native,
                                        [](const Mapping& m, ULONG n) { return m.native < n; });
-  return (it != end && it->native == native) ? it->code : kUnmappedCode;
+  return (it != end && it->native == native) ? it->code : kErrPlatformUnmapped;
 }
 
 constexpr LONG HResult(std::uint32_t bits) { return static_cast<LONG>(bits); }
@@ -92,21 +146,21 @@ PError OLEError(LONG status, TypWINErrorRefine refine) {
 
 LONG HResultFromPError(PError error) {
   switch (error.Code()) {
-  case 0:
+  case kErrNone:
     return S_OK;
-  case 3:
+  case kErrControlAbortAction:
     return HResult(0x80004004u); // E_ABORT
-  case 1000:
+  case kErrNotImplemented:
     return HResult(0x80004001u); // E_NOTIMPL
-  case 1001:
+  case kErrInvalidArgument:
     return HResult(0x80070057u); // E_INVALIDARG
-  case 1002:
+  case kErrNoInterface:
     return HResult(0x80004002u); // E_NOINTERFACE
-  case 1007:
+  case kErrOutOfMemory:
     return HResult(0x8007000Eu); // E_OUTOFMEMORY
-  case 1011:
+  case kErrNullPointer:
     return HResult(0x80004003u); // E_POINTER
-  case 1300:
+  case kErrAccessDenied:
     return HResult(0x80070005u); // E_ACCESSDENIED
   }
   if (!error.HasIntegerInfo("nativecode"))

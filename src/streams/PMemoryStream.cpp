@@ -3,29 +3,20 @@
 #include <qvbase/PMemoryStream.h>
 
 #include <qvbase/MemoryManager.h>
-#include <qvbase/PErrorProtection.h>
-
 #include <cstring>
 
 #include "core/MemoryGrowth.h"
+#include "errors/RaiseError.h"
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PMemoryStream";
 
 constexpr ULONG kDefaultGranularity = 0x10000;
 constexpr ULONG kMinimumGranularity = 16;
 constexpr unsigned __int64 kMaxPosition = 0xFFFFFFFFull;
-
-constexpr int kErrorOutOfMemory = 1007;
-constexpr int kErrorBadOpenMode = 1221;
-constexpr int kErrorClosed = 1223;
-constexpr int kErrorAlreadyOpen = 1224;
-constexpr int kErrorBadSeekMode = 1225;
-constexpr int kErrorPastEnd = 1227;
-constexpr int kErrorBeforeStart = 1228;
-constexpr int kErrorNotWritable = 1231;
-constexpr int kErrorNotReadable = 1232;
 
 // Positions are 32-bit: a move beyond that stops at the last one.
 ULONG SaturatedPosition(unsigned __int64 position) {
@@ -72,16 +63,11 @@ PMemoryStreamHdl::~PMemoryStreamHdl() { ReleaseBlock(); }
 // Helpers
 
 void PMemoryStreamHdl::RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kSourceFile, line);
-  PError own = PrepareError(error);
-  PError prepared = PErrorProtectionStatus().PrepareError(own);
-  PErrorProtectionStatus().SignalError(prepared);
+  qvbase::errors::RaiseThrough(*this, code, severity, kSourceFile, line);
 }
 
 void PMemoryStreamHdl::ThrowError(int code, ULONG line) {
-  PError error(code, ErrorSeverityAbort, kSourceFile, line);
-  PError own = PrepareError(error);
-  throw PErrorProtectionStatus().PrepareError(own);
+  qvbase::errors::ThrowThrough(*this, code, ErrorSeverityAbort, kSourceFile, line);
 }
 
 bool PMemoryStreamHdl::RoundUp(ULONG bytes, ULONG* rounded) const {
@@ -100,7 +86,7 @@ char* PMemoryStreamHdl::AllocateBlock(ULONG capacity, ULONG line) {
   // Uninitialised: bytes past the content are never read.
   char* block = static_cast<char*>(GMemAllocation(nullptr, capacity, /*mode=*/1));
   if (!block)
-    RaiseError(kErrorOutOfMemory, ErrorSeverityAbort, line);
+    RaiseError(kErrOutOfMemory, ErrorSeverityAbort, line);
   return block;
 }
 
@@ -114,7 +100,8 @@ void PMemoryStreamHdl::ReleaseBlock() {
 
 ULONG PMemoryStreamHdl::IORead(char* buffer, ULONG count, ULONG itemSize) {
   if (!IOIsReadable()) {
-    RaiseError(IOIsOpened() ? kErrorNotReadable : kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(IOIsOpened() ? kErrStreamNotReadable : kErrStreamClosed, ErrorSeverityAbort,
+               __LINE__);
     return 0;
   }
   const unsigned __int64 bytes = static_cast<unsigned __int64>(count) * itemSize;
@@ -137,7 +124,8 @@ ULONG PMemoryStreamHdl::IORead(char* buffer, ULONG count, ULONG itemSize) {
 
 ULONG PMemoryStreamHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize) {
   if (!IOIsWritable()) {
-    RaiseError(IOIsOpened() ? kErrorNotWritable : kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(IOIsOpened() ? kErrStreamNotWritable : kErrStreamClosed, ErrorSeverityAbort,
+               __LINE__);
     return 0;
   }
   const unsigned __int64 bytes = static_cast<unsigned __int64>(count) * itemSize;
@@ -146,7 +134,7 @@ ULONG PMemoryStreamHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize)
   const unsigned __int64 end = m_position + bytes;
   if (end > kMaxPosition) {
     // The content cannot outgrow 32 bits.
-    RaiseError(kErrorOutOfMemory, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrOutOfMemory, ErrorSeverityAbort, __LINE__);
     return 0;
   }
   if (end > m_size) {
@@ -165,17 +153,17 @@ ULONG PMemoryStreamHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize)
 
 void PMemoryStreamHdl::IOOpen(ULONG mode) {
   if (m_openMode != 0) {
-    RaiseError(kErrorAlreadyOpen, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamAlreadyOpen, ErrorSeverityAbort, __LINE__);
     return;
   }
   if ((mode & OpenReadWrite) == 0) {
-    RaiseError(kErrorBadOpenMode, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamOpenModeInvalid, ErrorSeverityAbort, __LINE__);
     return;
   }
   ULONG needed = NeededSize();
   ULONG capacity = 0;
   if (!RoundUp(needed, &capacity)) {
-    RaiseError(kErrorOutOfMemory, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrOutOfMemory, ErrorSeverityAbort, __LINE__);
     needed = 0; // let through: the stream opens empty
   }
   // Checked before the no-load bit: reading needs content unless empty
@@ -184,7 +172,8 @@ void PMemoryStreamHdl::IOOpen(ULONG mode) {
     if (mode & OpenAllowEmpty)
       m_dirty = true;
     else
-      RaiseError(kErrorBadOpenMode, ErrorSeverityError, __LINE__); // let through: opens empty
+      RaiseError(kErrStreamOpenModeInvalid, ErrorSeverityError,
+                 __LINE__); // let through: opens empty
   }
   ReleaseBlock();
   m_capacity = 0;
@@ -204,8 +193,7 @@ void PMemoryStreamHdl::IOOpen(ULONG mode) {
         m_size = 0;
         // Passed on through the protections; when one absorbs it, the stream
         // opens empty.
-        PError passed(error);
-        PErrorProtectionStatus().SignalError(passed);
+        qvbase::errors::PassOn(error);
       } catch (...) {
         ReleaseBlock();
         m_capacity = 0;
@@ -220,7 +208,7 @@ void PMemoryStreamHdl::IOOpen(ULONG mode) {
 
 void PMemoryStreamHdl::IOClose() {
   if (m_openMode == 0) {
-    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamClosed, ErrorSeverityAbort, __LINE__);
     return;
   }
   if (m_dirty)
@@ -235,7 +223,7 @@ void PMemoryStreamHdl::IOClose() {
 
 void PMemoryStreamHdl::IOFlush() {
   if (m_openMode == 0) {
-    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamClosed, ErrorSeverityAbort, __LINE__);
     return;
   }
   if (IOIsWritable() && m_dirty) {
@@ -261,11 +249,11 @@ ULONG PMemoryStreamHdl::IOOpenMode() const { return m_openMode; }
 
 void PMemoryStreamHdl::IOSetSize(unsigned __int64 size) {
   if (m_openMode == 0) {
-    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamClosed, ErrorSeverityAbort, __LINE__);
     return;
   }
   if (!IOIsWritable()) {
-    RaiseError(kErrorNotWritable, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamNotWritable, ErrorSeverityAbort, __LINE__);
     return;
   }
   // Deliberately only the low 32 bits count: the content is 32-bit.
@@ -275,7 +263,7 @@ void PMemoryStreamHdl::IOSetSize(unsigned __int64 size) {
     // The rounded size is the present capacity: no rounding needed.
     newCapacity = m_capacity;
   } else if (!RoundUp(newSize, &newCapacity)) {
-    RaiseError(kErrorOutOfMemory, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrOutOfMemory, ErrorSeverityAbort, __LINE__);
     return;
   }
   if (m_capacity > newCapacity) {
@@ -297,7 +285,7 @@ void PMemoryStreamHdl::IOSetSize(unsigned __int64 size) {
     // in granularity steps.
     char* block = static_cast<char*>(qvbase::detail::GrowBlock(m_buffer, m_size, newCapacity));
     if (!block) {
-      RaiseError(kErrorOutOfMemory, ErrorSeverityAbort, __LINE__);
+      RaiseError(kErrOutOfMemory, ErrorSeverityAbort, __LINE__);
       return; // let through: the content stays as it was
     }
     m_buffer = block;
@@ -317,7 +305,7 @@ unsigned __int64 PMemoryStreamHdl::IOGetSize() const { return m_size; }
 
 void PMemoryStreamHdl::IOSetPos(TypSeekMode mode, unsigned __int64 offset64) {
   if (m_openMode == 0) {
-    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamClosed, ErrorSeverityAbort, __LINE__);
     return;
   }
   // Deliberately only the low 32 bits count: positions are 32-bit.
@@ -327,29 +315,29 @@ void PMemoryStreamHdl::IOSetPos(TypSeekMode mode, unsigned __int64 offset64) {
   switch (mode) {
   case SeekFwd:
     if (static_cast<unsigned __int64>(m_position) + offset > m_size)
-      RaiseError(kErrorPastEnd, ErrorSeverityAbort, __LINE__);
+      RaiseError(kErrStreamSeekPastEnd, ErrorSeverityAbort, __LINE__);
     m_position = SaturatedPosition(static_cast<unsigned __int64>(m_position) + offset);
     break;
   case SeekBack:
     if (offset > m_position)
-      ThrowError(kErrorBeforeStart, __LINE__);
+      ThrowError(kErrStreamSeekBeforeStart, __LINE__);
     m_position -= offset;
     break;
   case SeekFromStart:
     if (offset > m_size)
-      RaiseError(kErrorPastEnd, ErrorSeverityAbort, __LINE__);
+      RaiseError(kErrStreamSeekPastEnd, ErrorSeverityAbort, __LINE__);
     m_position = offset;
     break;
   case SeekFromEnd:
     if (offset > m_size) {
-      RaiseError(kErrorBeforeStart, ErrorSeverityAbort, __LINE__);
+      RaiseError(kErrStreamSeekBeforeStart, ErrorSeverityAbort, __LINE__);
       m_position = 0;
       break;
     }
     m_position = m_size - offset;
     break;
   default:
-    ThrowError(kErrorBadSeekMode, __LINE__);
+    ThrowError(kErrStreamBadSeekMode, __LINE__);
   }
 }
 

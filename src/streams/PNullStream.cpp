@@ -2,19 +2,13 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PNullStream.h>
 
-#include <qvbase/PErrorProtection.h>
+#include "errors/RaiseError.h"
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PNullStream";
-
-constexpr int kErrorBadOpenMode = 1222;
-constexpr int kErrorClosed = 1223;
-constexpr int kErrorAlreadyOpen = 1224;
-constexpr int kErrorBadSeekMode = 1225;
-constexpr int kErrorPastEnd = 1227;
-constexpr int kErrorBeforeStart = 1228;
-constexpr int kErrorNotReadable = 1232;
 
 constexpr unsigned __int64 kMaxPosition = ~0ull;
 
@@ -30,13 +24,13 @@ public:
 
 protected:
   ULONG IORead(char*, ULONG, ULONG) override {
-    RaiseError(kErrorNotReadable, __LINE__);
+    RaiseError(kErrStreamNotReadable, __LINE__);
     return 0;
   }
 
   ULONG IOWrite(const char*, ULONG count, ULONG itemSize) override {
     if (!m_opened) {
-      RaiseError(kErrorClosed, __LINE__);
+      RaiseError(kErrStreamClosed, __LINE__);
       return 0;
     }
     // The data are not looked at.
@@ -48,11 +42,11 @@ protected:
 
   void IOOpen(ULONG mode) override {
     if (m_opened) {
-      RaiseError(kErrorAlreadyOpen, __LINE__);
+      RaiseError(kErrStreamAlreadyOpen, __LINE__);
       return;
     }
     if (mode & OpenRead) {
-      RaiseError(kErrorBadOpenMode, __LINE__);
+      RaiseError(kErrStreamOpenModeNotExact, __LINE__);
       return;
     }
     m_position = 0;
@@ -62,16 +56,16 @@ protected:
 
   void IOSetOpenMode(ULONG mode) override {
     if (!m_opened)
-      RaiseError(kErrorClosed, __LINE__);
+      RaiseError(kErrStreamClosed, __LINE__);
     else if (mode & OpenRead)
-      RaiseError(kErrorBadOpenMode, __LINE__);
+      RaiseError(kErrStreamOpenModeNotExact, __LINE__);
   }
 
   ULONG IOGetAvailableOpenModes() const override { return OpenWrite; }
 
   void IOClose() override {
     if (!m_opened) {
-      RaiseError(kErrorClosed, __LINE__);
+      RaiseError(kErrStreamClosed, __LINE__);
       return;
     }
     m_opened = false;
@@ -94,35 +88,35 @@ protected:
   // beyond the size is signalled and stops at the start.
   void IOSetPos(TypSeekMode mode, unsigned __int64 offset) override {
     if (!m_opened) {
-      RaiseError(kErrorClosed, __LINE__);
+      RaiseError(kErrStreamClosed, __LINE__);
       return;
     }
     switch (mode) {
     case SeekFwd:
       if (m_position > m_size || offset > m_size - m_position)
-        RaiseError(kErrorPastEnd, __LINE__);
+        RaiseError(kErrStreamSeekPastEnd, __LINE__);
       m_position = SaturatedSum(m_position, offset);
       break;
     case SeekBack:
       if (offset > m_position)
-        ThrowError(kErrorBeforeStart, __LINE__);
+        ThrowError(kErrStreamSeekBeforeStart, __LINE__);
       m_position -= offset;
       break;
     case SeekFromStart:
       if (offset > m_size)
-        RaiseError(kErrorPastEnd, __LINE__);
+        RaiseError(kErrStreamSeekPastEnd, __LINE__);
       m_position = offset;
       break;
     case SeekFromEnd:
       if (offset > m_size) {
-        RaiseError(kErrorBeforeStart, __LINE__);
+        RaiseError(kErrStreamSeekBeforeStart, __LINE__);
         m_position = 0;
         break;
       }
       m_position = m_size - offset;
       break;
     default:
-      ThrowError(kErrorBadSeekMode, __LINE__);
+      ThrowError(kErrStreamBadSeekMode, __LINE__);
     }
   }
 
@@ -131,18 +125,14 @@ protected:
   bool IOIsAtEnd() const override { return m_position >= m_size; }
 
 private:
-  PError Prepared(int code, ULONG line) {
-    PError error(code, ErrorSeverityAbort, kSourceFile, line);
-    PError own = PrepareError(error);
-    return PErrorProtectionStatus().PrepareError(own);
-  }
-
+  // Every error of the null stream is an abort error.
   void RaiseError(int code, ULONG line) {
-    PError prepared = Prepared(code, line);
-    PErrorProtectionStatus().SignalError(prepared);
+    qvbase::errors::RaiseThrough(*this, code, ErrorSeverityAbort, kSourceFile, line);
   }
 
-  [[noreturn]] void ThrowError(int code, ULONG line) { throw Prepared(code, line); }
+  [[noreturn]] void ThrowError(int code, ULONG line) {
+    qvbase::errors::ThrowThrough(*this, code, ErrorSeverityAbort, kSourceFile, line);
+  }
 
   bool m_opened;
   unsigned __int64 m_position;

@@ -8,22 +8,14 @@
 #include <qvbase/PErrorProtection.h>
 
 #include "errors/ErrorTrace.h"
+#include "errors/RaiseError.h"
 #include "streams/PStreamHandlerRef.h"
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PStream";
-
-constexpr int kErrorNoHandler = 1220;
-constexpr int kErrorByteOrdering = 1233;
-// The control code a protection throws when its hook answers "retry".
-constexpr int kRetryControlCode = 1;
-
-// Signals an error of this file after the chain has prepared it.
-void RaiseError(PError error) {
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
 
 } // namespace
 
@@ -69,7 +61,7 @@ auto PStreamHdl::RunGuarded(Operation operation, bool restorePosition) -> declty
     } catch (const PError& error) {
       GDbgEnterHandling(error, kSourceFile, __LINE__);
       m_failed = true;
-      if (error.Code() != kRetryControlCode) {
+      if (error.Code() != kErrControlRetry) {
         GDbgErrorForwarded(error, kSourceFile, __LINE__);
         throw PError(error);
       }
@@ -160,8 +152,8 @@ void PStream::AssignHandler(PStreamHdl* handler) {
 }
 
 void PStream::InvalidStreamNotification() const {
-  PError error(kErrorNoHandler, ErrorSeverityFatal, kSourceFile, __LINE__);
-  RaiseError(PrepareError(error));
+  qvbase::errors::RaiseThrough(*this, kErrStreamNoHandler, ErrorSeverityFatal, kSourceFile,
+                               __LINE__);
 }
 
 bool PStream::CheckHandler() const {
@@ -230,8 +222,8 @@ PError PStream::PrepareError(PError& error) const {
 
 void PStream::SetByteOrdering(unsigned short ordering) {
   if (ordering != kByteOrderingIntel && ordering != kByteOrderingMotorola) {
-    PError error(kErrorByteOrdering, ErrorSeverityError, kSourceFile, __LINE__);
-    RaiseError(PrepareError(error));
+    qvbase::errors::RaiseThrough(*this, kErrStreamBadFormat, ErrorSeverityError, kSourceFile,
+                                 __LINE__);
     return; // a dropped signal leaves the ordering as it was
   }
   m_byteOrdering = ordering;

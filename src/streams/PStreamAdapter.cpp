@@ -14,7 +14,7 @@
 namespace {
 
 // The adapter belongs to the stream family: its positions are the family's.
-// A defined error position, not a path of this tree.
+// A defined position, not a path of this tree.
 const char kSourceFile[] = "src\\PStream";
 
 constexpr ULONG kCopyChunk = 0x800;

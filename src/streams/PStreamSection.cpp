@@ -2,20 +2,15 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PStreamSection.h>
 
-#include <qvbase/PErrorProtection.h>
-
 #include <algorithm>
+
+#include "errors/RaiseError.h"
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PStreamSection";
-
-constexpr int kErrorBadOpenMode = 1222;
-constexpr int kErrorClosed = 1223;
-constexpr int kErrorAlreadyOpen = 1224;
-constexpr int kErrorNotWritable = 1231;
-constexpr int kErrorNotReadable = 1232;
-constexpr int kErrorWrongSection = 1233;
 
 constexpr ULONG kHeaderSize = 28;
 
@@ -41,16 +36,13 @@ PStreamSectionHdl::~PStreamSectionHdl() = default;
 
 void PStreamSectionHdl::RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
   // The parent's handler adds its context, as for any over-stream handler.
-  PError error(code, severity, kSourceFile, line);
-  PError own = PrepareError(error);
-  PError prepared = PErrorProtectionStatus().PrepareError(own);
-  PErrorProtectionStatus().SignalError(prepared);
+  qvbase::errors::RaiseThrough(*this, code, severity, kSourceFile, line);
 }
 
 bool PStreamSectionHdl::Require(ULONG mode, int wrongMode, ULONG line) {
   if (m_openMode == mode)
     return true;
-  RaiseError(m_openMode == 0 ? kErrorClosed : wrongMode, ErrorSeverityAbort, line);
+  RaiseError(m_openMode == 0 ? kErrStreamClosed : wrongMode, ErrorSeverityAbort, line);
   return false;
 }
 
@@ -60,7 +52,7 @@ ULONG PStreamSectionHdl::GetVersion() const { return m_version; }
 
 void PStreamSectionHdl::SetID(const PUniversalID& id) {
   if (m_openMode != 0) {
-    RaiseError(kErrorAlreadyOpen, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamAlreadyOpen, ErrorSeverityAbort, __LINE__);
     return; // the header already written keeps its identifier
   }
   m_identifier = id;
@@ -70,12 +62,12 @@ void PStreamSectionHdl::SetVersion(ULONG version) { m_version = version; }
 
 void PStreamSectionHdl::IOOpen(ULONG mode) {
   if (m_openMode != 0) {
-    RaiseError(kErrorAlreadyOpen, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamAlreadyOpen, ErrorSeverityAbort, __LINE__);
     return;
   }
   if (mode == OpenRead) {
     if (!m_stream.IsReadable()) {
-      RaiseError(kErrorNotReadable, ErrorSeverityAbort, __LINE__);
+      RaiseError(kErrStreamNotReadable, ErrorSeverityAbort, __LINE__);
       return;
     }
     m_start = m_stream.GetPos();
@@ -91,12 +83,12 @@ void PStreamSectionHdl::IOOpen(ULONG mode) {
     // Deliberately refused although nothing else checks sizes: a section
     // shorter than its header would send readers back into it.
     if (m_size < kHeaderSize) {
-      RaiseError(kErrorWrongSection, ErrorSeverityAbort, __LINE__);
+      RaiseError(kErrStreamBadFormat, ErrorSeverityAbort, __LINE__);
       m_size = kHeaderSize;
     }
   } else if (mode == OpenWrite) {
     if (!m_stream.IsWritable()) {
-      RaiseError(kErrorNotWritable, ErrorSeverityAbort, __LINE__);
+      RaiseError(kErrStreamNotWritable, ErrorSeverityAbort, __LINE__);
       return;
     }
     m_start = m_stream.GetPos();
@@ -109,12 +101,12 @@ void PStreamSectionHdl::IOOpen(ULONG mode) {
     m_stream.Write(static_cast<__int64>(m_size));
     m_openMode = OpenWrite;
   } else {
-    RaiseError(kErrorBadOpenMode, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamOpenModeNotExact, ErrorSeverityAbort, __LINE__);
   }
 }
 
 ULONG PStreamSectionHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize) {
-  if (!Require(OpenWrite, kErrorNotReadable, __LINE__))
+  if (!Require(OpenWrite, kErrStreamNotReadable, __LINE__))
     return 0;
   ULONG written = m_stream.Write(buffer, count, itemSize);
   unsigned __int64 position = m_stream.GetPos() - m_start;
@@ -124,7 +116,7 @@ ULONG PStreamSectionHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize
 }
 
 ULONG PStreamSectionHdl::IORead(char* buffer, ULONG count, ULONG itemSize) {
-  if (!Require(OpenRead, kErrorNotReadable, __LINE__))
+  if (!Require(OpenRead, kErrStreamNotReadable, __LINE__))
     return 0;
   // No limit at the section's end: readers bound themselves with IsAtEnd or
   // GetSize, and a reader that goes on reads what follows.
@@ -143,7 +135,7 @@ ULONG PStreamSectionHdl::IOOpenMode() const { return m_openMode; }
 
 void PStreamSectionHdl::IOSetPos(TypSeekMode mode, unsigned __int64 offset) {
   if (m_openMode == 0) {
-    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamClosed, ErrorSeverityAbort, __LINE__);
     return;
   }
   switch (mode) {
@@ -164,7 +156,7 @@ void PStreamSectionHdl::IOSetPos(TypSeekMode mode, unsigned __int64 offset) {
 }
 
 void PStreamSectionHdl::IOSetSize(unsigned __int64 size) {
-  if (!Require(OpenWrite, kErrorNotWritable, __LINE__))
+  if (!Require(OpenWrite, kErrStreamNotWritable, __LINE__))
     return;
   m_size = size;
   // The parent grows to hold the section; it is never shrunk.
@@ -175,11 +167,11 @@ void PStreamSectionHdl::IOSetSize(unsigned __int64 size) {
 
 void PStreamSectionHdl::IOSetOpenMode(ULONG mode) {
   if (m_openMode == 0) {
-    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamClosed, ErrorSeverityAbort, __LINE__);
     return;
   }
   if (mode != m_openMode)
-    RaiseError(kErrorBadOpenMode, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamOpenModeNotExact, ErrorSeverityAbort, __LINE__);
 }
 
 ULONG PStreamSectionHdl::IOGetAvailableOpenModes() const {
@@ -201,7 +193,7 @@ void PStreamSectionHdl::IOClose() {
     m_openMode = 0;
     m_stream.MoveTo(Add(m_start, m_size));
   } else {
-    RaiseError(kErrorClosed, ErrorSeverityAbort, __LINE__);
+    RaiseError(kErrStreamClosed, ErrorSeverityAbort, __LINE__);
   }
 }
 
@@ -265,10 +257,9 @@ PStreamSection OpenReadSection(PStream& parent, const PUniversalID& id) {
     // Closing first leaves the parent after the rejected section, so a
     // caller that catches the error can go on with the next one.
     section.Close();
-    PError error(kErrorWrongSection, ErrorSeverityError, kSourceFile, __LINE__);
-    PError own = section.PrepareError(error); // the handlers add their context
-    PError prepared = PErrorProtectionStatus().PrepareError(own);
-    PErrorProtectionStatus().SignalError(prepared);
+    // The section's handlers add their context.
+    qvbase::errors::RaiseThrough(section, kErrStreamBadFormat, ErrorSeverityError, kSourceFile,
+                                 __LINE__);
   }
   return section;
 }
@@ -291,10 +282,8 @@ void SkipCurrentSection(PStream& parent) {
   parent.Read(&size);
   unsigned __int64 length = static_cast<unsigned __int64>(size);
   if (length < kHeaderSize) {
-    PError error(kErrorWrongSection, ErrorSeverityAbort, kSourceFile, __LINE__);
-    PError own = parent.PrepareError(error);
-    PError prepared = PErrorProtectionStatus().PrepareError(own);
-    PErrorProtectionStatus().SignalError(prepared);
+    qvbase::errors::RaiseThrough(parent, kErrStreamBadFormat, ErrorSeverityAbort, kSourceFile,
+                                 __LINE__);
     length = kHeaderSize; // let through: skip the header at least
   }
   parent.MoveTo(Add(position, length));

@@ -4,6 +4,7 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
+#include "errors/RaiseError.h"
 #include "strings/PStringHandlerImpl.h"
 #include "native/Locale.h"
 
@@ -12,6 +13,8 @@
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PASCIIString";
 
 // Source lines of the character-range error (1210), one per entry point.
@@ -21,14 +24,8 @@ const ULONG kLineFromMultiByte = 137;
 const ULONG kLineInsertChar = 277;
 const ULONG kLineSetChar = 364;
 
-void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
-
 void RaiseOutOfRange(ULONG line) {
-  RaiseError(qvbase::strings::kErrorCharOutOfRange, ErrorSeverityError, line);
+  qvbase::errors::Raise(kErrStringCharOutOfRange, ErrorSeverityError, kSourceFile, line);
 }
 
 bool IsSevenBit(LONG ch) { return ch >= 0 && ch <= 127; }

@@ -4,6 +4,7 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
+#include "errors/RaiseError.h"
 #include "strings/PStringHandlerImpl.h"
 #include "native/Locale.h"
 
@@ -14,14 +15,10 @@
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PMBString";
 const ULONG kLineInsertChar = 439;
-
-void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
 
 // Byte length of the character at `p`: 0 at a terminator, at least 1
 // elsewhere (a byte that starts no valid character is one character).
@@ -559,7 +556,8 @@ void PMBStringHandler::UpdateAsciiAfterInsert(bool wasAscii, ULONG at, ULONG byt
 
 void PMBStringHandler::InsertChar(LONG ch, ULONG pos) {
   if (ch < 0 || ch > 127) {
-    RaiseError(qvbase::strings::kErrorCharOutOfRange, ErrorSeverityError, kLineInsertChar);
+    qvbase::errors::Raise(kErrStringCharOutOfRange, ErrorSeverityError, kSourceFile,
+                          kLineInsertChar);
     // Nothing is inserted when the signal returns.
     return;
   }

@@ -3,6 +3,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PStringConversions.h>
 
+#include "errors/RaiseError.h"
 #include "strings/PStringHandlerImpl.h"
 #include "native/Locale.h"
 
@@ -13,15 +14,11 @@
 
 namespace {
 
+// The source text the hexadecimal conversions' errors carry: their defined
+// position, not a path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\phexastrings";
 const ULONG kLineFirstDigit = 68;
 const ULONG kLineSecondDigit = 76;
-
-void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
 
 // The remembered locale name. The runtime's own string is only valid until
 // the next setlocale, so the name is kept here.
@@ -81,12 +78,12 @@ int HexValue(LONG ch) {
 unsigned ReadHexPair(const PASCIIString& text, ULONG pos) {
   int high = HexValue(text.GetChar(pos));
   if (high < 0) {
-    RaiseError(qvbase::strings::kErrorBadHexDigit, ErrorSeverityError, kLineFirstDigit);
+    qvbase::errors::Raise(kErrStringBadHexDigit, ErrorSeverityError, kSourceFile, kLineFirstDigit);
     high = 0; // when the signal returns
   }
   int low = HexValue(text.GetChar(pos + 1));
   if (low < 0) {
-    RaiseError(qvbase::strings::kErrorBadHexDigit, ErrorSeverityError, kLineSecondDigit);
+    qvbase::errors::Raise(kErrStringBadHexDigit, ErrorSeverityError, kSourceFile, kLineSecondDigit);
     low = 0;
   }
   return static_cast<unsigned>(high * 16 + low);

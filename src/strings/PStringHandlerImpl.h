@@ -1,8 +1,8 @@
 // PStringHandlerImpl.h - helpers shared by the string handlers.
 // Part of qvbase, the QVKernel foundation class library.
 //
-// Buffer sizing and allocation, a scoped owner for temporary handlers, and
-// the error code the handlers raise. Private to the library.
+// Buffer sizing and allocation and a scoped owner for temporary handlers.
+// Private to the library.
 #pragma once
 
 #include <qvbase/MemoryManager.h>
@@ -13,18 +13,8 @@
 #include <cstring>
 #include <vector>
 
-#include <qvbase/PError.h>
-#include <qvbase/PErrorProtection.h>
-
 namespace qvbase {
 namespace strings {
-
-// A character outside the range that the handler can hold.
-constexpr int kErrorCharOutOfRange = 1210;
-// A Unicode character that cannot be set from a narrow character.
-constexpr int kErrorUnicodeNotSettable = 1211;
-// A hexadecimal digit that is not one.
-constexpr int kErrorBadHexDigit = 1212;
 
 // `value` rounded up to a multiple of `step`.
 inline ULONG RoundUp(ULONG value, ULONG step) { return (value + step - 1) / step * step; }

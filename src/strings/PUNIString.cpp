@@ -3,6 +3,7 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
+#include "errors/RaiseError.h"
 #include "strings/PStringHandlerImpl.h"
 #include "native/Locale.h"
 
@@ -10,17 +11,13 @@
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PUNIString";
 const ULONG kLineSetChar = 250;
 
 const unsigned short kVoidUnits[] = {0};
 const unsigned short kReplacementUnit = 0xFFFD;
-
-void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
 
 unsigned short* VoidUnits() { return const_cast<unsigned short*>(kVoidUnits); }
 
@@ -324,7 +321,8 @@ void PUNIStringHandler::DeletePart(ULONG start, ULONG count) {
 void PUNIStringHandler::SetChar(ULONG pos, LONG ch) {
   unsigned short unit = 0;
   if (ConvertFirstByte(ch, &unit) != 1) {
-    RaiseError(qvbase::strings::kErrorUnicodeNotSettable, ErrorSeverityAbort, kLineSetChar);
+    qvbase::errors::Raise(kErrStringUnicodeNotSettable, ErrorSeverityAbort, kSourceFile,
+                          kLineSetChar);
     // The unit stays as it was when the signal returns.
     return;
   }

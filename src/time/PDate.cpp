@@ -3,8 +3,7 @@
 #include <qvbase/PDate.h>
 
 #include <qvbase/PASCIIString.h>
-#include <qvbase/PErrorProtection.h>
-
+#include "errors/RaiseError.h"
 #include "time/DatePlaceholder.h"
 #include "native/Calendar.h"
 #include "native/Time.h"
@@ -16,19 +15,14 @@
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PDate";
-constexpr int kBadBreakdownOrFormat = 1200;
 constexpr __int64 kTicksPerSecond = 10000000;
 constexpr __int64 kSecondsPerDay = 86400;
 constexpr __int64 kTicksPerDay = kTicksPerSecond * kSecondsPerDay;
 // 3000-12-31 23:59:59, the last second the breakdown covers.
 constexpr __int64 kLastBreakdownSecond = 32535215999LL;
-
-void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
 
 __int64 Wrap(std::uint64_t value) { return static_cast<__int64>(value); }
 
@@ -67,7 +61,7 @@ Breakdown BreakDown(const PTime& value) {
   Breakdown fields;
   const __int64 seconds = value.GetValue() / kTicksPerSecond;
   if (seconds < 0 || seconds > kLastBreakdownSecond) {
-    RaiseError(kBadBreakdownOrFormat, ErrorSeverityFatal, __LINE__);
+    qvbase::errors::Raise(kErrDateBreakdown, ErrorSeverityFatal, kSourceFile, __LINE__);
     return fields;
   }
   const __int64 days = seconds / kSecondsPerDay;
@@ -222,7 +216,7 @@ bool PLocalDate::IsDaySavingTime() const {
   bool inEffect = false;
   if (seconds < 0 || seconds > kLastBreakdownSecond ||
       !qvbase::native::DaylightSavingAt(seconds, &inEffect)) {
-    RaiseError(kBadBreakdownOrFormat, ErrorSeverityError, __LINE__);
+    qvbase::errors::Raise(kErrDateBreakdown, ErrorSeverityError, kSourceFile, __LINE__);
     return false;
   }
   return inEffect;

@@ -3,8 +3,7 @@
 #include <qvbase/WINDate.h>
 
 #include <qvbase/PASCIIString.h>
-#include <qvbase/PErrorProtection.h>
-
+#include "errors/RaiseError.h"
 #include "native/Time.h"
 
 #include <cstdint>
@@ -14,14 +13,9 @@ const __int64 gFileTimeEpochOffset = 116444736000000000LL;
 
 namespace {
 
+// The source text this family's errors carry: their defined position, not a
+// path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\WINDate";
-constexpr int kConversionFailed = 1201;
-
-void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kSourceFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
 
 // value + offset and back, wrapping as unsigned 64-bit numbers do.
 FILETIME FileTimeOf(const PTime& value) {
@@ -52,7 +46,7 @@ WINFILETIME Alias(const FILETIME& time) {
 PTime ValueOfFields(const SYSTEMTIME& fields) {
   FILETIME time;
   if (!qvbase::native::SystemTimeToFileTime(fields, &time)) {
-    RaiseError(kConversionFailed, ErrorSeverityAbort, __LINE__);
+    qvbase::errors::Raise(kErrDateConversion, ErrorSeverityAbort, kSourceFile, __LINE__);
     return PTime();
   }
   return ValueOf(time);
@@ -62,7 +56,7 @@ SYSTEMTIME FieldsOf(const FILETIME& time) {
   SYSTEMTIME fields = {};
   if (!qvbase::native::FileTimeToSystemTime(time, &fields)) {
     fields = SYSTEMTIME();
-    RaiseError(kConversionFailed, ErrorSeverityAbort, __LINE__);
+    qvbase::errors::Raise(kErrDateConversion, ErrorSeverityAbort, kSourceFile, __LINE__);
   }
   return fields;
 }
@@ -72,7 +66,7 @@ PTime UniversalOfLocal(const WINLocalDate& local) {
     return PTime();
   FILETIME universal;
   if (!qvbase::native::LocalToUniversalFileTime(static_cast<FILETIME>(local), &universal)) {
-    RaiseError(kConversionFailed, ErrorSeverityAbort, __LINE__);
+    qvbase::errors::Raise(kErrDateConversion, ErrorSeverityAbort, kSourceFile, __LINE__);
     return PTime();
   }
   return ValueOf(universal);
@@ -83,7 +77,7 @@ PTime LocalOfUniversal(const WINUTDate& universal) {
     return PTime();
   FILETIME local;
   if (!qvbase::native::UniversalToLocalFileTime(static_cast<FILETIME>(universal), &local)) {
-    RaiseError(kConversionFailed, ErrorSeverityAbort, __LINE__);
+    qvbase::errors::Raise(kErrDateConversion, ErrorSeverityAbort, kSourceFile, __LINE__);
     return PTime();
   }
   return ValueOf(local);
@@ -192,7 +186,7 @@ void WINLocalDate::CreateST() const {
   SYSTEMTIME* fields = new SYSTEMTIME();
   if (!qvbase::native::FileTimeToSystemTime(m_localFileTime, fields)) {
     delete fields;
-    RaiseError(kConversionFailed, ErrorSeverityAbort, __LINE__);
+    qvbase::errors::Raise(kErrDateConversion, ErrorSeverityAbort, kSourceFile, __LINE__);
     return;
   }
   m_systemTime = fields;
