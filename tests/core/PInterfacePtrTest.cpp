@@ -1,5 +1,6 @@
 // Handles on foreign interfaces: reference discipline, queries, creation of
 // registered classes, and the error raised when either fails.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PInterfacePtr.h>
 
@@ -113,7 +114,7 @@ TEST(PInterfacePtr, FailedQueryRaisesAndLeavesTheHandleNull) {
     EXPECT_EQ(error.Severity(), ErrorSeverityError);
     EXPECT_STREQ(error.File(), "src\\PInterfacePtr");
     EXPECT_EQ(error.Line(), 81u);
-    EXPECT_EQ(error.Code(), -2); // the status as a Win32 number has no mapping
+    EXPECT_EQ(error.Code(), kErrPlatformUnmapped); // the status as a Win32 number has no mapping
     EXPECT_EQ(error.GetIntegerInfo("nativecode", 0), static_cast<int>(E_NOINTERFACE));
   }
   EXPECT_TRUE(handle.IsNull());

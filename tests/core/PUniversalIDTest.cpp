@@ -1,4 +1,5 @@
 // Identifiers as values: the null identifier, copies and bytewise comparison.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PUniversalID.h>
 
 #include <gtest/gtest.h>
@@ -237,7 +238,7 @@ TEST(PUniversalID, ParsingChecksLengthThenBracesThenHyphens) {
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
     PError error = ParseError(row.text);
-    EXPECT_EQ(error.Code(), 1001);
+    EXPECT_EQ(error.Code(), kErrInvalidArgument);
     EXPECT_EQ(error.Severity(), ErrorSeverityAbort);
     EXPECT_STREQ(error.File(), "src\\puniversalid");
     EXPECT_EQ(error.Line(), row.line);
@@ -319,7 +320,7 @@ TEST(PUniversalID, RandomAndTruncatedTextNeverBreaksTheParser) {
     } catch (const PError& error) {
       // Only the hexadecimal readers may still throw (their errors are not
       // warnings); nothing else escapes.
-      EXPECT_NE(error.Code(), 0);
+      EXPECT_NE(error.Code(), kErrNone);
     }
   }
   EXPECT_GT(hook.calls, 0);
@@ -363,7 +364,7 @@ TEST(PUniversalID, NonHexadecimalDigitInAnyFieldRaisesTheReadersError) {
       std::string text = valid;
       text[pos] = bad;
       PError error = ParseError(text.c_str());
-      EXPECT_EQ(error.Code(), 1212);
+      EXPECT_EQ(error.Code(), kErrStringBadHexDigit);
       EXPECT_EQ(error.Severity(), ErrorSeverityError);
       EXPECT_STREQ(error.File(), "src\\phexastrings");
       // The readers take each field pair by pair: the first digit of a pair

@@ -3,6 +3,7 @@
 // forwarded and caught errors. Each case runs in a child process, since the
 // switch is read once per process.
 #include <qvbase/GDbg.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 
 #include "native/Process.h"
@@ -39,11 +40,11 @@ private:
 int TraceRole(const std::vector<std::string>& args) {
   const std::string scenario = args.empty() ? "" : args[0];
   if (scenario == "warning-twice") {
-    Raise(1220, ErrorSeverityWarning, 7);
-    Raise(1220, ErrorSeverityWarning, 7);
+    Raise(kErrStreamNoHandler, ErrorSeverityWarning, 7);
+    Raise(kErrStreamNoHandler, ErrorSeverityWarning, 7);
   } else if (scenario == "caught") {
     try {
-      Raise(1220, ErrorSeverityError, 9);
+      Raise(kErrStreamNoHandler, ErrorSeverityError, 9);
     } catch (const PError& error) {
       GDbgEnterHandling(error, "app.cpp", 30);
       GDbgErrorCatched(error, "app.cpp", 31);
@@ -51,7 +52,7 @@ int TraceRole(const std::vector<std::string>& args) {
   } else if (scenario == "forwarded") {
     try {
       try {
-        Raise(1221, ErrorSeverityError, 5);
+        Raise(kErrStreamOpenModeInvalid, ErrorSeverityError, 5);
       } catch (const PError& error) {
         GDbgEnterHandling(error, "inner.cpp", 10);
         GDbgErrorForwarded(error, "inner.cpp", 11);
@@ -65,17 +66,17 @@ int TraceRole(const std::vector<std::string>& args) {
     AnswerHook hook(ErrorHandlingRetry);
     PErrorHookProtection protection(&hook, true);
     try {
-      Raise(1227, ErrorSeverityError, 3);
+      Raise(kErrStreamSeekPastEnd, ErrorSeverityError, 3);
     } catch (const PError& error) {
       GDbgEnterHandling(error, "app.cpp", 40);
       GDbgErrorCatched(error, "app.cpp", 41);
     }
   } else if (scenario == "nested") {
     try {
-      Raise(1220, ErrorSeverityError, 1);
+      Raise(kErrStreamNoHandler, ErrorSeverityError, 1);
     } catch (const PError& error) {
       GDbgEnterHandling(error, "app.cpp", 50);
-      Raise(1300, ErrorSeverityWarning, 2); // while the first is handled
+      Raise(kErrAccessDenied, ErrorSeverityWarning, 2); // while the first is handled
       GDbgErrorCatched(error, "app.cpp", 51);
     }
   } else if (scenario == "severities") {
@@ -87,7 +88,7 @@ int TraceRole(const std::vector<std::string>& args) {
     ULONG line = 1;
     for (TypErrorSeverityEnum severity : severities) {
       try {
-        Raise(1300, severity, line);
+        Raise(kErrAccessDenied, severity, line);
       } catch (const PError& error) {
         GDbgEnterHandling(error, "app.cpp", 10 + line);
         GDbgErrorCatched(error, "app.cpp", 20 + line);
@@ -96,15 +97,15 @@ int TraceRole(const std::vector<std::string>& args) {
     }
   } else if (scenario == "no-error-mode") {
     GDbgEnterNoErrorMode("app.cpp", 60);
-    Raise(1220, ErrorSeverityWarning, 7);
+    Raise(kErrStreamNoHandler, ErrorSeverityWarning, 7);
     try {
-      Raise(1221, ErrorSeverityError, 8);
+      Raise(kErrStreamOpenModeInvalid, ErrorSeverityError, 8);
     } catch (const PError& error) {
       GDbgEnterHandling(error, "app.cpp", 61);
       GDbgErrorCatched(error, "app.cpp", 62);
     }
     GDbgExitNoErrorMode();
-    Raise(1222, ErrorSeverityWarning, 9);
+    Raise(kErrStreamOpenModeNotExact, ErrorSeverityWarning, 9);
   } else {
     return 97;
   }

@@ -1,5 +1,6 @@
 // Protections: the chain, preparation, display masks, the fate of a
 // signalled error, external handlers and display mappers.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 
 #include <gtest/gtest.h>
@@ -43,13 +44,14 @@ private:
 
 TEST(PErrorProtection, WithoutProtectionsErrorsAreThrownAndWarningsDropped) {
   ASSERT_EQ(PErrorProtection::Innermost(), nullptr);
-  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError, "src\\PStream", 9)); });
-  EXPECT_EQ(thrown.Code(), 1220);
+  PError thrown =
+      Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError, "src\\PStream", 9)); });
+  EXPECT_EQ(thrown.Code(), kErrStreamNoHandler);
   EXPECT_EQ(thrown.Severity(), ErrorSeverityError);
   EXPECT_STREQ(thrown.File(), "src\\PStream");
   EXPECT_EQ(thrown.Line(), 9u);
   EXPECT_EQ(thrown.EnumErrorInfo(), 0u);
-  PError warning(1220, ErrorSeverityWarning);
+  PError warning(kErrStreamNoHandler, ErrorSeverityWarning);
   EXPECT_NO_THROW(PErrorProtectionStatus().SignalError(warning));
   PError none(0, ErrorSeverityFatal);
   EXPECT_NO_THROW(PErrorProtectionStatus().SignalError(none));
@@ -59,9 +61,9 @@ TEST(PErrorProtection, RetryAnswerThrowsControlCodeOneWithTheFormerCode) {
   CountingHook hook(ErrorHandlingRetry);
   PErrorRetryProtection retry(true);
   PErrorHookProtection protection(&hook, true);
-  PError thrown = Caught([] { Raise(PError(1227, ErrorSeverityError)); });
-  EXPECT_EQ(thrown.Code(), 1);
-  EXPECT_EQ(thrown.GetIntegerInfo("waserror", 0), 1227);
+  PError thrown = Caught([] { Raise(PError(kErrStreamSeekPastEnd, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.Code(), kErrControlRetry);
+  EXPECT_EQ(thrown.GetIntegerInfo("waserror", 0), kErrStreamSeekPastEnd);
   EXPECT_EQ(hook.calls, 1);
   EXPECT_EQ(hook.lastMask, kErrorMaskRetry); // ignore is not for errors
 }
@@ -72,19 +74,19 @@ TEST(PErrorProtection, EachAnswerBecomesItsControlCode) {
     int thrownCode; // -1: dropped
   };
   const Row rows[] = {
-      {ErrorHandlingNone, 1220},
+      {ErrorHandlingNone, kErrStreamNoHandler},
       {ErrorHandlingIgnore, -1},
-      {ErrorHandlingRetry, 1},
-      {ErrorHandlingItem, 2},
-      {ErrorHandlingAction, 3},
-      {ErrorHandlingApplication, 4},
+      {ErrorHandlingRetry, kErrControlRetry},
+      {ErrorHandlingItem, kErrControlSkipItem},
+      {ErrorHandlingAction, kErrControlAbortAction},
+      {ErrorHandlingApplication, kErrControlQuitApplication},
       {static_cast<TypErrorHandlingEnum>(9), -1},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.answer);
     CountingHook hook(row.answer);
     PErrorHookProtection protection(&hook, true);
-    PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+    PError thrown = Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
     EXPECT_EQ(thrown.Code(), row.thrownCode);
   }
 }
@@ -92,9 +94,9 @@ TEST(PErrorProtection, EachAnswerBecomesItsControlCode) {
 TEST(PErrorProtection, ControlCodesAreNeverDisplayedAgain) {
   CountingHook hook(ErrorHandlingRetry);
   PErrorHookProtection protection(&hook, true);
-  PError thrown = Caught([] { Raise(PError(3, ErrorSeverityError)); });
-  EXPECT_EQ(thrown.Code(), 3);
-  PError warning = Caught([] { Raise(PError(3, ErrorSeverityWarning)); });
+  PError thrown = Caught([] { Raise(PError(kErrControlAbortAction, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.Code(), kErrControlAbortAction);
+  PError warning = Caught([] { Raise(PError(kErrControlAbortAction, ErrorSeverityWarning)); });
   EXPECT_EQ(warning.Code(), -1); // dropped
   EXPECT_EQ(hook.calls, 0);
 }
@@ -103,8 +105,8 @@ TEST(PErrorProtection, FullProtectionKeepsOuterHooksSilent) {
   CountingHook hook(ErrorHandlingRetry);
   PErrorHookProtection outer(&hook, true);
   PFullErrorProtection full(true);
-  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
-  EXPECT_EQ(thrown.Code(), 1220);
+  PError thrown = Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.Code(), kErrStreamNoHandler);
   EXPECT_EQ(hook.calls, 0);
 }
 
@@ -140,7 +142,7 @@ TEST(PErrorProtection, ProtectionsLeaveTheChainWhenTheirScopeEnds) {
   EXPECT_EQ(PErrorProtection::Innermost(), nullptr);
   try {
     PErrorRetryProtection scoped(true);
-    Raise(PError(1220, ErrorSeverityError));
+    Raise(PError(kErrStreamNoHandler, ErrorSeverityError));
   } catch (const PError&) {
   }
   EXPECT_EQ(PErrorProtection::Innermost(), nullptr);
@@ -150,10 +152,10 @@ TEST(PErrorProtection, StatusSeesOnlyProtectionsInstalledBeforeIt) {
   CountingHook hook(ErrorHandlingIgnore);
   PErrorProtectionStatus before;
   PErrorHookProtection protection(&hook, true);
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   EXPECT_THROW(before.SignalError(error), PError);
   EXPECT_EQ(hook.calls, 0);
-  PError again(1220, ErrorSeverityError);
+  PError again(kErrStreamNoHandler, ErrorSeverityError);
   EXPECT_NO_THROW(PErrorProtectionStatus().SignalError(again));
   EXPECT_EQ(hook.calls, 1);
 }
@@ -173,7 +175,7 @@ TEST(PErrorProtection, SeverityNarrowsTheOfferedHandlings) {
   PErrorRetryProtection retry(true);
   for (const Row& row : rows) {
     SCOPED_TRACE(row.severity);
-    PError error(1220, row.severity);
+    PError error(kErrStreamNoHandler, row.severity);
     ULONG mask = 12345;
     PErrorProtectionStatus().PrepareDisplayMask(error, &mask);
     EXPECT_EQ(mask, row.offered);
@@ -185,7 +187,7 @@ TEST(PErrorProtection, SeverityNarrowsTheOfferedHandlings) {
 }
 
 TEST(PErrorProtection, DisplayWithoutProtectionOrErrorAnswersNone) {
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   EXPECT_EQ(PErrorProtectionStatus().DisplayError(error), ErrorHandlingNone);
   CountingHook hook(ErrorHandlingItem);
   PErrorHookProtection protection(&hook, true);
@@ -219,7 +221,7 @@ TEST(PErrorProtection, PreparationRunsFromTheInnermostOutward) {
   PErrorIntInfoProtection stop("stop", 5, true); // does not forward
   RecordingProtection middle(&log, "middle");
   RecordingProtection inner(&log, "inner");
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   PError prepared = PErrorProtectionStatus().PrepareError(error);
   EXPECT_EQ(log, (std::vector<std::string>{"inner", "middle"}));
   EXPECT_EQ(prepared.GetIntegerInfo("inner", 0), 1);
@@ -230,7 +232,7 @@ TEST(PErrorProtection, PreparationRunsFromTheInnermostOutward) {
 
 TEST(PErrorProtection, SignalledErrorCarriesThePreparedInfo) {
   PErrorIntInfoProtection detail("record", 17, true);
-  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+  PError thrown = Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
   EXPECT_EQ(thrown.GetIntegerInfo("record", 0), 17);
 }
 
@@ -275,11 +277,11 @@ TEST(PErrorProtection, ExternalHandlerTakesOverTheWholeChain) {
   {
     PQVErrorHandlerProtection protection(static_cast<IUnknown*>(&handler), true);
     EXPECT_EQ(handler.refs, 2u);
-    PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
-    EXPECT_EQ(thrown.Code(), 2); // the handler's answer: give up the item
-    EXPECT_EQ(thrown.GetIntegerInfo("waserror", 0), 1220);
+    PError thrown = Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
+    EXPECT_EQ(thrown.Code(), kErrControlSkipItem); // the handler's answer: give up the item
+    EXPECT_EQ(thrown.GetIntegerInfo("waserror", 0), kErrStreamNoHandler);
     EXPECT_EQ(thrown.GetIntegerInfo("handled", 0), 42);
-    EXPECT_EQ(handler.seenCode, 1220);
+    EXPECT_EQ(handler.seenCode, kErrStreamNoHandler);
     EXPECT_EQ(handler.lastMask, kErrorMaskItem); // (2 | 8) & 29
     EXPECT_EQ(outerHook.calls, 0);
   }
@@ -288,16 +290,16 @@ TEST(PErrorProtection, ExternalHandlerTakesOverTheWholeChain) {
 
 TEST(PErrorProtection, HandlerProtectionWithoutAHandlerDoesNothing) {
   PQVErrorHandlerProtection protection(nullptr, true);
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   EXPECT_EQ(PErrorProtectionStatus().DisplayError(error), ErrorHandlingNone);
-  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
-  EXPECT_EQ(thrown.Code(), 1220);
+  PError thrown = Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
+  EXPECT_EQ(thrown.Code(), kErrStreamNoHandler);
 }
 
 TEST(PErrorProtection, StringInfoProtectionStopsThePreparation) {
   PApplicationErrorProtection application("Editor", true);
   PErrorStringInfoProtection detail("document", PMBString("report.doc"), true);
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   PError prepared = PErrorProtectionStatus().PrepareError(error);
   EXPECT_STREQ(static_cast<const char*>(prepared.GetStringInfo("document", "")), "report.doc");
   EXPECT_FALSE(prepared.HasStringInfo("appname"));
@@ -307,7 +309,7 @@ TEST(PErrorProtection, NameProtectionsNameTheirScopesAndForward) {
   PApplicationErrorProtection application("Editor", true);
   PActionErrorProtection action(PMBString("Save"), true);
   PItemErrorProtection item("chapter 3", true);
-  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+  PError thrown = Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
   EXPECT_STREQ(static_cast<const char*>(thrown.GetStringInfo("appname", "")), "Editor");
   EXPECT_STREQ(static_cast<const char*>(thrown.GetStringInfo("actionname", "")), "Save");
   EXPECT_STREQ(static_cast<const char*>(thrown.GetStringInfo("itemname", "")), "chapter 3");
@@ -322,13 +324,13 @@ TEST(PErrorProtection, DisplayMaskGrowsFromTheOutsideIn) {
   PErrorRetryProtection retry(true);
   CountingHook hook(ErrorHandlingNone);
   PErrorHookProtection ask(&hook, true);
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   ULONG mask = 0;
   PErrorProtectionStatus().PrepareDisplayMask(error, &mask);
   EXPECT_EQ(mask, 20u);
   EXPECT_EQ(PErrorProtectionStatus().DisplayError(error), ErrorHandlingNone);
   EXPECT_EQ(hook.lastMask, 20u);
-  PError warning(1220, ErrorSeverityWarning);
+  PError warning(kErrStreamNoHandler, ErrorSeverityWarning);
   PErrorProtectionStatus().PrepareDisplayMask(warning, &mask);
   EXPECT_EQ(mask, 54u & 31u);
 }
@@ -336,7 +338,7 @@ TEST(PErrorProtection, DisplayMaskGrowsFromTheOutsideIn) {
 TEST(PErrorProtection, ItemProtectionOffersTheItemInsteadOfRetry) {
   PErrorRetryProtection retry(true);
   PItemErrorProtection item("row 4", true);
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   ULONG mask = 0;
   PErrorProtectionStatus().PrepareDisplayMask(error, &mask);
   // 2 | 4 from the retry outside, then the item withdraws 4 and offers 8.
@@ -359,11 +361,11 @@ private:
 };
 
 TEST(PErrorDisplayMapper, TheLastConstructedMapperAnswersFirst) {
-  CountingMapper older(1220, true);
-  CountingMapper newer(1220, true);
-  CountingMapper other(1300, true);
+  CountingMapper older(kErrStreamNoHandler, true);
+  CountingMapper newer(kErrStreamNoHandler, true);
+  CountingMapper other(kErrAccessDenied, true);
   EXPECT_EQ(PErrorDisplayMapper::theirFirst, &other);
-  EXPECT_TRUE(PErrorDisplayMapper::MapError(1220, ErrorSeverityError, nullptr));
+  EXPECT_TRUE(PErrorDisplayMapper::MapError(kErrStreamNoHandler, ErrorSeverityError, nullptr));
   EXPECT_EQ(newer.maps, 1);
   EXPECT_EQ(older.maps, 0);
   EXPECT_EQ(other.maps, 0);
@@ -371,10 +373,10 @@ TEST(PErrorDisplayMapper, TheLastConstructedMapperAnswersFirst) {
 }
 
 TEST(PErrorDisplayMapper, AFailingMapperPassesToTheNextOne) {
-  CountingMapper older(1220, true);
+  CountingMapper older(kErrStreamNoHandler, true);
   {
-    CountingMapper failing(1220, false);
-    EXPECT_TRUE(PErrorDisplayMapper::MapError(1220, ErrorSeverityError, nullptr));
+    CountingMapper failing(kErrStreamNoHandler, false);
+    EXPECT_TRUE(PErrorDisplayMapper::MapError(kErrStreamNoHandler, ErrorSeverityError, nullptr));
     EXPECT_EQ(failing.maps, 1);
     EXPECT_EQ(older.maps, 1);
   }

@@ -2,6 +2,7 @@
 // enumeration contract, and the component-object-model bridge.
 #include <qvbase/MemoryManager.h>
 #include <qvbase/PError.h>
+#include <qvbase/PErrorCodes.h>
 
 #include <gtest/gtest.h>
 
@@ -35,7 +36,7 @@ std::vector<std::string> Keys(const PError& error) {
 
 TEST(PError, DefaultErrorIsNoErrorWithWarningSeverity) {
   PError error;
-  EXPECT_EQ(error.Code(), 0);
+  EXPECT_EQ(error.Code(), kErrNone);
   EXPECT_TRUE(!error);
   EXPECT_EQ(error.Severity(), ErrorSeverityWarning);
   EXPECT_EQ(error.File(), nullptr);
@@ -57,18 +58,18 @@ TEST(PError, CodeAloneGivesAbortSeverityAndEqualityComparesCodesOnly) {
 
 TEST(PError, RaisingFormKeepsThePositionAsGiven) {
   static const char kFile[] = "src\\PStream";
-  PError error(1220, ErrorSeverityError, kFile, 412);
-  EXPECT_EQ(error.Code(), 1220);
+  PError error(kErrStreamNoHandler, ErrorSeverityError, kFile, 412);
+  EXPECT_EQ(error.Code(), kErrStreamNoHandler);
   EXPECT_EQ(error.Severity(), ErrorSeverityError);
   EXPECT_EQ(error.File(), kFile); // the pointer itself, not a copy
   EXPECT_EQ(error.Line(), 412u);
 }
 
 TEST(PError, ReRaiseTakesTheNewPositionAndSharesTheInfo) {
-  PError inner(1227, ErrorSeverityError, "src\\Inner", 10);
+  PError inner(kErrStreamSeekPastEnd, ErrorSeverityError, "src\\Inner", 10);
   inner.SetIntegerInfo("depth", 1);
   PError outer(inner, ErrorSeverityFatal, "src\\Outer", 20);
-  EXPECT_EQ(outer.Code(), 1227);
+  EXPECT_EQ(outer.Code(), kErrStreamSeekPastEnd);
   EXPECT_EQ(outer.Severity(), ErrorSeverityFatal);
   EXPECT_STREQ(outer.File(), "src\\Outer");
   EXPECT_EQ(outer.Line(), 20u);
@@ -116,7 +117,7 @@ TEST(PError, EnumerationEndsWithTheAllOnesIndex) {
 }
 
 TEST(PError, InfoSetThroughACopyIsSeenByTheOriginal) {
-  PError original(1220, ErrorSeverityError);
+  PError original(kErrStreamNoHandler, ErrorSeverityError);
   original.SetIntegerInfo("first", 1); // the set exists before copying
   PError copy = original;
   copy.SetIntegerInfo("added", 42);
@@ -191,19 +192,19 @@ TEST(PError, ValueThatCannotBeCopiedIsStoredEmpty) {
 
 TEST(PError, ErrorObjectCarriesEverythingBothWays) {
   static const char kFile[] = "src\\Bridge";
-  PError error(1300, ErrorSeverityFatal, kFile, 77);
+  PError error(kErrAccessDenied, ErrorSeverityFatal, kFile, 77);
   error.SetIntegerInfo("nativecode", 5);
   SetText(error, "appname", "Editor");
   IQVError* object = error.QueryIQVError();
   ASSERT_NE(object, nullptr);
-  EXPECT_EQ(object->GetCode(), 1300);
+  EXPECT_EQ(object->GetCode(), kErrAccessDenied);
   EXPECT_EQ(object->GetSeverity(), ErrorSeverityFatal);
   EXPECT_EQ(object->GetLine(), 77u);
   EXPECT_EQ(object->GetFile(), kFile);
   EXPECT_EQ(object->GetInfoCount(), 2u);
   PError back;
   back.From(object);
-  EXPECT_EQ(back.Code(), 1300);
+  EXPECT_EQ(back.Code(), kErrAccessDenied);
   EXPECT_EQ(back.Severity(), ErrorSeverityFatal);
   EXPECT_EQ(back.Line(), 77u);
   EXPECT_EQ(back.File(), kFile);
@@ -220,10 +221,10 @@ TEST(PError, ErrorObjectCarriesEverythingBothWays) {
 }
 
 TEST(PError, FromNothingIsAnErrorWithoutContent) {
-  PError error(1220, ErrorSeverityWarning, "src\\X", 3);
+  PError error(kErrStreamNoHandler, ErrorSeverityWarning, "src\\X", 3);
   error.SetIntegerInfo("n", 1);
   error.From(nullptr);
-  EXPECT_EQ(error.Code(), 0);
+  EXPECT_EQ(error.Code(), kErrNone);
   EXPECT_EQ(error.Severity(), ErrorSeverityError);
   EXPECT_EQ(error.Line(), 0u);
   ASSERT_NE(error.File(), nullptr);
@@ -272,7 +273,7 @@ TEST(PError, StringInfoKeepsItsTerminator) {
 }
 
 TEST(PError, FormatParametersComeFromTheInfo) {
-  PError error(1220, ErrorSeverityError, "src\\PStream", 412);
+  PError error(kErrStreamNoHandler, ErrorSeverityError, "src\\PStream", 412);
   error.SetStringInfo("file", PMBString("report.doc"));
   error.SetIntegerInfo("count", -3);
   PMBString text = error.MakeDisplayString(PMBString("^file^: ^unknown^ then ^count^ items"));
@@ -330,13 +331,13 @@ public:
     *text = PMBString("cannot read ^file^ (^errorcode^)");
     return true;
   }
-  bool Accepts(int code) override { return code == 1227; }
+  bool Accepts(int code) override { return code == kErrStreamSeekPastEnd; }
   int maps = 0;
 };
 
 TEST(PError, MapperTextIsKeptForTheNextDisplay) {
   CountingMapper mapper;
-  PError error(1227, ErrorSeverityError);
+  PError error(kErrStreamSeekPastEnd, ErrorSeverityError);
   error.SetStringInfo("file", PMBString("a.txt"));
   EXPECT_STREQ(static_cast<const char*>(error.GetDisplayString()), "cannot read a.txt (1227)");
   PError copy = error;
@@ -347,7 +348,7 @@ TEST(PError, MapperTextIsKeptForTheNextDisplay) {
 
 TEST(PError, DebugOutputShowsPositionSeverityAndText) {
   CountingMapper mapper;
-  PError error(1227, ErrorSeverityFatal, "src\\PStream", 12);
+  PError error(kErrStreamSeekPastEnd, ErrorSeverityFatal, "src\\PStream", 12);
   error.SetStringInfo("file", PMBString("b.txt"));
   EXPECT_EQ(Output(error, true), "src\\PStream(12): fatal error 1227: cannot read b.txt (1227)");
   PError noText(4711, ErrorSeverityAbort);
@@ -361,7 +362,7 @@ TEST(PError, DebugOutputShowsPositionSeverityAndText) {
 }
 
 TEST(PError, NullOutputWritesNothing) {
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   error.DbgOutput(nullptr);
   error.DbgDisplayOutput(nullptr);
   EXPECT_EQ(error.EnumErrorInfo(), 0u); // nothing was even computed

@@ -1,5 +1,6 @@
 // Platform error numbers to library errors and back: the whole mapping
 // table, the native details that travel along, and the HRESULT round trip.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/WINError.h>
 
 #include "native/ErrorText.h"
@@ -26,35 +27,35 @@ TEST(WINError, EveryTableRowMapsToItsCode) {
     int code;
   };
   const Row rows[] = {
-      {{0}, 0},
-      {{1237}, 1},
-      {{1223}, 3},
-      {{22, 58, 120}, 1000},
-      {{87, 160, 1361}, 1001},
-      {{8}, 1007},
-      {{1113}, 1211},
-      {{38}, 1227},
-      {{131}, 1228},
-      {{1117}, 1229},
-      {{88}, 1230},
-      {{23, 193, 1392}, 1233},
-      {{5}, 1300},
-      {{86, 1239, 1240, 1315, 1326, 1327, 1329, 1331, 1380, 1385, 2202}, 1301},
-      {{65, 107, 1112, 1222, 1231}, 2002},
-      {{55, 64, 4005}, 2003},
-      {{21, 108, 170, 1200, 2404}, 2005},
-      {{39}, 2008},
-      {{15, 20, 67, 1203}, 2009},
-      {{123, 161, 1210, 1214}, 2301},
-      {{2, 3, 53}, 2302},
-      {{52, 80, 1379}, 2303},
-      {{82}, 2308},
-      {{4}, 2309},
-      {{16, 145}, 2311},
-      {{110}, 2312},
-      {{111, 154}, 2316},
-      {{32, 33}, 2317},
-      {{1, 6, 206, 534, 1785, 1909, 99999}, -2},
+      {{0}, kErrNone},
+      {{1237}, kErrControlRetry},
+      {{1223}, kErrControlAbortAction},
+      {{22, 58, 120}, kErrNotImplemented},
+      {{87, 160, 1361}, kErrInvalidArgument},
+      {{8}, kErrOutOfMemory},
+      {{1113}, kErrStringUnicodeNotSettable},
+      {{38}, kErrStreamSeekPastEnd},
+      {{131}, kErrStreamSeekBeforeStart},
+      {{1117}, kErrStreamShortRead},
+      {{88}, kErrStreamShortWrite},
+      {{23, 193, 1392}, kErrStreamBadFormat},
+      {{5}, kErrAccessDenied},
+      {{86, 1239, 1240, 1315, 1326, 1327, 1329, 1331, 1380, 1385, 2202}, kErrBadCredentials},
+      {{65, 107, 1112, 1222, 1231}, kErrDeviceUnreachable},
+      {{55, 64, 4005}, kErrDeviceGone},
+      {{21, 108, 170, 1200, 2404}, kErrDeviceNotReady},
+      {{39}, kErrDiskFull},
+      {{15, 20, 67, 1203}, kErrNoSuchDevice},
+      {{123, 161, 1210, 1214}, kErrBadName},
+      {{2, 3, 53}, kErrNotFound},
+      {{52, 80, 1379}, kErrAlreadyExists},
+      {{82}, kErrCannotCreate},
+      {{4}, kErrTooManyOpenFiles},
+      {{16, 145}, kErrDirectoryInUse},
+      {{110}, kErrOpenFailed},
+      {{111, 154}, kErrNameTooLong},
+      {{32, 33}, kErrSharingViolation},
+      {{1, 6, 206, 534, 1785, 1909, 99999}, kErrPlatformUnmapped},
   };
   for (const Row& row : rows) {
     for (ULONG native : row.natives) {
@@ -80,7 +81,7 @@ TEST(WINError, FileNotFoundCarriesTheSystemText) {
 
 TEST(WINError, UnmappedNumberGoesBackAsWin32Status) {
   PError error = WINError(99999);
-  EXPECT_EQ(error.Code(), -2);
+  EXPECT_EQ(error.Code(), kErrPlatformUnmapped);
   EXPECT_EQ(static_cast<std::uint32_t>(HResultFromPError(error)), 0x8007869Fu);
 }
 
@@ -90,7 +91,7 @@ TEST(WINError, IntegerFormIsTheNullRefinement) {
 }
 
 bool RefineAsNoInterface(ULONG, PError& error) {
-  error.SetCode(1002);
+  error.SetCode(kErrNoInterface);
   error.SetSeverity(ErrorSeverityError);
   return true;
 }
@@ -139,11 +140,11 @@ TEST(OLEError, SuccessStatusesGiveNoError) {
   for (LONG status : {S_OK, S_FALSE, LONG(0x7FFFFFFF)}) {
     SCOPED_TRACE(status);
     PError error = OLEError(status);
-    EXPECT_EQ(error.Code(), 0);
+    EXPECT_EQ(error.Code(), kErrNone);
     EXPECT_EQ(error.Severity(), ErrorSeverityAbort);
     EXPECT_EQ(error.EnumErrorInfo(), 0u);
   }
-  EXPECT_EQ(OLEError(S_FALSE, 0).Code(), 0);
+  EXPECT_EQ(OLEError(S_FALSE, 0).Code(), kErrNone);
   EXPECT_EQ(OLEError(static_cast<LONG>(0x80070005u), RefineAsNoInterface).Code(), 1002);
 }
 
@@ -153,8 +154,10 @@ TEST(HResultFromPError, FixedCodesHaveFixedStatuses) {
     std::uint32_t status;
   };
   const Row rows[] = {
-      {0, 0x00000000u},    {3, 0x80004004u},    {1000, 0x80004001u}, {1001, 0x80070057u},
-      {1002, 0x80004002u}, {1007, 0x8007000Eu}, {1011, 0x80004003u}, {1300, 0x80070005u},
+      {kErrNone, 0x00000000u},           {kErrControlAbortAction, 0x80004004u},
+      {kErrNotImplemented, 0x80004001u}, {kErrInvalidArgument, 0x80070057u},
+      {kErrNoInterface, 0x80004002u},    {kErrOutOfMemory, 0x8007000Eu},
+      {kErrNullPointer, 0x80004003u},    {kErrAccessDenied, 0x80070005u},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.code);

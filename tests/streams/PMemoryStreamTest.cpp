@@ -2,6 +2,7 @@
 // their errors, the load and store hooks, and every error the handler
 // raises.
 #include <qvbase/MemoryManager.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PMemoryStream.h>
 
@@ -204,11 +205,11 @@ TEST(MemoryStream, WriteBeyond32BitsRaisesOutOfMemoryWithoutAllocating) {
   char buffer[4];
   stream.Read(buffer, 0xFFFFFFFF, 1); // leaves the position at 0xFFFFFFFF
   PError thrown = Caught([&] { stream.Write("x", 1, 1); });
-  ExpectStreamError(thrown, 1007, ErrorSeverityAbort);
+  ExpectStreamError(thrown, kErrOutOfMemory, ErrorSeverityAbort);
   EXPECT_EQ(stream.GetSize(), 4u);
   EXPECT_EQ(handler->GetCapacity(), 16u);
   thrown = Caught([&] { stream.Write(buffer, 0x10000, 0x10000); });
-  EXPECT_EQ(thrown.Code(), 1007);
+  EXPECT_EQ(thrown.Code(), kErrOutOfMemory);
 }
 
 TEST(MemoryStream, WriteAfterAnOverLongReadFillsTheGap) {
@@ -396,14 +397,15 @@ TEST(MemoryStream, OpeningForReadingAnEmptySourceRaises1221UnlessBit31) {
     LoadingHdl* handler = new LoadingHdl("");
     PStream stream(handler);
     PError thrown = Caught([&] { stream.Open(OpenRead); });
-    ExpectStreamError(thrown, 1221, ErrorSeverityError);
+    ExpectStreamError(thrown, kErrStreamOpenModeInvalid, ErrorSeverityError);
     EXPECT_FALSE(stream.IsOpened());
   }
   {
     LoadingHdl* handler = new LoadingHdl("");
     PStream stream(handler);
     // Checked before the no-load bit.
-    EXPECT_EQ(Caught([&] { stream.Open(OpenRead | OpenNoLoad); }).Code(), 1221);
+    EXPECT_EQ(Caught([&] { stream.Open(OpenRead | OpenNoLoad); }).Code(),
+              kErrStreamOpenModeInvalid);
   }
   {
     LoadingHdl* handler = new LoadingHdl("");
@@ -427,7 +429,7 @@ TEST(MemoryStream, EmptySourceErrorLetThroughOpensTheStreamEmpty) {
   PErrorHookProtection protection(&hook, true);
   PStream stream(new LoadingHdl(""));
   stream.Open(OpenReadWrite);
-  EXPECT_EQ(hook.codes, std::vector<int>{1221});
+  EXPECT_EQ(hook.codes, std::vector<int>{kErrStreamOpenModeInvalid});
   EXPECT_EQ(stream.OpenMode(), OpenReadWrite);
   EXPECT_EQ(stream.GetSize(), 0u);
 }
@@ -524,12 +526,12 @@ TEST(MemoryStream, SeekErrorsAreSignalledOrThrownAsDefined) {
   };
   // Size 10, position 4.
   const Row kRows[] = {
-      {"forward past the end", SeekFwd, 7, 1227, true, 11},
-      {"absolute past the end", SeekFromStart, 11, 1227, true, 11},
-      {"back before the start", SeekBack, 5, 1228, false, 4},
-      {"from the end beyond the size", SeekFromEnd, 11, 1228, true, 0},
-      {"unknown mode", static_cast<TypSeekMode>(4), 0, 1225, false, 4},
-      {"negative mode", static_cast<TypSeekMode>(-1), 0, 1225, false, 4},
+      {"forward past the end", SeekFwd, 7, kErrStreamSeekPastEnd, true, 11},
+      {"absolute past the end", SeekFromStart, 11, kErrStreamSeekPastEnd, true, 11},
+      {"back before the start", SeekBack, 5, kErrStreamSeekBeforeStart, false, 4},
+      {"from the end beyond the size", SeekFromEnd, 11, kErrStreamSeekBeforeStart, true, 0},
+      {"unknown mode", static_cast<TypSeekMode>(4), 0, kErrStreamBadSeekMode, false, 4},
+      {"negative mode", static_cast<TypSeekMode>(-1), 0, kErrStreamBadSeekMode, false, 4},
   };
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.name);
@@ -568,17 +570,21 @@ TEST(MemoryStream, EveryErrorCarriesItsCodeAndSeverity) {
   };
   char buffer[4] = {};
   const Row kRows[] = {
-      {"open without read or write", 0, [](PStream& s) { s.Open(OpenNoLoad); }, 1221},
-      {"read when closed", 0, [&](PStream& s) { s.Read(buffer, 1, 1); }, 1223},
-      {"write when closed", 0, [](PStream& s) { s.Write("x", 1, 1); }, 1223},
-      {"size when closed", 0, [](PStream& s) { s.SetSize(1); }, 1223},
-      {"seek when closed", 0, [](PStream& s) { s.MoveTo(0); }, 1223},
-      {"close when closed", 0, [](PStream& s) { s.Close(); }, 1223},
-      {"flush when closed", 0, [](PStream& s) { s.Flush(); }, 1223},
-      {"open twice", OpenWrite, [](PStream& s) { s.Open(OpenWrite); }, 1224},
-      {"write read-only", OpenRead | OpenAllowEmpty, [](PStream& s) { s.Write("x", 1, 1); }, 1231},
-      {"size read-only", OpenRead | OpenAllowEmpty, [](PStream& s) { s.SetSize(3); }, 1231},
-      {"read write-only", OpenWrite, [&](PStream& s) { s.Read(buffer, 1, 1); }, 1232},
+      {"open without read or write", 0, [](PStream& s) { s.Open(OpenNoLoad); },
+       kErrStreamOpenModeInvalid},
+      {"read when closed", 0, [&](PStream& s) { s.Read(buffer, 1, 1); }, kErrStreamClosed},
+      {"write when closed", 0, [](PStream& s) { s.Write("x", 1, 1); }, kErrStreamClosed},
+      {"size when closed", 0, [](PStream& s) { s.SetSize(1); }, kErrStreamClosed},
+      {"seek when closed", 0, [](PStream& s) { s.MoveTo(0); }, kErrStreamClosed},
+      {"close when closed", 0, [](PStream& s) { s.Close(); }, kErrStreamClosed},
+      {"flush when closed", 0, [](PStream& s) { s.Flush(); }, kErrStreamClosed},
+      {"open twice", OpenWrite, [](PStream& s) { s.Open(OpenWrite); }, kErrStreamAlreadyOpen},
+      {"write read-only", OpenRead | OpenAllowEmpty, [](PStream& s) { s.Write("x", 1, 1); },
+       kErrStreamNotWritable},
+      {"size read-only", OpenRead | OpenAllowEmpty, [](PStream& s) { s.SetSize(3); },
+       kErrStreamNotWritable},
+      {"read write-only", OpenWrite, [&](PStream& s) { s.Read(buffer, 1, 1); },
+       kErrStreamNotReadable},
   };
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.name);
@@ -596,7 +602,7 @@ TEST(MemoryStream, ReadAndWriteLetThroughReportNothing) {
   char buffer[4];
   EXPECT_EQ(stream.Read(buffer, 4, 1), 0u);
   EXPECT_EQ(stream.Write("abcd", 4, 1), 0u);
-  EXPECT_EQ(hook.codes, (std::vector<int>{1223, 1223}));
+  EXPECT_EQ(hook.codes, (std::vector<int>{kErrStreamClosed, kErrStreamClosed}));
 }
 
 TEST(MemoryStream, ErrorsArePreparedByTheHandler) {
@@ -609,11 +615,11 @@ TEST(MemoryStream, ErrorsArePreparedByTheHandler) {
   };
   PStream stream(new TaggingHdl);
   PError thrown = Caught([&] { stream.Close(); });
-  EXPECT_EQ(thrown.Code(), 1223);
+  EXPECT_EQ(thrown.Code(), kErrStreamClosed);
   EXPECT_EQ(thrown.GetIntegerInfo("memory", 0), 7);
   stream.Open(OpenWrite);
   thrown = Caught([&] { stream.MoveBack(1); });
-  EXPECT_EQ(thrown.Code(), 1228);
+  EXPECT_EQ(thrown.Code(), kErrStreamSeekBeforeStart);
   EXPECT_EQ(thrown.GetIntegerInfo("memory", 0), 7);
 }
 
@@ -791,11 +797,11 @@ TEST(MemoryStream, RefusedGrowthRaisesOutOfMemoryAndKeepsTheContent) {
   PStream stream;
   PMemoryStreamHdl* handler = OpenScratch(stream, 16);
   stream.Write("abc", 3, 1);
-  ExpectStreamError(Caught([&] { stream.SetSize(100000); }), 1007, ErrorSeverityAbort);
+  ExpectStreamError(Caught([&] { stream.SetSize(100000); }), kErrOutOfMemory, ErrorSeverityAbort);
   EXPECT_EQ(stream.GetSize(), 3u);
   EXPECT_EQ(handler->GetCapacity(), 16u);
   std::vector<char> big(100000, 'x');
-  EXPECT_EQ(Caught([&] { stream.Write(big.data(), 100000, 1); }).Code(), 1007);
+  EXPECT_EQ(Caught([&] { stream.Write(big.data(), 100000, 1); }).Code(), kErrOutOfMemory);
   EXPECT_EQ(Content(handler, stream), "abc");
   EXPECT_EQ(stream.GetPos(), 3u);
 }
@@ -808,7 +814,7 @@ TEST(MemoryStream, RefusedGrowthLetThroughWritesNothing) {
   OpenScratch(stream, 16);
   std::vector<char> big(100000, 'x');
   EXPECT_EQ(stream.Write(big.data(), 100000, 1), 0u);
-  EXPECT_EQ(hook.codes, std::vector<int>{1007});
+  EXPECT_EQ(hook.codes, std::vector<int>{kErrOutOfMemory});
   EXPECT_EQ(stream.GetSize(), 0u);
 }
 
@@ -816,7 +822,7 @@ TEST(MemoryStream, SourceLargerThanMemoryRaisesOutOfMemoryAtOpen) {
   ScopedLimitedManager limited;
   LoadingHdl* handler = new LoadingHdl(std::string(100000, 'x'));
   PStream stream(handler);
-  EXPECT_EQ(Caught([&] { stream.Open(OpenWrite); }).Code(), 1007);
+  EXPECT_EQ(Caught([&] { stream.Open(OpenWrite); }).Code(), kErrOutOfMemory);
   EXPECT_EQ(handler->readCalls, 0);
 }
 
@@ -824,7 +830,7 @@ TEST(MemoryStream, GranularityAtThe32BitLimitRefusesToRoundPastIt) {
   PStream stream;
   PMemoryStreamHdl* handler = OpenScratch(stream, 0xFFFFFFF0u);
   // 0xFFFFFFF1 would round to 2 * 0xFFFFFFF0, beyond 32 bits.
-  EXPECT_EQ(Caught([&] { stream.SetSize(0xFFFFFFF1u); }).Code(), 1007);
+  EXPECT_EQ(Caught([&] { stream.SetSize(0xFFFFFFF1u); }).Code(), kErrOutOfMemory);
   EXPECT_EQ(handler->GetCapacity(), 0u);
   EXPECT_EQ(stream.GetSize(), 0u);
 }

@@ -1,4 +1,5 @@
 // Null streams: the counters, the refusal to read, seeks and every error.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PNullStream.h>
 
@@ -48,8 +49,8 @@ TEST(PNullStream, WritesMovePositionAndRaiseSize) {
 
 TEST(PNullStream, OpeningForReadingRaises1222) {
   PNullStream stream;
-  ExpectNullStreamError(Caught([&] { stream.Open(OpenRead); }), 1222);
-  ExpectNullStreamError(Caught([&] { stream.Open(OpenReadWrite); }), 1222);
+  ExpectNullStreamError(Caught([&] { stream.Open(OpenRead); }), kErrStreamOpenModeNotExact);
+  ExpectNullStreamError(Caught([&] { stream.Open(OpenReadWrite); }), kErrStreamOpenModeNotExact);
   EXPECT_FALSE(stream.IsOpened());
 }
 
@@ -57,7 +58,7 @@ TEST(PNullStream, ReadingFromAnOpenStreamRaises1232) {
   PNullStream stream;
   stream.Open(OpenWrite);
   char buffer[4];
-  ExpectNullStreamError(Caught([&] { stream.Read(buffer, 1, 1); }), 1232);
+  ExpectNullStreamError(Caught([&] { stream.Read(buffer, 1, 1); }), kErrStreamNotReadable);
 }
 
 TEST(PNullStream, LetThroughReadReturnsNothing) {
@@ -66,7 +67,7 @@ TEST(PNullStream, LetThroughReadReturnsNothing) {
   PNullStream stream;
   char buffer[4];
   EXPECT_EQ(stream.Read(buffer, 4, 1), 0u);
-  EXPECT_EQ(hook.codes, std::vector<int>{1232});
+  EXPECT_EQ(hook.codes, std::vector<int>{kErrStreamNotReadable});
 }
 
 TEST(PNullStream, StartsWithIntelOrderingAndOffersWritingOnly) {
@@ -168,17 +169,21 @@ TEST(PNullStream, EveryErrorCarriesItsCode) {
     int code;
   };
   const Row kRows[] = {
-      {"open twice", true, [](PStream& s) { s.Open(OpenWrite); }, 1224},
-      {"mode change when closed", false, [](PStream& s) { s.SetOpenMode(OpenWrite); }, 1223},
-      {"mode change to reading", true, [](PStream& s) { s.SetOpenMode(OpenRead); }, 1222},
-      {"close when closed", false, [](PStream& s) { s.Close(); }, 1223},
-      {"write when closed", false, [](PStream& s) { s.Write("x", 1, 1); }, 1223},
-      {"seek when closed", false, [](PStream& s) { s.MoveTo(0); }, 1223},
-      {"forward past the end", true, [](PStream& s) { s.MoveFwd(7); }, 1227},
-      {"absolute past the end", true, [](PStream& s) { s.MoveTo(11); }, 1227},
-      {"back before the start", true, [](PStream& s) { s.MoveBack(5); }, 1228},
-      {"from the end beyond the size", true, [](PStream& s) { s.MoveFromEnd(11); }, 1228},
-      {"unknown mode", true, [](PStream& s) { s.SetPos(static_cast<TypSeekMode>(9), 0); }, 1225},
+      {"open twice", true, [](PStream& s) { s.Open(OpenWrite); }, kErrStreamAlreadyOpen},
+      {"mode change when closed", false, [](PStream& s) { s.SetOpenMode(OpenWrite); },
+       kErrStreamClosed},
+      {"mode change to reading", true, [](PStream& s) { s.SetOpenMode(OpenRead); },
+       kErrStreamOpenModeNotExact},
+      {"close when closed", false, [](PStream& s) { s.Close(); }, kErrStreamClosed},
+      {"write when closed", false, [](PStream& s) { s.Write("x", 1, 1); }, kErrStreamClosed},
+      {"seek when closed", false, [](PStream& s) { s.MoveTo(0); }, kErrStreamClosed},
+      {"forward past the end", true, [](PStream& s) { s.MoveFwd(7); }, kErrStreamSeekPastEnd},
+      {"absolute past the end", true, [](PStream& s) { s.MoveTo(11); }, kErrStreamSeekPastEnd},
+      {"back before the start", true, [](PStream& s) { s.MoveBack(5); }, kErrStreamSeekBeforeStart},
+      {"from the end beyond the size", true, [](PStream& s) { s.MoveFromEnd(11); },
+       kErrStreamSeekBeforeStart},
+      {"unknown mode", true, [](PStream& s) { s.SetPos(static_cast<TypSeekMode>(9), 0); },
+       kErrStreamBadSeekMode},
   };
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.name);
@@ -202,9 +207,9 @@ TEST(PNullStream, SeekErrorsLetThroughAreCarriedOut) {
   EXPECT_EQ(stream.GetPos(), 12u);
   stream.MoveFromEnd(11);
   EXPECT_EQ(stream.GetPos(), 0u);
-  EXPECT_EQ(hook.codes, (std::vector<int>{1227, 1228}));
+  EXPECT_EQ(hook.codes, (std::vector<int>{kErrStreamSeekPastEnd, kErrStreamSeekBeforeStart}));
   // Back before the start is thrown, never offered.
-  EXPECT_EQ(Caught([&] { stream.MoveBack(1); }).Code(), 1228);
+  EXPECT_EQ(Caught([&] { stream.MoveBack(1); }).Code(), kErrStreamSeekBeforeStart);
   EXPECT_EQ(hook.codes.size(), 2u);
 }
 

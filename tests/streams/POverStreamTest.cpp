@@ -1,5 +1,6 @@
 // Over-stream handlers: forwarding to the stream beneath and preparing
 // errors at the innermost layer.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/POverStream.h>
@@ -43,7 +44,7 @@ public:
   ULONG OwnOpenMode() const { return m_openMode; }
 
   void RaiseOwnError() {
-    PError error(1222, ErrorSeverityAbort, "src\\PStreamSection", 1);
+    PError error(kErrStreamOpenModeNotExact, ErrorSeverityAbort, "src\\PStreamSection", 1);
     PError own = PrepareError(error);
     PError prepared = PErrorProtectionStatus().PrepareError(own);
     PErrorProtectionStatus().SignalError(prepared);
@@ -107,7 +108,7 @@ TEST(POverStream, ErrorOfTheStreamBeneathReachesTheCaller) {
   PStream base(new TaggingMemoryHdl);
   PStream over(new POverStreamHdl(base));
   PError thrown = Caught([&] { over.Close(); });
-  EXPECT_EQ(thrown.Code(), 1223);
+  EXPECT_EQ(thrown.Code(), kErrStreamClosed);
   EXPECT_STREQ(thrown.File(), "src\\PMemoryStream");
   EXPECT_STREQ(static_cast<const char*>(thrown.GetStringInfo("preparedby", "")), "memory");
 }
@@ -117,7 +118,7 @@ TEST(POverStream, ErrorRaisedByALayerIsPreparedByTheMemoryHandlerBeneath) {
   RaisingOverHdl* over = new RaisingOverHdl(base);
   PStream layered(over);
   PError thrown = Caught([&] { over->RaiseOwnError(); });
-  EXPECT_EQ(thrown.Code(), 1222);
+  EXPECT_EQ(thrown.Code(), kErrStreamOpenModeNotExact);
   EXPECT_STREQ(thrown.File(), "src\\PStreamSection");
   EXPECT_STREQ(static_cast<const char*>(thrown.GetStringInfo("preparedby", "")), "memory");
   // The front object's preparation goes the same way.
@@ -138,7 +139,7 @@ TEST(POverStream, LayerOverAStreamWithoutHandlerRaises1220) {
   PStream empty;
   PStream over(new POverStreamHdl(empty));
   PError thrown = Caught([&] { over.Open(OpenWrite); });
-  EXPECT_EQ(thrown.Code(), 1220);
+  EXPECT_EQ(thrown.Code(), kErrStreamNoHandler);
   EXPECT_EQ(thrown.Severity(), ErrorSeverityFatal);
 }
 

@@ -1,5 +1,6 @@
 // Sections: the 28-byte header, back-patched sizes, nesting, reading by
 // identifier, skipping, errors, and headers that cannot be trusted.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PMemoryStream.h>
@@ -137,7 +138,7 @@ TEST(PStreamSection, WrongIdentifierRaisesAndLeavesTheParentAfterIt) {
     OpenReadSection(stream, kSecond);
     FAIL() << "no error";
   } catch (const PError& error) {
-    EXPECT_EQ(error.Code(), 1233);
+    EXPECT_EQ(error.Code(), kErrStreamBadFormat);
     EXPECT_EQ(error.Severity(), ErrorSeverityError);
     EXPECT_STREQ(error.File(), "src\\PStreamSection");
   }
@@ -212,13 +213,13 @@ TEST(PStreamSection, MisuseRaisesItsCodes) {
          sec.Close();
          sec.Open(OpenReadWrite);
        },
-       1222},
+       kErrStreamOpenModeNotExact},
       {"change of mode",
        [](PStream& s) {
          PStreamSection sec = OpenReadSection(s);
          sec.SetOpenMode(OpenWrite);
        },
-       1222},
+       kErrStreamOpenModeNotExact},
       {"read when closed",
        [](PStream& s) {
          PStreamSection sec = OpenReadSection(s);
@@ -226,32 +227,32 @@ TEST(PStreamSection, MisuseRaisesItsCodes) {
          char c;
          sec.Read(&c, 1, 1);
        },
-       1223},
+       kErrStreamClosed},
       {"close twice",
        [](PStream& s) {
          PStreamSection sec = OpenReadSection(s);
          sec.Close();
          sec.Close();
        },
-       1223},
+       kErrStreamClosed},
       {"open twice",
        [](PStream& s) {
          PStreamSection sec = OpenReadSection(s);
          sec.Open(OpenRead);
        },
-       1224},
+       kErrStreamAlreadyOpen},
       {"write while reading",
        [](PStream& s) {
          PStreamSection sec = OpenReadSection(s);
          sec.Write('x');
        },
-       1232},
+       kErrStreamNotReadable},
       {"size while reading",
        [](PStream& s) {
          PStreamSection sec = OpenReadSection(s);
          sec.SetSize(10);
        },
-       1231},
+       kErrStreamNotWritable},
   };
   for (const ErrorRow& row : rows) {
     SCOPED_TRACE(row.what);
@@ -268,10 +269,12 @@ TEST(PStreamSection, MisuseRaisesItsCodes) {
 TEST(PStreamSection, ParentModesAreChecked) {
   PStream readOnly(new PMemoryStreamHdl(16));
   readOnly.Open(OpenRead | OpenAllowEmpty);
-  EXPECT_EQ(Caught([](PStream& s) { OpenWriteSection(s, kFirst, 1); }, readOnly).Code(), 1231);
+  EXPECT_EQ(Caught([](PStream& s) { OpenWriteSection(s, kFirst, 1); }, readOnly).Code(),
+            kErrStreamNotWritable);
   PStream writeOnly(new PMemoryStreamHdl(16));
   writeOnly.Open(OpenWrite | OpenAllowEmpty);
-  EXPECT_EQ(Caught([](PStream& s) { OpenReadSection(s); }, writeOnly).Code(), 1232);
+  EXPECT_EQ(Caught([](PStream& s) { OpenReadSection(s); }, writeOnly).Code(),
+            kErrStreamNotReadable);
 }
 
 // Header sizes from damaged or hostile bytes, in both byte orders: the
@@ -320,10 +323,10 @@ TEST(PStreamSection, HostileSizesGoWhereTheHeaderSaysOrFail) {
         } catch (const PError& error) {
           if (row.size < 28) {
             // A size below the header is not a section.
-            EXPECT_EQ(error.Code(), 1233);
+            EXPECT_EQ(error.Code(), kErrStreamBadFormat);
           } else {
             // Past the stream's end the seek is refused.
-            EXPECT_EQ(error.Code(), 1227);
+            EXPECT_EQ(error.Code(), kErrStreamSeekPastEnd);
             EXPECT_GT(reached, end);
           }
         }
@@ -433,7 +436,7 @@ TEST(PStreamSection, SectionErrorsArePreparedByTheMemoryHandlerBeneath) {
     section.Write('x'); // a read section cannot be written: 1232
     FAIL() << "no error";
   } catch (const PError& error) {
-    EXPECT_EQ(error.Code(), 1232);
+    EXPECT_EQ(error.Code(), kErrStreamNotReadable);
     EXPECT_STREQ(error.File(), "src\\PStreamSection");
     EXPECT_EQ(error.GetIntegerInfo("preparedbymemory", 0), 1);
   }
@@ -443,7 +446,7 @@ TEST(PStreamSection, SectionErrorsArePreparedByTheMemoryHandlerBeneath) {
     OpenReadSection(stream, kSecond);
     FAIL() << "no error";
   } catch (const PError& error) {
-    EXPECT_EQ(error.Code(), 1233);
+    EXPECT_EQ(error.Code(), kErrStreamBadFormat);
     EXPECT_EQ(error.GetIntegerInfo("preparedbymemory", 0), 1);
   }
 }

@@ -1,6 +1,7 @@
 // Streams: the front object, handler sharing, the guarded operations and
 // their retry, closing at the last reference, byte ordering, and the copy
 // of one stream into another.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/PStream.h>
@@ -77,7 +78,7 @@ protected:
     pos += copied;
     if (failReads > 0) {
       --failReads;
-      Raise(1229);
+      Raise(kErrStreamShortRead);
     }
     return itemSize ? copied / itemSize : 0;
   }
@@ -90,7 +91,7 @@ protected:
     pos += bytes;
     if (failWrites > 0) {
       --failWrites;
-      Raise(1230);
+      Raise(kErrStreamShortWrite);
     }
     return count;
   }
@@ -100,7 +101,7 @@ protected:
   void IOClose() override {
     ++closeCalls;
     if (closeRaises)
-      Raise(1223);
+      Raise(kErrStreamClosed);
     mode = 0;
   }
   void IOFlush() override {}
@@ -185,7 +186,7 @@ TEST(PStream, DefaultStreamOperationsRaise1220) {
     SCOPED_TRACE(row.name);
     PStream stream;
     PError thrown = Caught([&] { row.call(stream); });
-    EXPECT_EQ(thrown.Code(), 1220);
+    EXPECT_EQ(thrown.Code(), kErrStreamNoHandler);
     EXPECT_EQ(thrown.Severity(), ErrorSeverityFatal);
     EXPECT_STREQ(thrown.File(), "src\\PStream");
     // Without a handler the preparation leaves the error unchanged.
@@ -200,13 +201,13 @@ TEST(PStream, Dropped1220LetsReadAndWriteReportNothing) {
   char buffer[4] = {};
   EXPECT_EQ(stream.Read(buffer, 4, 1), 0u);
   EXPECT_EQ(stream.Write(buffer, 4, 1), 0u);
-  EXPECT_EQ(hook.codes, (std::vector<int>{1220, 1220}));
+  EXPECT_EQ(hook.codes, (std::vector<int>{kErrStreamNoHandler, kErrStreamNoHandler}));
 }
 
 TEST(PStream, NullHandlerPointerGivesAStreamWithoutHandler) {
   PStream stream(static_cast<PStreamHdl*>(nullptr));
   EXPECT_EQ(stream.GetHandler(), nullptr);
-  EXPECT_EQ(Caught([&] { stream.Close(); }).Code(), 1220);
+  EXPECT_EQ(Caught([&] { stream.Close(); }).Code(), kErrStreamNoHandler);
 }
 
 TEST(PStream, StreamsCountTheirHandler) {
@@ -302,7 +303,7 @@ TEST(PStream, ClosingErrorOfACleanHandlerReachesTheAssigningCaller) {
   PStream stream(handler);
   stream.Open(OpenWrite);
   PError thrown = Caught([&] { stream = PStream(); });
-  EXPECT_EQ(thrown.Code(), 1223);
+  EXPECT_EQ(thrown.Code(), kErrStreamClosed);
   EXPECT_EQ(destroyed, 1);
   EXPECT_EQ(stream.GetHandler(), nullptr);
 }
@@ -319,7 +320,7 @@ TEST(PStream, FailedHandlerClosesQuietlyAtItsEnd) {
     stream.Open(OpenRead);
     handler->failReads = 1;
     char buffer[4];
-    EXPECT_EQ(Caught([&] { stream.Read(buffer, 4, 1); }).Code(), 1229);
+    EXPECT_EQ(Caught([&] { stream.Read(buffer, 4, 1); }).Code(), kErrStreamShortRead);
     EXPECT_TRUE(handler->HasFailed());
     EXPECT_EQ(hook.calls, 1);
     // The closing error that follows goes to no hook and no caller.
@@ -336,7 +337,7 @@ TEST(PStream, SuccessfulAttemptClearsTheFailedFlag) {
   stream.Open(OpenRead);
   handler->failReads = 1;
   char buffer[4];
-  EXPECT_EQ(Caught([&] { stream.Read(buffer, 2, 1); }).Code(), 1229);
+  EXPECT_EQ(Caught([&] { stream.Read(buffer, 2, 1); }).Code(), kErrStreamShortRead);
   EXPECT_TRUE(handler->HasFailed());
   EXPECT_EQ(stream.Read(buffer, 2, 1), 2u);
   EXPECT_FALSE(handler->HasFailed());
@@ -387,7 +388,7 @@ TEST(PStream, ErrorNotRetriedIsPassedOnWithItsPreparation) {
   handler->failReads = 1;
   char buffer[4];
   PError thrown = Caught([&] { stream.Read(buffer, 2, 1); });
-  EXPECT_EQ(thrown.Code(), 1229);
+  EXPECT_EQ(thrown.Code(), kErrStreamShortRead);
   EXPECT_EQ(thrown.GetIntegerInfo("recorded", 0), 1);
   EXPECT_EQ(handler->readCalls, 1);
   EXPECT_TRUE(handler->HasFailed());
@@ -403,20 +404,20 @@ TEST(PStream, ControlCodesOtherThanRetryAreNotRetried) {
   stream.Open(OpenWrite);
   handler->failWrites = 1;
   PError thrown = Caught([&] { stream.Write("x", 1, 1); });
-  EXPECT_EQ(thrown.Code(), 3);
-  EXPECT_EQ(thrown.GetIntegerInfo("waserror", 0), 1230);
+  EXPECT_EQ(thrown.Code(), kErrControlAbortAction);
+  EXPECT_EQ(thrown.GetIntegerInfo("waserror", 0), kErrStreamShortWrite);
   EXPECT_EQ(handler->writeCalls, 1);
 }
 
 TEST(PStream, PrepareErrorGoesThroughTheHandler) {
-  PError error(1227, ErrorSeverityAbort);
+  PError error(kErrStreamSeekPastEnd, ErrorSeverityAbort);
   PStream bare;
   EXPECT_EQ(bare.PrepareError(error).EnumErrorInfo(), 0u);
   PStream recorded(new RecordingHdl);
   EXPECT_EQ(recorded.PrepareError(error).GetIntegerInfo("recorded", 0), 1);
   PStream plain(new PlainHdl);
   PError copy = plain.PrepareError(error);
-  EXPECT_EQ(copy.Code(), 1227);
+  EXPECT_EQ(copy.Code(), kErrStreamSeekPastEnd);
   EXPECT_FALSE(copy.HasIntegerInfo("recorded"));
 }
 
@@ -485,7 +486,7 @@ TEST(PStream, SetByteOrderingAcceptsOnlyTheTwoMarkers) {
       EXPECT_EQ(thrown.Code(), -1);
       EXPECT_EQ(stream.GetByteOrdering(), row.value);
     } else {
-      EXPECT_EQ(thrown.Code(), 1233);
+      EXPECT_EQ(thrown.Code(), kErrStreamBadFormat);
       EXPECT_EQ(thrown.Severity(), ErrorSeverityError);
       EXPECT_STREQ(thrown.File(), "src\\PStream");
       EXPECT_EQ(stream.GetByteOrdering(), kByteOrderingMotorola);
@@ -534,7 +535,7 @@ TEST(PStream, ReadingTheMarkerMIRaises1233AndKeepsTheOrdering) {
   stream.Open(OpenRead);
   stream.SetByteOrdering(kByteOrderingMotorola);
   PError thrown = Caught([&] { stream.ReadByteOrdering(); });
-  EXPECT_EQ(thrown.Code(), 1233);
+  EXPECT_EQ(thrown.Code(), kErrStreamBadFormat);
   EXPECT_EQ(thrown.Severity(), ErrorSeverityError);
   EXPECT_EQ(stream.GetByteOrdering(), kByteOrderingMotorola);
 }
@@ -601,7 +602,7 @@ TEST(GStreamDuplication, ClosesBothStreamsWhenAnErrorEscapes) {
   PStream destination(to);
   EXPECT_EQ(
       Caught([&] { GStreamDuplication(source, destination, true, OpenWrite, nullptr); }).Code(),
-      1230);
+      kErrStreamShortWrite);
   EXPECT_FALSE(source.IsOpened());
   EXPECT_FALSE(destination.IsOpened());
 }

@@ -1,6 +1,7 @@
 // The 7-bit handler: borrowed and owned buffers, growth by 8 bytes, the
 // character-range error at every entry point, and conversions.
 #include <qvbase/PASCIIString.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
@@ -82,7 +83,7 @@ TEST(PASCIIString, ConvertingMultibyteHighByteSignalsAndYieldsNoHandler) {
   qvtest::RaisedError raised =
       qvtest::CaptureError([&] { gASCIIStringHandlerDec.fromHandler(&source); });
   EXPECT_TRUE(raised.thrown);
-  EXPECT_EQ(1210, raised.code);
+  EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
   EXPECT_EQ(ErrorSeverityError, raised.severity);
   EXPECT_EQ("src\\PASCIIString", raised.file);
   EXPECT_EQ(137u, raised.line);
@@ -120,7 +121,7 @@ TEST(PASCIIString, EveryEntryPointRaisesCharacterOutOfRangeWithItsLine) {
     SCOPED_TRACE(row.name);
     qvtest::RaisedError raised = qvtest::CaptureError(row.call);
     EXPECT_TRUE(raised.thrown);
-    EXPECT_EQ(1210, raised.code);
+    EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
     EXPECT_EQ(ErrorSeverityError, raised.severity);
     EXPECT_EQ("src\\PASCIIString", raised.file);
     EXPECT_EQ(row.line, raised.line);
@@ -208,7 +209,7 @@ TEST(PASCIIString, RejectsUnicodeContentAboveSevenBits) {
   const unsigned short kWide[] = {'o', 0xE9, 0};
   PUNIString wide(kWide, true);
   qvtest::RaisedError raised = qvtest::CaptureError([&] { PASCIIString text(wide); });
-  EXPECT_EQ(1210, raised.code);
+  EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
   EXPECT_EQ(137u, raised.line);
 }
 
@@ -355,7 +356,7 @@ TEST(PASCIIString, AppendingTextWithHighBytesReportsTheConversionAndAddsNothing)
   PASCIIString text("abc", true);
   qvtest::RaisedError raised = qvtest::CaptureError([&] { text += "d\xE9"; });
   EXPECT_TRUE(raised.thrown);
-  EXPECT_EQ(1210, raised.code);
+  EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
   EXPECT_EQ(137u, raised.line);
   EXPECT_STREQ("abc", static_cast<const char*>(text));
   text += "def";

@@ -1,6 +1,7 @@
 // The multibyte handler: its length as measured from text, the 7-bit flag,
 // the two character packings, editing and the 7-bit-only InsertChar.
 #include <qvbase/PASCIIString.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
@@ -151,7 +152,7 @@ TEST(PMBString, InsertCharAcceptsSevenBitOnly) {
   EXPECT_STREQ("abc", static_cast<const char*>(handler.GetContent()));
   qvtest::RaisedError raised = qvtest::CaptureError([&] { handler.InsertChar(128, 0); });
   EXPECT_TRUE(raised.thrown);
-  EXPECT_EQ(1210, raised.code);
+  EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
   EXPECT_EQ(ErrorSeverityError, raised.severity);
   EXPECT_EQ("src\\PMBString", raised.file);
   EXPECT_EQ(439u, raised.line);

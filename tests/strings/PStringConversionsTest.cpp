@@ -1,5 +1,6 @@
 // Number and hexadecimal conversions, the locale bracket of floating-point
 // text, and word lists.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PStringConversions.h>
 
@@ -144,7 +145,7 @@ TEST(PStringConversions, OutOfRangeIntegersSaturateOnEveryTarget) {
 TEST(PStringConversions, ReadingNonAsciiTextRaisesThenReadsEmpty) {
   PString text("7\xE9");
   qvtest::RaisedError raised = qvtest::CaptureError([&] { PStringToUInt(text); });
-  EXPECT_EQ(1210, raised.code);
+  EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
   qvtest::ScopedIgnoreErrors ignore;
   EXPECT_EQ(0u, PStringToUInt(text));
   EXPECT_EQ(0, PStringToSInt(text));
@@ -198,7 +199,7 @@ TEST(PStringConversions, BadHexDigitRaisesWithLineOfItsPlace) {
     SCOPED_TRACE(row.text);
     qvtest::RaisedError raised = qvtest::CaptureError([&] { HexaToUInt8(PASCIIString(row.text)); });
     EXPECT_TRUE(raised.thrown);
-    EXPECT_EQ(1212, raised.code);
+    EXPECT_EQ(kErrStringBadHexDigit, raised.code);
     EXPECT_EQ(ErrorSeverityError, raised.severity);
     EXPECT_EQ("src\\phexastrings", raised.file);
     EXPECT_EQ(row.line, raised.line);

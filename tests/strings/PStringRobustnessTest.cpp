@@ -2,6 +2,7 @@
 // hexadecimal and number readers and parameter substitution end with their
 // defined result or error, never a crash or a read out of bounds.
 #include <qvbase/PASCIIString.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PStringConversions.h>
 #include <qvbase/PUNIString.h>
@@ -53,9 +54,9 @@ TEST(PStringRobustness, HexaReadersEndWithValueOrBadDigitError) {
     PASCIIString ascii(text.c_str(), /*copy=*/true);
     for (ULONG cut = 0; cut <= ascii.Len(); cut += 3) {
       PASCIIString truncated(ascii.Left(cut));
-      ExpectDefinedOutcome([&] { HexaToUInt8(truncated); }, {1212});
-      ExpectDefinedOutcome([&] { HexaToUInt16(truncated); }, {1212});
-      ExpectDefinedOutcome([&] { HexaToUInt32(truncated); }, {1212});
+      ExpectDefinedOutcome([&] { HexaToUInt8(truncated); }, {kErrStringBadHexDigit});
+      ExpectDefinedOutcome([&] { HexaToUInt16(truncated); }, {kErrStringBadHexDigit});
+      ExpectDefinedOutcome([&] { HexaToUInt32(truncated); }, {kErrStringBadHexDigit});
     }
   }
   // With the errors ignored every reading completes with a value.
@@ -74,9 +75,9 @@ TEST(PStringRobustness, NumberReadersEndWithValueOrCharacterError) {
     std::string text = RandomText(random, /*sevenBit=*/false);
     SCOPED_TRACE(text);
     PString narrow(text.c_str(), /*copy=*/true);
-    ExpectDefinedOutcome([&] { PStringToUInt(narrow); }, {1210});
-    ExpectDefinedOutcome([&] { PStringToSInt(narrow); }, {1210});
-    ExpectDefinedOutcome([&] { PStringToFloat(narrow); }, {1210});
+    ExpectDefinedOutcome([&] { PStringToUInt(narrow); }, {kErrStringCharOutOfRange});
+    ExpectDefinedOutcome([&] { PStringToSInt(narrow); }, {kErrStringCharOutOfRange});
+    ExpectDefinedOutcome([&] { PStringToFloat(narrow); }, {kErrStringCharOutOfRange});
   }
 }
 
@@ -107,7 +108,7 @@ TEST(PStringRobustness, ParameterOperationsEndOnAnyText) {
           }
           subject.FindNextParameter(nullptr, nullptr, 0xFFFFFFFFu);
         },
-        {1210});
+        {kErrStringCharOutOfRange});
     ExpectDefinedOutcome(
         [&] {
           PString copy(subject);
@@ -115,13 +116,13 @@ TEST(PStringRobustness, ParameterOperationsEndOnAnyText) {
                             PString(value.c_str(), true));
           copy.SetParameter(static_cast<ULONG>(round), PString(value.c_str(), true));
         },
-        {1210});
+        {kErrStringCharOutOfRange});
     ExpectDefinedOutcome(
         [&] {
           PString copy(subject);
           copy.ValidateParams(PString(value.c_str(), true));
         },
-        {1210});
+        {kErrStringCharOutOfRange});
     EXPECT_LE(steps, static_cast<int>(text.size()));
   }
 }

@@ -1,6 +1,7 @@
 // The Unicode handler: sizes in bytes, growth by 4 units, one-byte
 // conversion of narrow characters, and the not-settable error.
 #include <qvbase/PASCIIString.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
@@ -109,7 +110,7 @@ TEST(PUNIString, SetCharOfUnconvertibleCharacterRaisesNotSettable) {
   // The terminator byte consumes no byte.
   qvtest::RaisedError raised = qvtest::CaptureError([&] { handler.SetChar(0, 0); });
   EXPECT_TRUE(raised.thrown);
-  EXPECT_EQ(1211, raised.code);
+  EXPECT_EQ(kErrStringUnicodeNotSettable, raised.code);
   EXPECT_EQ(ErrorSeverityAbort, raised.severity);
   EXPECT_EQ("src\\PUNIString", raised.file);
   EXPECT_EQ(250u, raised.line);

@@ -1,6 +1,7 @@
 // Universal and local dates: values, arithmetic, day split, calendar fields,
 // leap years, breakdown errors and formatting.
 #include <qvbase/PDate.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 
 #include "support/StringTestSupport.h"
@@ -201,16 +202,16 @@ TEST(PLocalDate, BreakdownCoversUpToTheEndOfYearThreeThousand) {
   EXPECT_EQ(last.Month(), 12);
   EXPECT_EQ(last.Day(), 31);
   EXPECT_EQ(last.Seconds(), 59);
-  EXPECT_EQ(BreakdownError(PLocalDate(PTime(32535216000LL * kSecond))).Code(), 1200);
+  EXPECT_EQ(BreakdownError(PLocalDate(PTime(32535216000LL * kSecond))).Code(), kErrDateBreakdown);
 }
 
 TEST(PLocalDate, BreakdownBeforeTheEpochRaisesFatal1200) {
   const PError error = BreakdownError(PLocalDate(-1));
-  EXPECT_EQ(error.Code(), 1200);
+  EXPECT_EQ(error.Code(), kErrDateBreakdown);
   EXPECT_EQ(error.Severity(), ErrorSeverityFatal);
   EXPECT_STREQ(error.File(), "src\\PDate");
   EXPECT_GT(error.Line(), 0u);
-  EXPECT_EQ(BreakdownError(PLocalDate()).Code(), 1200);
+  EXPECT_EQ(BreakdownError(PLocalDate()).Code(), kErrDateBreakdown);
   // Less than a second before the epoch truncates to second 0.
   EXPECT_EQ(BreakdownError(PLocalDate(PTime(-1))).Code(), -1);
 }
@@ -229,7 +230,7 @@ TEST(PLocalDate, DaylightSavingFailureIsError1200OfSeverity29) {
     PLocalDate(-1).IsDaySavingTime();
     FAIL() << "no error";
   } catch (const PError& error) {
-    EXPECT_EQ(error.Code(), 1200);
+    EXPECT_EQ(error.Code(), kErrDateBreakdown);
     EXPECT_EQ(error.Severity(), ErrorSeverityError);
     EXPECT_STREQ(error.File(), "src\\PDate");
     EXPECT_GT(error.Line(), 0u);
@@ -239,7 +240,7 @@ TEST(PLocalDate, DaylightSavingFailureIsError1200OfSeverity29) {
 TEST(PLocalDate, IgnoredDaylightSavingFailureGivesFalse) {
   qvtest::ScopedIgnoreErrors ignore;
   EXPECT_FALSE(PLocalDate().IsDaySavingTime());
-  EXPECT_EQ(ignore.hook.lastCode, 1200);
+  EXPECT_EQ(ignore.hook.lastCode, kErrDateBreakdown);
 }
 
 #if !defined(_WIN32)
@@ -337,7 +338,7 @@ TEST(PLocalDate, FormatOfAnUnbreakableDateRaises1200) {
     Formatted(PLocalDate(-1), "^yyyy^");
     FAIL() << "no error";
   } catch (const PError& error) {
-    EXPECT_EQ(error.Code(), 1200);
+    EXPECT_EQ(error.Code(), kErrDateBreakdown);
   }
 }
 

@@ -1,4 +1,5 @@
 // Durations: construction, validity, arithmetic and formatting.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PTime.h>
 
@@ -176,11 +177,11 @@ PError FormatError(const PTime& time) {
 
 TEST(PTime, FormattingANegativeTimeRaisesFatal1200) {
   PError error = FormatError(PTime(-1));
-  EXPECT_EQ(error.Code(), 1200);
+  EXPECT_EQ(error.Code(), kErrDateBreakdown);
   EXPECT_EQ(error.Severity(), ErrorSeverityFatal);
   EXPECT_STREQ(error.File(), "src\\PDate");
   EXPECT_GT(error.Line(), 0u);
-  EXPECT_EQ(FormatError(PTime()).Code(), 1200);
+  EXPECT_EQ(FormatError(PTime()).Code(), kErrDateBreakdown);
   EXPECT_EQ(FormatError(PTime(0)).Code(), -1);
 }
 
@@ -189,7 +190,7 @@ TEST(PTime, IgnoredFormatErrorStillFillsThePattern) {
   const PTime time(-3725, 0);
   EXPECT_EQ(Formatted(time, "^TM^"), "-62");
   EXPECT_EQ(ignore.hook.calls, 1);
-  EXPECT_EQ(ignore.hook.lastCode, 1200);
+  EXPECT_EQ(ignore.hook.lastCode, kErrDateBreakdown);
 }
 
 } // namespace

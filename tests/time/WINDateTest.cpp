@@ -1,6 +1,7 @@
 // Dates backed by FILETIME and SYSTEMTIME: the file-time constant, the
 // conversions, the cached SYSTEMTIME, the makers, the clock and the user's
 // formats.
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/WINDate.h>
 
@@ -51,7 +52,7 @@ PError ErrorOf(Action action) {
 }
 
 void ExpectConversionError(const PError& error) {
-  EXPECT_EQ(error.Code(), 1201);
+  EXPECT_EQ(error.Code(), kErrDateConversion);
   EXPECT_EQ(error.Severity(), ErrorSeverityAbort);
   EXPECT_STREQ(error.File(), "src\\WINDate");
   EXPECT_GT(error.Line(), 0u);
@@ -158,7 +159,7 @@ TEST(WINUTDate, IgnoredRefusalGivesNoDate) {
   qvtest::ScopedIgnoreErrors ignore;
   const WINUTDate date = MakeNUTDate(2024, 4, 31, 0, 0, 0, 0);
   EXPECT_FALSE(date.IsValid());
-  EXPECT_EQ(ignore.hook.lastCode, 1201);
+  EXPECT_EQ(ignore.hook.lastCode, kErrDateConversion);
 }
 
 TEST(WINUTDate, SystemTimeBefore1601Raises1201) {
