@@ -27,6 +27,7 @@
 #include <qvbase/PStringConversions.h>
 #include <qvbase/PStream.h>
 #include <qvbase/PMemoryStream.h>
+#include <qvbase/PBufferizedStream.h>
 #include <qvbase/POverStream.h>
 #include <qvbase/PNullStream.h>
 #include <qvbase/PTextStream.h>
