@@ -295,6 +295,15 @@ private:
 // position stands) into `destination`, in chunks of 2048 bytes. With `open`, the source is opened
 // for reading and the destination with `mode` made write-only, and both are
 // closed at the end - also when an error escapes the copy, which is then
-// passed on. The progress hook may be null.
+// passed on.
+//
+// The progress hook may be null. Otherwise the copy reports in bytes, shifted
+// right as often as the size needs to fit 32 bits: SetEndValue(size) first,
+// then after each chunk SetCurrentValue(bytes copied before that chunk) and
+// Continue(). The figure lags one chunk behind on purpose, and the last chunk
+// is never reported: the caller starts the hook before and stops it after
+// (Stop completes the range). A hook whose Continue raises - the
+// cancellation error when its observer cancelled - ends the copy there; the
+// destination then holds the chunks written so far, a prefix of the source.
 QVBASE_API void GStreamDuplication(PStream& source, PStream& destination, bool open, ULONG mode,
                                    PProgressHook* hook);

@@ -35,3 +35,6 @@
 #include <qvbase/PTime.h>
 #include <qvbase/PDate.h>
 #include <qvbase/WINDate.h>
+#include <qvbase/PProgressHook.h>
+#include <qvbase/PProgressDialog.h>
+#include <qvbase/PBackground.h>

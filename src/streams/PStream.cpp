@@ -6,6 +6,7 @@
 
 #include <qvbase/GDbg.h>
 #include <qvbase/PErrorProtection.h>
+#include <qvbase/PProgressHook.h> // the copy reports through the hook's virtual operations
 
 #include "errors/ErrorTrace.h"
 #include "errors/RaiseError.h"
@@ -251,12 +252,6 @@ namespace {
 
 constexpr ULONG kDuplicationChunk = 0x800;
 
-// The progress hook's three steps. The progress family sits above the
-// streams and reports through these: with no hook nothing happens.
-void ProgressSetEnd(PProgressHook*, ULONG) {}
-void ProgressSetCurrent(PProgressHook*, ULONG) {}
-void ProgressContinue(PProgressHook*) {}
-
 void CopyChunks(PStream& source, PStream& destination, PProgressHook* hook) {
   unsigned __int64 remaining = source.GetSize();
   unsigned shift = 0;
@@ -266,7 +261,7 @@ void CopyChunks(PStream& source, PStream& destination, PProgressHook* hook) {
       shifted >>= 1;
       ++shift;
     }
-    ProgressSetEnd(hook, static_cast<ULONG>(shifted));
+    hook->SetEndValue(static_cast<ULONG>(shifted));
   }
   unsigned __int64 copied = 0;
   char buffer[kDuplicationChunk];
@@ -279,9 +274,11 @@ void CopyChunks(PStream& source, PStream& destination, PProgressHook* hook) {
     destination.Write(buffer, chunk, /*itemSize=*/1);
     if (hook) {
       // Deliberately one chunk behind: the figure is what was copied before
-      // this chunk.
-      ProgressSetCurrent(hook, static_cast<ULONG>(copied >> shift));
-      ProgressContinue(hook);
+      // this chunk, so the last chunk is never reported (the caller's Stop
+      // completes the range). Continue raises the cancellation error when
+      // the hook's observer cancelled: the copy's only way out early.
+      hook->SetCurrentValue(static_cast<ULONG>(copied >> shift));
+      hook->Continue();
     }
     remaining -= chunk;
     copied += chunk;
