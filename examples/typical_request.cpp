@@ -1,10 +1,11 @@
 // typical_request.cpp - what a new user of the library runs first.
 //
-// An application writes a document: a stream over a memory handler, one
-// section per part of the document, each identified by a PAutomaticUID and
-// versioned, holding typed values (integers in the stream's byte order,
-// strings, identifiers, times). It saves the bytes, reads them back by
-// identifier, skips the section it does not know, and says what it did.
+// An application writes a document: a stream over a file (through the
+// buffered file handler of support/FileStreamHdl.h), one section per part of
+// the document, each identified by a PAutomaticUID and versioned, holding
+// typed values (integers in the stream's byte order, strings, identifiers,
+// times). It reads the file back by identifier, skips the section it does
+// not know, and says what it did.
 //
 //   qvbase_example [FILE] [--mm]
 //
@@ -14,10 +15,9 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
-#include <vector>
+
+#include "support/FileStreamHdl.h"
 
 namespace {
 
@@ -32,12 +32,6 @@ const LONG kWritten = 1795219200;
 
 std::string Text(const PString& text) { return static_cast<const char*>(PMBString(text)); }
 std::string IdText(const PUniversalID& id) { return Text(static_cast<PString>(id)); }
-
-PStream NewMemoryStream() {
-  PStream stream(new PMemoryStreamHdl(/*granularity=*/256));
-  stream.Open(OpenReadWrite | OpenAllowEmpty);
-  return stream;
-}
 
 void WriteDocument(PStream& file) {
   PStreamSection document = OpenWriteSection(file, kDocument, /*version=*/2);
@@ -69,27 +63,6 @@ void WriteDocument(PStream& file) {
   summary.Close();
   std::printf("wrote section Summary, %llu bytes\n",
               static_cast<unsigned long long>(summary.GetSize()));
-}
-
-bool Save(PStream& file, const std::string& path) {
-  std::vector<char> bytes(static_cast<std::size_t>(file.GetSize()));
-  file.MoveTo(0);
-  if (!bytes.empty())
-    file.Read(bytes.data(), static_cast<ULONG>(bytes.size()), 1);
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  return static_cast<bool>(out);
-}
-
-bool Load(const std::string& path, PStream& file) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in)
-    return false;
-  std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (!bytes.empty())
-    file.Write(bytes.data(), static_cast<ULONG>(bytes.size()), 1);
-  file.MoveTo(0);
-  return true;
 }
 
 void ReadDocument(PStream& file) {
@@ -148,23 +121,22 @@ int main(int argc, char** argv) {
   std::printf("qvbase12 %s (build %u), registry store: %s\n", qvbase::LibraryVersion(),
               qvbase::LibraryBuild(), qvbase::RegistryStoreDescription());
   try {
-    PStream file = NewMemoryStream();
+    // A file stream: the buffered handler keeps one block of the file in
+    // memory, and the sections patch their sizes into it.
+    PStream file(new FileStreamHdl(path));
+    file.Open(OpenReadWrite | OpenNoLoad); // created, or emptied
     file.SetByteOrdering(motorola ? kByteOrderingMotorola : kByteOrderingIntel);
     WriteDocument(file);
-    if (!Save(file, path)) {
-      std::fprintf(stderr, "cannot write %s\n", path.c_str());
-      return 1;
-    }
-    std::printf("saved %llu bytes to %s (%s)\n", static_cast<unsigned long long>(file.GetSize()),
+    const unsigned __int64 saved = file.GetSize();
+    file.Close();
+    std::printf("saved %llu bytes to %s (%s)\n", static_cast<unsigned long long>(saved),
                 path.c_str(), motorola ? "MM" : "II");
 
-    PStream back = NewMemoryStream();
+    PStream back(new FileStreamHdl(path));
+    back.Open(OpenRead);
     back.SetByteOrdering(file.GetByteOrdering());
-    if (!Load(path, back)) {
-      std::fprintf(stderr, "cannot read %s\n", path.c_str());
-      return 1;
-    }
     ReadDocument(back);
+    back.Close();
   } catch (const PError& error) {
     std::fprintf(stderr, "error %d (%s line %u)\n", error.Code(), error.File() ? error.File() : "?",
                  static_cast<unsigned>(error.Line()));

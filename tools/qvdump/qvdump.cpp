@@ -9,11 +9,14 @@
 // is made of whole sections and nothing else. Exit status: 0 on success, 1 on
 // input it cannot read or trust, 2 on wrong usage; every failure prints one
 // line naming the offset.
+#include <qvbase/PError.h>
 #include <qvbase/PMBString.h>
+#include <qvbase/PStream.h>
 #include <qvbase/PString.h>
 #include <qvbase/PUniversalID.h>
 
-#include <cerrno>
+#include "FileStreamHdl.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -233,37 +236,31 @@ private:
   bool m_hex;
 };
 
+// Reads the file through the buffered file handler. Its size is known once
+// it is open, so that an oversized file is refused before its content is
+// read into memory.
 std::vector<unsigned char> ReadWholeFile(const std::string& path) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (!file)
-    BadInput("cannot open " + path + ": " + std::strerror(errno));
-  // Measured first where the runtime can, so that an oversized file is
-  // refused before anything is read; the guard in the loop below covers
-  // files the runtime cannot measure (and files that grow meanwhile).
-  if (std::fseek(file, 0, SEEK_END) == 0) {
-    long measured = std::ftell(file);
-    if (measured >= 0 && static_cast<std::uint64_t>(measured) > kMaxFileSize) {
-      std::fclose(file);
-      BadInput(path + " is larger than 1 GiB, which qvdump does not read");
-    }
+  PStream file(new FileStreamHdl(path));
+  try {
+    file.Open(OpenRead);
+  } catch (const PError& error) {
+    PError described(error);
+    BadInput("cannot open " + path + ": " +
+             static_cast<const char*>(described.GetStringInfo("nativeerror", "cannot be read")));
   }
-  std::rewind(file);
   std::vector<unsigned char> bytes;
-  unsigned char chunk[65536];
-  for (;;) {
-    std::size_t got = std::fread(chunk, 1, sizeof chunk, file);
-    if (got == 0)
-      break;
-    if (bytes.size() + got > kMaxFileSize) {
-      std::fclose(file);
+  try {
+    const unsigned __int64 size = file.GetSize();
+    if (size > kMaxFileSize)
       BadInput(path + " is larger than 1 GiB, which qvdump does not read");
-    }
-    bytes.insert(bytes.end(), chunk, chunk + got);
-  }
-  bool failed = std::ferror(file) != 0;
-  std::fclose(file);
-  if (failed)
+    bytes.resize(static_cast<std::size_t>(size));
+    if (size != 0 && file.Read(reinterpret_cast<char*>(bytes.data()), static_cast<ULONG>(size),
+                               /*itemSize=*/1) != size)
+      BadInput("cannot read " + path);
+    file.Close();
+  } catch (const PError&) {
     BadInput("cannot read " + path);
+  }
   return bytes;
 }
 
