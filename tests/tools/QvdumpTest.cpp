@@ -288,6 +288,17 @@ TEST(Qvdump, FileLargerThanOneGibibyteIsRefusedBeforeReading) {
   EXPECT_EQ(r.out, "");
 }
 
+// A directory used to be measured as "larger than 1 GiB".
+TEST(Qvdump, ADirectoryIsNamedAsADirectory) {
+  qvtest::TempDir dir;
+  RunResult r = Qvdump({dir.path()});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_TRUE(IsOneLine(r.err)) << r.err;
+  EXPECT_NE(r.err.find("is a directory"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find("1 GiB"), std::string::npos) << r.err;
+  EXPECT_EQ(r.out, "");
+}
+
 TEST(Qvdump, HelpPrintsUsageAndSucceeds) {
   RunResult r = Qvdump({"--help"});
   EXPECT_EQ(r.status, 0);
