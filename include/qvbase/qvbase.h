@@ -38,3 +38,4 @@
 #include <qvbase/PProgressHook.h>
 #include <qvbase/PProgressDialog.h>
 #include <qvbase/PBackground.h>
+#include <qvbase/PBenchmark.h>

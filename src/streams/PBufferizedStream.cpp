@@ -5,6 +5,7 @@
 
 #include <qvbase/GDbg.h>
 #include <qvbase/MemoryManager.h>
+#include <qvbase/PBenchmark.h>
 #include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PList.h>
@@ -17,6 +18,9 @@ namespace {
 
 // The error's defined position, not a path of this tree.
 const char kSourceFile[] = "src\\PBufferizedStream";
+
+// The class a switched-on benchmark names for the calls timed here.
+const char kProfiledClass[] = "PBufferizedStreamHdl";
 
 // Every live buffered handler, least recently used at the head.
 class HandlerRegistry : public PList {
@@ -311,6 +315,7 @@ ULONG PBufferizedStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSiz
 // Opening, flushing and closing
 
 void PBufferizedStreamHdl::Open(ULONG mode) {
+  PBenchmarkCall call(kProfiledClass, "Open", kSourceFile);
   PStreamHdl::Open(mode);
   m_position = IOGetPos();
   m_size = IOGetSize();
@@ -325,6 +330,7 @@ void PBufferizedStreamHdl::Flush() {
 }
 
 void PBufferizedStreamHdl::Close() {
+  PBenchmarkCall call(kProfiledClass, "Close", kSourceFile);
   Flush();
   if (m_block && !m_locked)
     FreeBuffer();

@@ -5,6 +5,7 @@
 #include <qvbase/PStream.h>
 
 #include <qvbase/GDbg.h>
+#include <qvbase/PBenchmark.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PProgressHook.h> // the copy reports through the hook's virtual operations
 
@@ -17,6 +18,9 @@ namespace {
 // The source text this family's errors carry: their defined position, not a
 // path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PStream";
+
+// The class a switched-on benchmark names for the calls timed here.
+const char kProfiledClass[] = "PStreamHdl";
 
 } // namespace
 
@@ -83,6 +87,7 @@ ULONG PStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSize) {
 }
 
 void PStreamHdl::Open(ULONG mode) {
+  PBenchmarkCall call(kProfiledClass, "Open", kSourceFile);
   RunGuarded([&] { IOOpen(mode); }, /*restorePosition=*/false);
 }
 
@@ -93,6 +98,7 @@ void PStreamHdl::SetOpenMode(ULONG mode) {
 ULONG PStreamHdl::GetAvailableOpenModes() const { return IOGetAvailableOpenModes(); }
 
 void PStreamHdl::Close() {
+  PBenchmarkCall call(kProfiledClass, "Close", kSourceFile);
   RunGuarded([&] { IOClose(); }, /*restorePosition=*/false);
 }
 

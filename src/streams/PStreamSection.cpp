@@ -2,6 +2,8 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PStreamSection.h>
 
+#include <qvbase/PBenchmark.h>
+
 #include <algorithm>
 
 #include "errors/RaiseError.h"
@@ -11,6 +13,10 @@ namespace {
 // The source text this family's errors carry: their defined position, not a
 // path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PStreamSection";
+
+// The classes a switched-on benchmark names for the calls timed here.
+const char kProfiledSection[] = "PStreamSection";
+const char kProfiledHandler[] = "PStreamSectionHdl";
 
 constexpr ULONG kHeaderSize = 28;
 
@@ -179,6 +185,7 @@ ULONG PStreamSectionHdl::IOGetAvailableOpenModes() const {
 }
 
 void PStreamSectionHdl::IOClose() {
+  PBenchmarkCall call(kProfiledHandler, "Close", kSourceFile);
   if (m_openMode == OpenWrite) {
     // The size is where the writer stands at close, not the furthest it got.
     unsigned __int64 end = m_stream.GetPos();
@@ -238,6 +245,7 @@ void PStreamSection::SetVersion(ULONG version) {
 // Free functions
 
 PStreamSection OpenWriteSection(PStream& parent, const PUniversalID& id, ULONG version) {
+  PBenchmarkCall call(kProfiledSection, "OpenWriteSection", kSourceFile);
   PStreamSection section(parent);
   section.SetVersion(version);
   section.SetID(id);
@@ -252,6 +260,7 @@ PStreamSection OpenReadSection(PStream& parent) {
 }
 
 PStreamSection OpenReadSection(PStream& parent, const PUniversalID& id) {
+  PBenchmarkCall call(kProfiledSection, "OpenReadSection", kSourceFile);
   PStreamSection section = OpenReadSection(parent);
   if (section.ID() != id) {
     // Closing first leaves the parent after the rejected section, so a
@@ -273,6 +282,7 @@ PUniversalID GetNextSection(PStream& parent) {
 }
 
 void SkipCurrentSection(PStream& parent) {
+  PBenchmarkCall call(kProfiledSection, "SkipCurrentSection", kSourceFile);
   unsigned __int64 position = parent.GetPos();
   PUniversalID id;
   LONG version = 0;

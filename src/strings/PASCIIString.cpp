@@ -1,6 +1,7 @@
 // PASCIIString.cpp - the 7-bit handler and the ASCII string.
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PASCIIString.h>
+#include <qvbase/PBenchmark.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
@@ -16,6 +17,9 @@ namespace {
 // The source text this family's errors carry: their defined position, not a
 // path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PASCIIString";
+
+// The class a switched-on benchmark names for the searches timed here.
+const char kProfiledClass[] = "PASCIIStringHandler";
 
 // Source lines of the character-range error (1210), one per entry point.
 const ULONG kLineFromText = 92;
@@ -206,6 +210,7 @@ PStringHandler* PASCIIStringHandler::GetSubHandler(ULONG start, ULONG count) con
 
 ULONG PASCIIStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG from,
                                              TypStringComp mode) const {
+  PBenchmarkCall call(kProfiledClass, "FindSubHandlerFwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = NarrowPeer(what, holder);
   if (!peer)
@@ -254,6 +259,7 @@ ULONG PASCIIStringHandler::FindCharFwd(LONG ch, ULONG from, TypStringComp mode) 
 
 ULONG PASCIIStringHandler::FindSubHandlerBwd(const PStringHandler* what, ULONG from,
                                              TypStringComp mode) const {
+  PBenchmarkCall call(kProfiledClass, "FindSubHandlerBwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = NarrowPeer(what, holder);
   if (!peer || len == 0)

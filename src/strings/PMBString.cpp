@@ -1,6 +1,7 @@
 // PMBString.cpp - the multibyte handler and the multibyte string.
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PASCIIString.h>
+#include <qvbase/PBenchmark.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
@@ -18,6 +19,9 @@ namespace {
 // The source text this family's errors carry: their defined position, not a
 // path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PMBString";
+
+// The class a switched-on benchmark names for the searches timed here.
+const char kProfiledClass[] = "PMBStringHandler";
 const ULONG kLineInsertChar = 439;
 
 // Byte length of the character at `p`: 0 at a terminator, at least 1
@@ -357,6 +361,7 @@ PStringHandler* PMBStringHandler::GetSubHandler(ULONG start, ULONG count) const 
 
 ULONG PMBStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG from,
                                           TypStringComp mode) const {
+  PBenchmarkCall call(kProfiledClass, "FindSubHandlerFwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = NarrowPeer(what, holder);
   ULONG k = peer->GetLen();
@@ -444,6 +449,7 @@ ULONG PMBStringHandler::FindCharFwd(LONG ch, ULONG from, TypStringComp mode) con
 
 ULONG PMBStringHandler::FindSubHandlerBwd(const PStringHandler* what, ULONG from,
                                           TypStringComp mode) const {
+  PBenchmarkCall call(kProfiledClass, "FindSubHandlerBwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = NarrowPeer(what, holder);
   if (len == 0)

@@ -1,5 +1,6 @@
 // PUNIString.cpp - the Unicode handler and the Unicode string.
 // Part of qvbase, the QVKernel foundation class library.
+#include <qvbase/PBenchmark.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
@@ -14,6 +15,9 @@ namespace {
 // The source text this family's errors carry: their defined position, not a
 // path of this tree (it stays as it is wherever this file lives).
 const char kSourceFile[] = "src\\PUNIString";
+
+// The class a switched-on benchmark names for the searches timed here.
+const char kProfiledClass[] = "PUNIStringHandler";
 const ULONG kLineSetChar = 250;
 
 const unsigned short kVoidUnits[] = {0};
@@ -214,6 +218,7 @@ PStringHandler* PUNIStringHandler::GetSubHandler(ULONG start, ULONG count) const
 
 ULONG PUNIStringHandler::FindSubHandlerFwd(const PStringHandler* what, ULONG from,
                                            TypStringComp mode) const {
+  PBenchmarkCall call(kProfiledClass, "FindSubHandlerFwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = WidePeer(what, holder);
   ULONG k = peer->GetLen();
@@ -238,6 +243,7 @@ ULONG PUNIStringHandler::FindCharFwd(LONG ch, ULONG from, TypStringComp mode) co
 
 ULONG PUNIStringHandler::FindSubHandlerBwd(const PStringHandler* what, ULONG from,
                                            TypStringComp mode) const {
+  PBenchmarkCall call(kProfiledClass, "FindSubHandlerBwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = WidePeer(what, holder);
   if (len == 0)
