@@ -4,6 +4,8 @@
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PInterfacePtr.h>
 
+#include "support/ErrorTestSupport.h"
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -122,14 +124,9 @@ TEST(PInterfacePtr, FailedQueryRaisesAndLeavesTheHandleNull) {
   EXPECT_EQ(object.refs, 1u);
 }
 
-class IgnoringHook : public PErrorHook {
-public:
-  TypErrorHandlingEnum DisplayError(PError&, ULONG) override { return ErrorHandlingIgnore; }
-};
-
 TEST(PInterfacePtr, IgnoredFailureReturnsWithANullHandle) {
   CountedObject object;
-  IgnoringHook hook;
+  qvbase::test::CountingHook hook(ErrorHandlingIgnore);
   PErrorHookProtection protection(&hook, true);
   TestPtr handle(&object);
   // The hook's answer is obeyed even where the mask did not offer it.

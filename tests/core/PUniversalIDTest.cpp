@@ -2,6 +2,8 @@
 #include <qvbase/PErrorCodes.h>
 #include <qvbase/PUniversalID.h>
 
+#include "support/ErrorTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -179,12 +181,7 @@ std::string Text(const PUniversalID& id) {
 }
 
 PError ParseError(const char* text) {
-  try {
-    PUniversalID id{PASCIIString(text, true)};
-  } catch (const PError& error) {
-    return error;
-  }
-  return PError(-1);
+  return qvbase::test::Caught([&] { PUniversalID id{PASCIIString(text, true)}; });
 }
 
 TEST(PUniversalID, NullIdentifierText) {

@@ -24,7 +24,7 @@ TEST(QVVersion, RegistryStoreIsTheWindowsRegistry) {
 }
 #else
 TEST(QVVersion, RegistryStoreFollowsTheEnvironment) {
-  qvtest::ScopedEnv env("QVBASE_REGISTRY", "/tmp/some/where.reg");
+  qvbase::test::ScopedEnv env("QVBASE_REGISTRY", "/tmp/some/where.reg");
   EXPECT_STREQ(qvbase::RegistryStoreDescription(), "/tmp/some/where.reg");
 }
 #endif

@@ -6,8 +6,10 @@
 #include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 
+#include "errors/RaiseError.h"
 #include "native/Process.h"
 #include "native/Registry.h"
+#include "support/ErrorTestSupport.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -21,20 +23,10 @@ namespace native = qvbase::native;
 
 const char kFile[] = "src\\Trace";
 
+// Raises as the library does, from the trace tests' own position.
 void Raise(int code, TypErrorSeverityEnum severity, ULONG line) {
-  PError error(code, severity, kFile, line);
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
+  qvbase::errors::Raise(code, severity, kFile, line);
 }
-
-class AnswerHook : public PErrorHook {
-public:
-  explicit AnswerHook(TypErrorHandlingEnum answer) : m_answer(answer) {}
-  TypErrorHandlingEnum DisplayError(PError&, ULONG) override { return m_answer; }
-
-private:
-  TypErrorHandlingEnum m_answer;
-};
 
 // The child's side: one scenario per name.
 int TraceRole(const std::vector<std::string>& args) {
@@ -63,7 +55,7 @@ int TraceRole(const std::vector<std::string>& args) {
       GDbgErrorCatched(error, "outer.cpp", 21);
     }
   } else if (scenario == "transformed") {
-    AnswerHook hook(ErrorHandlingRetry);
+    qvbase::test::CountingHook hook(ErrorHandlingRetry);
     PErrorHookProtection protection(&hook, true);
     try {
       Raise(kErrStreamSeekPastEnd, ErrorSeverityError, 3);
@@ -80,7 +72,7 @@ int TraceRole(const std::vector<std::string>& args) {
       GDbgErrorCatched(error, "app.cpp", 51);
     }
   } else if (scenario == "severities") {
-    AnswerHook hook(ErrorHandlingItem);
+    qvbase::test::CountingHook hook(ErrorHandlingItem);
     PErrorHookProtection protection(&hook, true);
     const TypErrorSeverityEnum severities[] = {ErrorSeverityAbort, ErrorSeverityFatal,
                                                static_cast<TypErrorSeverityEnum>(27),
@@ -111,7 +103,7 @@ int TraceRole(const std::vector<std::string>& args) {
   }
   return 0;
 }
-const bool kTraceRoleRegistered = qvtest::RegisterChildRole("trace", TraceRole);
+const bool kTraceRoleRegistered = qvbase::test::RegisterChildRole("trace", TraceRole);
 
 // Points the machine's trace switch at a file for its lifetime.
 class TraceSwitch {
@@ -139,19 +131,20 @@ enum class Switch { kOff, kOn, kOnWithOldTrace, kNotAString };
 // Runs one scenario in a child and returns the trace file's text.
 std::string TraceOf(const char* scenario, Switch how = Switch::kOn) {
   EXPECT_TRUE(kTraceRoleRegistered);
-  qvtest::ScratchRegistry registry;
-  qvtest::TempDir dir;
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::TempDir dir;
   std::string path = dir.File("trace.log");
   if (how == Switch::kOnWithOldTrace)
-    qvtest::WriteFile(path, "an old trace\n");
+    qvbase::test::WriteFile(path, "an old trace\n");
   TraceSwitch* on =
       how == Switch::kOff ? nullptr : new TraceSwitch(path, how == Switch::kNotAString);
-  qvtest::RunResult r = qvtest::Run({qvtest::SelfPath(), "--qvtest-child", "trace", scenario});
+  qvbase::test::RunResult r =
+      qvbase::test::Run({qvbase::test::SelfPath(), "--qvtest-child", "trace", scenario});
   delete on;
   EXPECT_EQ(r.status, 0) << r.err;
-  if (!qvtest::FileExists(path))
+  if (!qvbase::test::FileExists(path))
     return "<no file>";
-  std::string text = qvtest::ReadFile(path);
+  std::string text = qvbase::test::ReadFile(path);
   // The C runtime of Windows writes line ends as CR LF.
   for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
     text.erase(p, 1);

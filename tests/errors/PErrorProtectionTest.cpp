@@ -3,6 +3,9 @@
 #include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 
+#include "errors/RaiseError.h"
+#include "support/ErrorTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,37 +13,10 @@
 
 namespace {
 
-// Signals as the library's raising sites do: prepare, then signal.
-void Raise(PError error) {
-  PError prepared = PErrorProtectionStatus().PrepareError(error);
-  PErrorProtectionStatus().SignalError(prepared);
-}
-
-// Runs `raise`; the thrown error, or code -1 when nothing was thrown.
-template <typename F>
-PError Caught(F&& raise) {
-  try {
-    raise();
-  } catch (const PError& e) {
-    return e;
-  }
-  return PError(-1);
-}
-
-class CountingHook : public PErrorHook {
-public:
-  explicit CountingHook(TypErrorHandlingEnum answer) : m_answer(answer) {}
-  TypErrorHandlingEnum DisplayError(PError&, ULONG mask) override {
-    ++calls;
-    lastMask = mask;
-    return m_answer;
-  }
-  int calls = 0;
-  ULONG lastMask = 0;
-
-private:
-  TypErrorHandlingEnum m_answer;
-};
+using qvbase::errors::Raise;
+using qvbase::test::Caught;
+using qvbase::test::CountingHook;
+using qvbase::test::kNothingThrown;
 
 TEST(PErrorProtection, WithoutProtectionsErrorsAreThrownAndWarningsDropped) {
   ASSERT_EQ(PErrorProtection::Innermost(), nullptr);
@@ -71,16 +47,16 @@ TEST(PErrorProtection, RetryAnswerThrowsControlCodeOneWithTheFormerCode) {
 TEST(PErrorProtection, EachAnswerBecomesItsControlCode) {
   struct Row {
     TypErrorHandlingEnum answer;
-    int thrownCode; // -1: dropped
+    int thrownCode; // kNothingThrown: dropped
   };
   const Row rows[] = {
       {ErrorHandlingNone, kErrStreamNoHandler},
-      {ErrorHandlingIgnore, -1},
+      {ErrorHandlingIgnore, kNothingThrown},
       {ErrorHandlingRetry, kErrControlRetry},
       {ErrorHandlingItem, kErrControlSkipItem},
       {ErrorHandlingAction, kErrControlAbortAction},
       {ErrorHandlingApplication, kErrControlQuitApplication},
-      {static_cast<TypErrorHandlingEnum>(9), -1},
+      {static_cast<TypErrorHandlingEnum>(9), kNothingThrown},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.answer);
@@ -97,7 +73,7 @@ TEST(PErrorProtection, ControlCodesAreNeverDisplayedAgain) {
   PError thrown = Caught([] { Raise(PError(kErrControlAbortAction, ErrorSeverityError)); });
   EXPECT_EQ(thrown.Code(), kErrControlAbortAction);
   PError warning = Caught([] { Raise(PError(kErrControlAbortAction, ErrorSeverityWarning)); });
-  EXPECT_EQ(warning.Code(), -1); // dropped
+  EXPECT_EQ(warning.Code(), kNothingThrown); // dropped
   EXPECT_EQ(hook.calls, 0);
 }
 

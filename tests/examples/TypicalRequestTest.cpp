@@ -15,10 +15,11 @@ std::string Lines(std::string text) {
 }
 
 TEST(TypicalRequest, WritesReadsBackAndSkipsTheUnknownSection) {
-  qvtest::ScratchRegistry registry;
-  qvtest::TempDir dir;
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::TempDir dir;
   std::string path = dir.File("doc.qvd");
-  qvtest::RunResult r = qvtest::Run({qvtest::BuiltProgram("qvbase_example"), path});
+  qvbase::test::RunResult r =
+      qvbase::test::Run({qvbase::test::BuiltProgram("qvbase_example"), path});
   ASSERT_EQ(r.status, 0) << r.err;
   std::string out = Lines(r.out);
   EXPECT_NE(out.find("read Document version 2: \"Annual report\", 3 pages, author Author\n"),
@@ -28,7 +29,7 @@ TEST(TypicalRequest, WritesReadsBackAndSkipsTheUnknownSection) {
   EXPECT_NE(out.find("skipped unknown section {B296DC00-E719-A7AC-0000-000000000040}\n"),
             std::string::npos);
   EXPECT_NE(out.find("read Summary: \"Totals\"\n"), std::string::npos);
-  std::string bytes = qvtest::ReadFile(path);
+  std::string bytes = qvbase::test::ReadFile(path);
   ASSERT_EQ(bytes.size(), 203u);
   // The header of "Document" and its first value, as the format page shows.
   const unsigned char head[] = {0x00, 0x80, 0xcb, 0x69, 0x9c, 0x9f, 0xb3, 0x33, 0x00,
@@ -41,11 +42,12 @@ TEST(TypicalRequest, WritesReadsBackAndSkipsTheUnknownSection) {
 }
 
 TEST(TypicalRequest, MotorolaOrderReversesIdentifierHalvesAndIntegers) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   std::string path = dir.File("doc-mm.qvd");
-  qvtest::RunResult r = qvtest::Run({qvtest::BuiltProgram("qvbase_example"), path, "--mm"});
+  qvbase::test::RunResult r =
+      qvbase::test::Run({qvbase::test::BuiltProgram("qvbase_example"), path, "--mm"});
   ASSERT_EQ(r.status, 0) << r.err;
-  std::string bytes = qvtest::ReadFile(path);
+  std::string bytes = qvbase::test::ReadFile(path);
   const unsigned char head[] = {0x33, 0xb3, 0x9f, 0x9c, 0x69, 0xcb, 0x80, 0x00, 0xf0, 0x00,
                                 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x02,
                                 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x81};

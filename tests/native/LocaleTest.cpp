@@ -1,6 +1,8 @@
 // The C locale services: character lengths, UTF-16 conversions, comparisons.
 #include "native/Locale.h"
 
+#include "support/LocaleTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -11,45 +13,7 @@ namespace {
 
 using namespace qvbase::native;
 
-// Switches the process locale for one test and puts the old one back.
-class ScopedLocale {
-public:
-  explicit ScopedLocale(const char* name) : m_saved(std::setlocale(LC_ALL, nullptr)) {
-    m_active = std::setlocale(LC_ALL, name) != nullptr;
-  }
-  ~ScopedLocale() { std::setlocale(LC_ALL, m_saved.c_str()); }
-  ScopedLocale(const ScopedLocale&) = delete;
-  ScopedLocale& operator=(const ScopedLocale&) = delete;
-  bool active() const { return m_active; }
-
-private:
-  std::string m_saved;
-  bool m_active = false;
-};
-
-// Activates the first of several locales that the system has and that
-// passes a probe of its encoding; leaves the locale alone when none does.
-class ScopedFirstLocale {
-public:
-  ScopedFirstLocale(std::initializer_list<const char*> names, bool (*probe)())
-      : m_saved(std::setlocale(LC_ALL, nullptr)) {
-    for (const char* name : names) {
-      if (std::setlocale(LC_ALL, name) && probe()) {
-        m_active = true;
-        return;
-      }
-      std::setlocale(LC_ALL, m_saved.c_str());
-    }
-  }
-  ~ScopedFirstLocale() { std::setlocale(LC_ALL, m_saved.c_str()); }
-  ScopedFirstLocale(const ScopedFirstLocale&) = delete;
-  ScopedFirstLocale& operator=(const ScopedFirstLocale&) = delete;
-  bool active() const { return m_active; }
-
-private:
-  std::string m_saved;
-  bool m_active = false;
-};
+using qvbase::test::ScopedLocale;
 
 // A runtime may accept a locale name yet keep another character type (the
 // Windows msvcrt.dll takes ".65001" for every category but LC_CTYPE), so each
@@ -61,9 +25,9 @@ bool IsWindows1252() {
 bool IsShiftJis() { return CharLength("\x93\xFA") == 2; }
 
 // glibc's names first, then the Windows runtime's.
-class ScopedUtf8Locale : public ScopedFirstLocale {
+class ScopedUtf8Locale : public ScopedLocale {
 public:
-  ScopedUtf8Locale() : ScopedFirstLocale({"C.UTF-8", "C.utf8", "en_US.UTF-8", ".UTF8"}, &IsUtf8) {}
+  ScopedUtf8Locale() : ScopedLocale({"C.UTF-8", "C.utf8", "en_US.UTF-8", ".UTF8"}, &IsUtf8) {}
 };
 
 const unsigned short* Units(const std::u16string& s) {
@@ -165,7 +129,7 @@ TEST(Locale, UnitComparisonsInTheCLocale) {
 TEST(Locale, MultibyteComparisonsCountCharactersInUtf8) {
   ScopedUtf8Locale utf8;
   if (!utf8.active())
-    GTEST_SKIP() << "no UTF-8 locale on this system";
+    return qvbase::test::MissingSetUpLocale("UTF-8");
   // U+00E4 and U+00C4 are two bytes each in UTF-8.
   const NarrowRow rows[] = {
       {"exact counts characters", &MultiByteCompare,
@@ -214,7 +178,7 @@ TEST(Locale, MultibyteComparisonsCountCharactersInUtf8) {
 TEST(Locale, UnitCaseFoldingFollowsAUtf8Locale) {
   ScopedUtf8Locale utf8;
   if (!utf8.active())
-    GTEST_SKIP() << "no UTF-8 locale on this system";
+    return qvbase::test::MissingSetUpLocale("UTF-8");
   const UnitRow rows[] = {
       {"nocase folds accents", &UnitsCompareIgnoreCase, u"\u00C4B", u"\u00E4b", 2, 0},
       {"nocase folds Greek", &UnitsCompareIgnoreCase, u"\u0391\u0392", u"\u03B1\u03B2", 2, 0},
@@ -228,7 +192,7 @@ TEST(Locale, UnitCaseFoldingFollowsAUtf8Locale) {
 TEST(Locale, CharacterLengthsFollowUtf8) {
   ScopedUtf8Locale utf8;
   if (!utf8.active())
-    GTEST_SKIP() << "no UTF-8 locale on this system";
+    return qvbase::test::MissingSetUpLocale("UTF-8");
   struct Row {
     const char* name;
     const char* text;
@@ -261,7 +225,7 @@ TEST(Locale, CharacterLengthInTheCLocaleIsOneByte) {
 TEST(Locale, ConversionsRoundTripInUtf8) {
   ScopedUtf8Locale utf8;
   if (!utf8.active())
-    GTEST_SKIP() << "no UTF-8 locale on this system";
+    return qvbase::test::MissingSetUpLocale("UTF-8");
   struct Row {
     const char* name;
     std::string narrow;
@@ -293,7 +257,7 @@ TEST(Locale, ConversionsInTheCLocaleKeepAscii) {
 TEST(Locale, BoundedConversionWritesAPrefixAndReportsTheWhole) {
   ScopedUtf8Locale utf8;
   if (!utf8.active())
-    GTEST_SKIP() << "no UTF-8 locale on this system";
+    return qvbase::test::MissingSetUpLocale("UTF-8");
   const char text[] = "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E"; // three CJK characters
   unsigned short units[4] = {0xAAAA, 0xAAAA, 0xAAAA, 0xAAAA};
   EXPECT_EQ(MultiByteToUnits(text, sizeof text - 1, nullptr, 0), 3u);
@@ -312,7 +276,7 @@ TEST(Locale, BoundedConversionWritesAPrefixAndReportsTheWhole) {
 TEST(Locale, InvalidMultibyteBytesBecomeReplacementCharacters) {
   ScopedUtf8Locale utf8;
   if (!utf8.active())
-    GTEST_SKIP() << "no UTF-8 locale on this system";
+    return qvbase::test::MissingSetUpLocale("UTF-8");
   EXPECT_EQ(MultiByteToUnits(std::string("a\xFF"
                                          "b")),
             u"a\uFFFDb");
@@ -331,7 +295,7 @@ TEST(Locale, InvalidMultibyteBytesBecomeReplacementCharacters) {
 TEST(Locale, LoneSurrogatesBecomeTheReplacementOfTheLocale) {
   ScopedUtf8Locale utf8;
   if (!utf8.active())
-    GTEST_SKIP() << "no UTF-8 locale on this system";
+    return qvbase::test::MissingSetUpLocale("UTF-8");
   const std::u16string lone = u"a\xD800"
                               u"b";
   const std::u16string lowFirst = u"\xDC00\xD800";
@@ -360,9 +324,9 @@ TEST(Locale, UnencodableUnitsBecomeQuestionMarksInTheCLocale) {
 }
 
 TEST(Locale, SingleByteLocaleConvertsAndFoldsItsLetters) {
-  ScopedFirstLocale latin({".1252", "English_United States.1252", "en_US.CP1252"}, &IsWindows1252);
+  ScopedLocale latin({".1252", "English_United States.1252", "en_US.CP1252"}, &IsWindows1252);
   if (!latin.active())
-    GTEST_SKIP() << "no Windows-1252 locale on this system";
+    return qvbase::test::MissingLocale("Windows-1252");
   const std::string narrow = "\xC4rger \x80 \xE9t\xE9";
   const std::u16string units = u"\u00C4rger \u20AC \u00E9t\u00E9";
   EXPECT_EQ(MultiByteToUnits(narrow), units);
@@ -376,10 +340,9 @@ TEST(Locale, SingleByteLocaleConvertsAndFoldsItsLetters) {
 }
 
 TEST(Locale, DoubleByteLocaleMeasuresAndConvertsItsCharacters) {
-  ScopedFirstLocale japanese({".932", "Japanese_Japan.932", "ja_JP.SJIS", "ja_JP.sjis"},
-                             &IsShiftJis);
+  ScopedLocale japanese({".932", "Japanese_Japan.932", "ja_JP.SJIS", "ja_JP.sjis"}, &IsShiftJis);
   if (!japanese.active())
-    GTEST_SKIP() << "no Shift JIS locale on this system";
+    return qvbase::test::MissingLocale("Shift JIS");
   const std::string narrow = "\x93\xFA\x96\x7B"
                              "a";
   const std::u16string units = u"\u65E5\u672Ca";
@@ -420,7 +383,7 @@ void ExpectTraitsHold() {
   for (int c = 1; c < 128; ++c) {
     const char one[2] = {static_cast<char>(c), '\0'};
     if (traits.singleBytes) {
-      EXPECT_EQ(1, CharLength(one)) << "byte " << c;
+      EXPECT_EQ(CharLength(one), 1) << "byte " << c;
     }
     if (!traits.foldsAsAscii)
       continue;
@@ -428,7 +391,7 @@ void ExpectTraitsHold() {
       const char other[2] = {static_cast<char>(d), '\0'};
       const unsigned fc = FoldedAscii(c), fd = FoldedAscii(d);
       const int expected = fc < fd ? -1 : (fc > fd ? 1 : 0);
-      ASSERT_EQ(expected, MultiByteCompareIgnoreCase(one, other, 1)) << "bytes " << c << ", " << d;
+      ASSERT_EQ(MultiByteCompareIgnoreCase(one, other, 1), expected) << "bytes " << c << ", " << d;
     }
   }
 }
@@ -448,7 +411,7 @@ TEST(Locale, SevenBitTraitsHoldInTheCLocale) {
 TEST(Locale, SevenBitTraitsHoldInUtf8) {
   ScopedUtf8Locale utf8;
   if (!utf8.active())
-    GTEST_SKIP() << "no UTF-8 locale on this system";
+    return qvbase::test::MissingSetUpLocale("UTF-8");
   EXPECT_TRUE(CurrentSevenBitTraits().singleBytes);
   ExpectTraitsHold();
 }
@@ -460,7 +423,7 @@ TEST(Locale, SevenBitTraitsFollowALocaleChange) {
   {
     ScopedLocale turkish("tr_TR.UTF-8");
     if (!turkish.active())
-      GTEST_SKIP() << "no Turkish locale on this system";
+      return qvbase::test::MissingSetUpLocale("Turkish tr_TR.UTF-8");
     // The Turkic capital I folds to the dotless i, not to 'i'.
     EXPECT_FALSE(CurrentSevenBitTraits().foldsAsAscii);
     ExpectTraitsHold();
@@ -486,7 +449,7 @@ TEST(Locale, IgnoreCaseWithinKnownBytesAnswersAsTheByteCompare) {
       }
     }
   }
-  EXPECT_EQ(0, AsciiCompareIgnoreCaseWithin("abc\0efghijkl", "ABC\0EFGxijkl", 12));
-  EXPECT_EQ(-1, AsciiCompareIgnoreCaseWithin("abcdefgh@", "ABCDEFGH`", 9));
-  EXPECT_EQ(1, AsciiCompareIgnoreCaseWithin("abcdefgh{", "ABCDEFGH[", 9));
+  EXPECT_EQ(AsciiCompareIgnoreCaseWithin("abc\0efghijkl", "ABC\0EFGxijkl", 12), 0);
+  EXPECT_EQ(AsciiCompareIgnoreCaseWithin("abcdefgh@", "ABCDEFGH`", 9), -1);
+  EXPECT_EQ(AsciiCompareIgnoreCaseWithin("abcdefgh{", "ABCDEFGH[", 9), 1);
 }

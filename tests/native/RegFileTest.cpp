@@ -371,8 +371,8 @@ TEST(RegFile, Utf16FormHasBomAndCrLf) {
 }
 
 TEST(RegFile, WholeTreeMatchesTheHandWrittenExport) {
-  std::string input = qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-input.reg");
-  std::string expected = qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-expected.reg");
+  std::string input = qvbase::test::ReadFile(QVBASE_TEST_DATA_DIR "/export-input.reg");
+  std::string expected = qvbase::test::ReadFile(QVBASE_TEST_DATA_DIR "/export-expected.reg");
   auto substitute = [](std::string s) {
     const std::string placeholder = "@KEY@", key = "Software\\Test";
     for (std::size_t p; (p = s.find(placeholder)) != std::string::npos;)

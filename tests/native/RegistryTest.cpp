@@ -20,7 +20,8 @@ using native::RegKey;
 // Opens (creating) the scratch key with full access, closed at the end.
 class ScratchKey {
 public:
-  explicit ScratchKey(const qvtest::ScratchRegistry& registry, const std::string& below = "") {
+  explicit ScratchKey(const qvbase::test::ScratchRegistry& registry,
+                      const std::string& below = "") {
     std::string path = registry.KeyPath() + (below.empty() ? "" : "\\" + below);
     m_rc = native::CreateRegKey(native::kRegCurrentUser, path.c_str(), nullptr,
                                 native::kKeyAllAccess, &m_key, &m_disposition);
@@ -59,7 +60,7 @@ std::string GetString(RegKey key, const char* name) {
 }
 
 TEST(Registry, CreateReportsNewThenExisting) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   {
     ScratchKey key(registry, "A\\B");
     ASSERT_EQ(key.rc(), ERROR_SUCCESS);
@@ -71,7 +72,7 @@ TEST(Registry, CreateReportsNewThenExisting) {
 }
 
 TEST(Registry, OpenMissingKeyIsFileNotFound) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   RegKey key = reinterpret_cast<RegKey>(1);
   std::string path = registry.KeyPath() + "\\Missing";
   EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, path.c_str(), native::kKeyRead, &key),
@@ -80,7 +81,7 @@ TEST(Registry, OpenMissingKeyIsFileNotFound) {
 }
 
 TEST(Registry, OpenWithEmptyNameGivesANewHandleOnTheSameKey) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   ASSERT_EQ(SetString(key.get(), "x", "value"), ERROR_SUCCESS);
   RegKey same = nullptr;
@@ -90,7 +91,7 @@ TEST(Registry, OpenWithEmptyNameGivesANewHandleOnTheSameKey) {
 }
 
 TEST(Registry, QueryReportsTypeAndSizeWithTerminator) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   ASSERT_EQ(SetString(key.get(), "errorfile", "C:\\trace.log"), ERROR_SUCCESS);
   DWORD type = 0, size = 0;
@@ -113,7 +114,7 @@ TEST(Registry, QueryReportsTypeAndSizeWithTerminator) {
 }
 
 TEST(Registry, DwordAndBinaryValuesKeepTheirTypes) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   ASSERT_EQ(SetDword(key.get(), "count", 0xA1B2C3D4u), ERROR_SUCCESS);
   const BYTE blob[] = {0, 1, 2, 0xFE, 0xFF};
@@ -135,7 +136,7 @@ TEST(Registry, DwordAndBinaryValuesKeepTheirTypes) {
 }
 
 TEST(Registry, DefaultValueHasTheEmptyName) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   ASSERT_EQ(SetString(key.get(), nullptr, "default"), ERROR_SUCCESS);
   EXPECT_EQ(GetString(key.get(), ""), "default");
@@ -143,7 +144,7 @@ TEST(Registry, DefaultValueHasTheEmptyName) {
 }
 
 TEST(Registry, MissingValueIsFileNotFound) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   DWORD size = 0;
   EXPECT_EQ(native::QueryRegValue(key.get(), "nothing", nullptr, nullptr, &size),
@@ -152,7 +153,7 @@ TEST(Registry, MissingValueIsFileNotFound) {
 }
 
 TEST(Registry, AwkwardTextRoundTrips) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   const std::string samples[] = {
       "say \"hello\"",
@@ -181,7 +182,7 @@ TEST(Registry, AwkwardTextRoundTrips) {
 }
 
 TEST(Registry, SubKeysEnumerateInNameOrderIgnoringCase) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   for (const char* name : {"delta", "Alpha", "charlie", "Bravo"}) {
     RegKey sub = nullptr;
@@ -207,7 +208,7 @@ TEST(Registry, SubKeysEnumerateInNameOrderIgnoringCase) {
 }
 
 TEST(Registry, ValuesEnumerateWithNameTypeAndData) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   ASSERT_EQ(SetString(key.get(), "a", "text"), ERROR_SUCCESS);
   ASSERT_EQ(SetDword(key.get(), "b", 7), ERROR_SUCCESS);
@@ -241,7 +242,7 @@ TEST(Registry, ValuesEnumerateWithNameTypeAndData) {
 }
 
 TEST(Registry, DeleteKeyRefusesKeysWithSubKeys) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry, "Parent\\Child");
   ASSERT_EQ(key.rc(), ERROR_SUCCESS);
   std::string parent = registry.KeyPath() + "\\Parent";
@@ -255,7 +256,7 @@ TEST(Registry, DeleteKeyRefusesKeysWithSubKeys) {
 }
 
 TEST(Registry, DeleteTreeRemovesEverythingBelow) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   {
     ScratchKey deep(registry, "T\\U\\V");
     ASSERT_EQ(SetString(deep.get(), "x", "y"), ERROR_SUCCESS);
@@ -269,7 +270,7 @@ TEST(Registry, DeleteTreeRemovesEverythingBelow) {
 }
 
 TEST(Registry, HandleOfADeletedKeyReportsKeyDeleted) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry, "Doomed");
   ASSERT_EQ(key.rc(), ERROR_SUCCESS);
   std::string path = registry.KeyPath() + "\\Doomed";
@@ -278,7 +279,7 @@ TEST(Registry, HandleOfADeletedKeyReportsKeyDeleted) {
 }
 
 TEST(Registry, ReadOnlyHandleCannotWrite) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   { ScratchKey create(registry); }
   RegKey key = nullptr;
   ASSERT_EQ(native::OpenRegKey(native::kRegCurrentUser, registry.KeyPath().c_str(),
@@ -308,16 +309,17 @@ int WriterRole(const std::vector<std::string>& args) {
   native::CloseRegKey(key);
   return 0;
 }
-const bool kWriterRegistered = qvtest::RegisterChildRole("registry-writer", WriterRole);
+const bool kWriterRegistered = qvbase::test::RegisterChildRole("registry-writer", WriterRole);
 
 TEST(Registry, ConcurrentWritersInTwoProcessesLoseNothing) {
   ASSERT_TRUE(kWriterRegistered);
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   const int kCount = 60;
   std::vector<native::Process> writers;
   for (const char* prefix : {"first", "second"})
-    writers.push_back(native::SpawnProcess({qvtest::SelfPath(), "--qvtest-child", "registry-writer",
-                                            registry.KeyPath(), prefix, std::to_string(kCount)}));
+    writers.push_back(
+        native::SpawnProcess({qvbase::test::SelfPath(), "--qvtest-child", "registry-writer",
+                              registry.KeyPath(), prefix, std::to_string(kCount)}));
   for (native::Process p : writers) {
     ASSERT_NE(p, nullptr);
     EXPECT_EQ(native::WaitProcess(p), 0);
@@ -343,41 +345,41 @@ TEST(Registry, ConcurrentWritersInTwoProcessesLoseNothing) {
 #if !defined(_WIN32)
 
 TEST(RegistryStore, WritesGoToTheFileNamedByTheEnvironment) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   EXPECT_EQ(native::RegStoreDescription(), registry.StoreFile());
-  EXPECT_FALSE(qvtest::FileExists(registry.StoreFile()));
+  EXPECT_FALSE(qvbase::test::FileExists(registry.StoreFile()));
   ScratchKey key(registry);
   ASSERT_EQ(SetString(key.get(), "errorfile", "/tmp/trace.log"), ERROR_SUCCESS);
-  std::string text = qvtest::ReadFile(registry.StoreFile());
+  std::string text = qvbase::test::ReadFile(registry.StoreFile());
   EXPECT_EQ(text.rfind("Windows Registry Editor Version 5.00\n", 0), 0u);
   EXPECT_NE(text.find("\"errorfile\"=\"/tmp/trace.log\"\n"), std::string::npos);
 }
 
 TEST(RegistryStore, DefaultLocationIsUnderTheConfigDirectory) {
-  qvtest::ScopedEnv noStore("QVBASE_REGISTRY", nullptr);
+  qvbase::test::ScopedEnv noStore("QVBASE_REGISTRY", nullptr);
   {
-    qvtest::ScopedEnv xdg("XDG_CONFIG_HOME", "/some/config");
+    qvbase::test::ScopedEnv xdg("XDG_CONFIG_HOME", "/some/config");
     EXPECT_EQ(native::RegStoreDescription(), "/some/config/qvbase/registry.reg");
   }
-  qvtest::ScopedEnv noXdg("XDG_CONFIG_HOME", nullptr);
-  qvtest::ScopedEnv home("HOME", "/home/someone");
+  qvbase::test::ScopedEnv noXdg("XDG_CONFIG_HOME", nullptr);
+  qvbase::test::ScopedEnv home("HOME", "/home/someone");
   EXPECT_EQ(native::RegStoreDescription(), "/home/someone/.config/qvbase/registry.reg");
 }
 
 TEST(RegistryStore, MissingDirectoriesAreCreatedOnFirstWrite) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   std::string store = dir.File("a/b/registry.reg");
-  qvtest::ScopedEnv env("QVBASE_REGISTRY", store.c_str());
+  qvbase::test::ScopedEnv env("QVBASE_REGISTRY", store.c_str());
   RegKey key = nullptr;
   ASSERT_EQ(native::CreateRegKey(native::kRegLocalMachine, "Software\\Varnel\\Config", nullptr,
                                  native::kKeyAllAccess, &key, nullptr),
             ERROR_SUCCESS);
   native::CloseRegKey(key);
-  EXPECT_TRUE(qvtest::FileExists(store));
+  EXPECT_TRUE(qvbase::test::FileExists(store));
 }
 
 TEST(RegistryStore, WritesReplaceTheFileWholeAndLeaveNoTemporaries) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   for (int i = 0; i < 5; ++i)
     ASSERT_EQ(SetDword(key.get(), ("n" + std::to_string(i)).c_str(), i), ERROR_SUCCESS);
@@ -390,7 +392,7 @@ TEST(RegistryStore, WritesReplaceTheFileWholeAndLeaveNoTemporaries) {
 }
 
 TEST(RegistryStore, WritesKeepTheFilePermissions) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   ASSERT_EQ(SetDword(key.get(), "a", 1), ERROR_SUCCESS);
   namespace fs = std::filesystem;
@@ -419,8 +421,8 @@ TEST(RegistryStore, MalformedOrTruncatedStoreIsReportedAndLeftUntouched) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    qvtest::ScratchRegistry registry;
-    qvtest::WriteFile(registry.StoreFile(), row.bytes);
+    qvbase::test::ScratchRegistry registry;
+    qvbase::test::WriteFile(registry.StoreFile(), row.bytes);
     RegKey key = nullptr;
     EXPECT_EQ(native::CreateRegKey(native::kRegCurrentUser, "Software\\New", nullptr,
                                    native::kKeyAllAccess, &key, nullptr),
@@ -430,12 +432,12 @@ TEST(RegistryStore, MalformedOrTruncatedStoreIsReportedAndLeftUntouched) {
     EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, "Software", native::kKeyRead, &key),
               ERROR_BADDB);
     EXPECT_EQ(native::DeleteRegTree(native::kRegCurrentUser, "Software"), ERROR_BADDB);
-    EXPECT_EQ(qvtest::ReadFile(registry.StoreFile()), row.bytes);
+    EXPECT_EQ(qvbase::test::ReadFile(registry.StoreFile()), row.bytes);
   }
 }
 
 TEST(RegistryStore, ForeignHandlesAreRejected) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   int notAKey = 0;
   RegKey bogus = reinterpret_cast<RegKey>(&notAKey);
   DWORD size = 0;
@@ -446,13 +448,13 @@ TEST(RegistryStore, ForeignHandlesAreRejected) {
 }
 
 TEST(RegistryStore, ValueNamesWithLineBreaksAreRefused) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   ScratchKey key(registry);
   EXPECT_EQ(SetDword(key.get(), "two\nlines", 1), ERROR_INVALID_PARAMETER);
 }
 
 TEST(RegistryStore, KeysNestAtMost512DeepCountingTheParent) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   std::string half = "k";
   for (int i = 1; i < 256; ++i)
     half += "\\k";
@@ -478,7 +480,7 @@ TEST(RegistryStore, KeysNestAtMost512DeepCountingTheParent) {
 }
 
 TEST(RegistryStore, HivesCannotBeDeleted) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   EXPECT_EQ(native::DeleteRegKey(native::kRegLocalMachine, ""), ERROR_ACCESS_DENIED);
 }
 

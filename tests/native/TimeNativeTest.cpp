@@ -182,7 +182,7 @@ TEST(TimeNative, TextsCarryTheFields) {
 #if !defined(_WIN32)
 
 TEST(TimeNative, ZoneRulesOfTheInstantApply) {
-  qvtest::ScopedTimeZone zone(qvtest::kCentralEurope);
+  qvbase::test::ScopedTimeZone zone(qvbase::test::kCentralEurope);
   const std::int64_t hour = 3600 * kTicksPerSecond;
   FILETIME winter, summer;
   ASSERT_TRUE(SystemTimeToFileTime(MakeSystemTime(2024, 1, 15, 12), &winter));
@@ -198,7 +198,7 @@ TEST(TimeNative, ZoneRulesOfTheInstantApply) {
 }
 
 TEST(TimeNative, RepeatedHourGoesToTheLaterInstantAndSkippedHourForward) {
-  qvtest::ScopedTimeZone zone(qvtest::kCentralEurope);
+  qvbase::test::ScopedTimeZone zone(qvbase::test::kCentralEurope);
   FILETIME local, universal, expected;
   // 2023-10-29 02:30 happens twice; the second time is 01:30 universal.
   ASSERT_TRUE(SystemTimeToFileTime(MakeSystemTime(2023, 10, 29, 2, 30), &local));
@@ -215,11 +215,11 @@ TEST(TimeNative, RepeatedHourGoesToTheLaterInstantAndSkippedHourForward) {
 TEST(TimeNative, DaylightSavingFollowsTheZone) {
   bool inEffect = true;
   {
-    qvtest::ScopedTimeZone zone(qvtest::kUniversal);
+    qvbase::test::ScopedTimeZone zone(qvbase::test::kUniversal);
     ASSERT_TRUE(DaylightSavingAt(1720000000, &inEffect));
     EXPECT_FALSE(inEffect);
   }
-  qvtest::ScopedTimeZone zone(qvtest::kCentralEurope);
+  qvbase::test::ScopedTimeZone zone(qvbase::test::kCentralEurope);
   ASSERT_TRUE(DaylightSavingAt(1720000000, &inEffect)); // July 2024
   EXPECT_TRUE(inEffect);
   ASSERT_TRUE(DaylightSavingAt(1705000000, &inEffect)); // January 2024
@@ -227,7 +227,7 @@ TEST(TimeNative, DaylightSavingFollowsTheZone) {
 }
 
 TEST(TimeNative, LocalTimeOfTheClockFollowsTheZone) {
-  qvtest::ScopedTimeZone zone("XYZ-5");
+  qvbase::test::ScopedTimeZone zone("XYZ-5");
   SYSTEMTIME universal, local;
   CurrentUniversalTime(&universal);
   CurrentLocalTime(&local);

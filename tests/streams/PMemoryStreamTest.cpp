@@ -6,6 +6,7 @@
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PMemoryStream.h>
 
+#include "support/ErrorTestSupport.h"
 #include "support/ForwardingManager.h"
 
 #include <gtest/gtest.h>
@@ -18,28 +19,9 @@
 
 namespace {
 
-template <typename F>
-PError Caught(F&& action) {
-  try {
-    action();
-  } catch (const PError& e) {
-    return e;
-  }
-  return PError(-1);
-}
-
-class CountingHook : public PErrorHook {
-public:
-  explicit CountingHook(TypErrorHandlingEnum answer) : m_answer(answer) {}
-  TypErrorHandlingEnum DisplayError(PError& error, ULONG) override {
-    codes.push_back(error.Code());
-    return m_answer;
-  }
-  std::vector<int> codes;
-
-private:
-  TypErrorHandlingEnum m_answer;
-};
+using qvbase::test::Caught;
+using qvbase::test::CountingHook;
+using qvbase::test::kNothingThrown;
 
 // A memory handler whose content lives in a string: loaded at open, stored
 // back at flush and close.
@@ -551,7 +533,7 @@ TEST(MemoryStream, SeekErrorsAreSignalledOrThrownAsDefined) {
     stream.MoveTo(4);
     PError thrown = Caught([&] { stream.SetPos(row.mode, row.offset); });
     if (row.signalled) {
-      EXPECT_EQ(thrown.Code(), -1);
+      EXPECT_EQ(thrown.Code(), kNothingThrown);
       EXPECT_EQ(hook.codes, std::vector<int>{row.code});
     } else {
       EXPECT_EQ(thrown.Code(), row.code);
@@ -625,7 +607,7 @@ TEST(MemoryStream, ErrorsArePreparedByTheHandler) {
 
 // A manager that refuses blocks above a limit, to reach the out-of-memory
 // paths without asking the system for gigabytes.
-struct LimitedManager : qvtest::SystemCalls {
+struct LimitedManager : qvbase::test::SystemCalls {
   static constexpr ULONG kLimit = 4096;
   static void* Allocate(MemoryManager* self, ULONG size, unsigned short mode) {
     if (size > kLimit + 64)

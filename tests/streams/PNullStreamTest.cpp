@@ -3,6 +3,8 @@
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PNullStream.h>
 
+#include "support/ErrorTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -10,24 +12,8 @@
 
 namespace {
 
-template <typename F>
-PError Caught(F&& action) {
-  try {
-    action();
-  } catch (const PError& e) {
-    return e;
-  }
-  return PError(-1);
-}
-
-class CountingHook : public PErrorHook {
-public:
-  TypErrorHandlingEnum DisplayError(PError& error, ULONG) override {
-    codes.push_back(error.Code());
-    return ErrorHandlingIgnore;
-  }
-  std::vector<int> codes;
-};
+using qvbase::test::Caught;
+using qvbase::test::CountingHook;
 
 void ExpectNullStreamError(const PError& error, int code) {
   EXPECT_EQ(error.Code(), code);

@@ -5,6 +5,8 @@
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/POverStream.h>
 
+#include "support/ErrorTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -12,15 +14,7 @@
 
 namespace {
 
-template <typename F>
-PError Caught(F&& action) {
-  try {
-    action();
-  } catch (const PError& e) {
-    return e;
-  }
-  return PError(-1);
-}
+using qvbase::test::Caught;
 
 // A memory handler that names itself in every error it prepares.
 class TaggingMemoryHdl : public PMemoryStreamHdl {

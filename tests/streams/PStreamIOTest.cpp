@@ -10,6 +10,7 @@
 #include <qvbase/PTime.h>
 #include <qvbase/PUniversalID.h>
 
+#include "support/ErrorTestSupport.h"
 #include "support/ForwardingManager.h"
 
 #include <gtest/gtest.h>
@@ -472,15 +473,15 @@ public:
 private:
   static void* Allocate(MemoryManager* self, ULONG size, unsigned short mode) {
     sizes.push_back(size);
-    return qvtest::SystemCalls::Allocate(self, size, mode);
+    return qvbase::test::SystemCalls::Allocate(self, size, mode);
   }
   MemoryManager m_manager = {0,
                              "Counted",
                              Allocate,
-                             qvtest::SystemCalls::Reallocate,
-                             qvtest::SystemCalls::Size,
-                             qvtest::SystemCalls::Release,
-                             qvtest::SystemCalls::Stats};
+                             qvbase::test::SystemCalls::Reallocate,
+                             qvbase::test::SystemCalls::Size,
+                             qvbase::test::SystemCalls::Release,
+                             qvbase::test::SystemCalls::Stats};
   MemoryManager* m_previous;
 };
 std::vector<ULONG> CountedBlocks::sizes;
@@ -776,21 +777,13 @@ protected:
   }
 };
 
-class RetryHook : public PErrorHook {
-public:
-  int calls = 0;
-  TypErrorHandlingEnum DisplayError(PError&, ULONG mask) override {
-    ++calls;
-    return (mask & kErrorMaskRetry) ? ErrorHandlingRetry : ErrorHandlingNone;
-  }
-};
-
 // Every typed value is one guarded item: a retried one starts again where
 // it started, so the bytes on the stream are those of a clean write.
 TEST(PStreamIO, RetriedTypedValuesStartAgainFromTheirPosition) {
   for (const Order& order : kOrders) {
     SCOPED_TRACE(order.name);
-    RetryHook hook;
+    // Retry wherever a retry is offered; elsewhere the error goes on.
+    qvbase::test::CountingHook hook(ErrorHandlingRetry, qvbase::test::Answering::kWhenOffered);
     PErrorHookProtection protection(&hook, true);
     auto* handler = new BreakingHdl;
     PStream stream(handler);

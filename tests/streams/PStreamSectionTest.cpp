@@ -6,12 +6,17 @@
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/PStreamSection.h>
 
+#include "support/ErrorTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 namespace {
+
+using qvbase::test::Caught;
+using qvbase::test::CountingHook;
 
 using Bytes = std::vector<unsigned char>;
 
@@ -49,15 +54,6 @@ void WriteSection(PStream& parent, const PUniversalID& id, ULONG bodyBytes) {
   for (ULONG i = 0; i < bodyBytes; ++i)
     section.Write(static_cast<char>('a' + i % 26));
   section.Close();
-}
-
-PError Caught(void (*f)(PStream&), PStream& stream) {
-  try {
-    f(stream);
-  } catch (const PError& error) {
-    return error;
-  }
-  return PError(-1);
 }
 
 TEST(PStreamSection, EmptySectionIs28BytesAndSaysSo) {
@@ -259,7 +255,7 @@ TEST(PStreamSection, MisuseRaisesItsCodes) {
     PStream stream = NewStream();
     WriteSection(stream, kFirst, 4);
     stream.MoveTo(0);
-    PError error = Caught(row.action, stream);
+    PError error = Caught([&] { row.action(stream); });
     EXPECT_EQ(error.Code(), row.code);
     EXPECT_EQ(error.Severity(), ErrorSeverityAbort);
     EXPECT_STREQ(error.File(), "src\\PStreamSection");
@@ -269,12 +265,10 @@ TEST(PStreamSection, MisuseRaisesItsCodes) {
 TEST(PStreamSection, ParentModesAreChecked) {
   PStream readOnly(new PMemoryStreamHdl(16));
   readOnly.Open(OpenRead | OpenAllowEmpty);
-  EXPECT_EQ(Caught([](PStream& s) { OpenWriteSection(s, kFirst, 1); }, readOnly).Code(),
-            kErrStreamNotWritable);
+  EXPECT_EQ(Caught([&] { OpenWriteSection(readOnly, kFirst, 1); }).Code(), kErrStreamNotWritable);
   PStream writeOnly(new PMemoryStreamHdl(16));
   writeOnly.Open(OpenWrite | OpenAllowEmpty);
-  EXPECT_EQ(Caught([](PStream& s) { OpenReadSection(s); }, writeOnly).Code(),
-            kErrStreamNotReadable);
+  EXPECT_EQ(Caught([&] { OpenReadSection(writeOnly); }).Code(), kErrStreamNotReadable);
 }
 
 // Header sizes from damaged or hostile bytes, in both byte orders: the
@@ -339,15 +333,6 @@ TEST(PStreamSection, HostileSizesGoWhereTheHeaderSaysOrFail) {
 
 namespace {
 
-class IgnoringHook : public PErrorHook {
-public:
-  TypErrorHandlingEnum DisplayError(PError&, ULONG) override {
-    ++calls;
-    return ErrorHandlingIgnore;
-  }
-  int calls = 0;
-};
-
 TEST(PStreamSection, SkippingASizeBelowTheHeaderStillMovesOn) {
   PStream stream = NewStream();
   stream.Write(kFirst);
@@ -355,7 +340,7 @@ TEST(PStreamSection, SkippingASizeBelowTheHeaderStillMovesOn) {
   stream.Write(static_cast<__int64>(0));
   WriteSection(stream, kSecond, 0);
   stream.MoveTo(0);
-  IgnoringHook hook;
+  CountingHook hook(ErrorHandlingIgnore);
   PErrorHookProtection protection(&hook, true);
   SkipCurrentSection(stream);
   EXPECT_EQ(hook.calls, 1);
@@ -367,7 +352,7 @@ TEST(PStreamSection, ClosedSectionSaysItIsClosed) {
   PStream stream = NewStream();
   WriteSection(stream, kFirst, 2);
   stream.MoveTo(0);
-  IgnoringHook hook;
+  CountingHook hook(ErrorHandlingIgnore);
   PErrorHookProtection protection(&hook, true);
   {
     PStreamSection section = OpenReadSection(stream);

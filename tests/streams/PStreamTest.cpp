@@ -6,6 +6,8 @@
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/PStream.h>
 
+#include "support/ErrorTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -15,33 +17,9 @@
 
 namespace {
 
-// Runs `action`; the thrown error, or code -1 when nothing was thrown.
-template <typename F>
-PError Caught(F&& action) {
-  try {
-    action();
-  } catch (const PError& e) {
-    return e;
-  }
-  return PError(-1);
-}
-
-class CountingHook : public PErrorHook {
-public:
-  explicit CountingHook(TypErrorHandlingEnum answer) : m_answer(answer) {}
-  TypErrorHandlingEnum DisplayError(PError& error, ULONG mask) override {
-    ++calls;
-    lastMask = mask;
-    codes.push_back(error.Code());
-    return m_answer;
-  }
-  int calls = 0;
-  ULONG lastMask = 0;
-  std::vector<int> codes;
-
-private:
-  TypErrorHandlingEnum m_answer;
-};
+using qvbase::test::Caught;
+using qvbase::test::CountingHook;
+using qvbase::test::kNothingThrown;
 
 // A handler over a byte vector that counts its calls and fails on request.
 class RecordingHdl : public PStreamHdl {
@@ -483,7 +461,7 @@ TEST(PStream, SetByteOrderingAcceptsOnlyTheTwoMarkers) {
     stream.SetByteOrdering(kByteOrderingMotorola);
     PError thrown = Caught([&] { stream.SetByteOrdering(row.value); });
     if (row.accepted) {
-      EXPECT_EQ(thrown.Code(), -1);
+      EXPECT_EQ(thrown.Code(), kNothingThrown);
       EXPECT_EQ(stream.GetByteOrdering(), row.value);
     } else {
       EXPECT_EQ(thrown.Code(), kErrStreamBadFormat);

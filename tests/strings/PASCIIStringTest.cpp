@@ -5,6 +5,7 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
+#include "support/ErrorTestSupport.h"
 #include "support/StringTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -37,7 +38,7 @@ TEST(PASCIIString, BorrowedHandlerIsDuplicatedOnFirstChange) {
   char caller[] = "borrowed";
   PASCIIStringHandler handler(caller, 0, 8, /*copy=*/false);
   EXPECT_FALSE(handler.CanBeModified());
-  EXPECT_EQ(0u, handler.Capacity());
+  EXPECT_EQ(handler.Capacity(), 0u);
 
   InspectedASCII text(caller, /*copy=*/false);
   EXPECT_EQ(static_cast<const void*>(caller), text.Held()->GetContent());
@@ -50,47 +51,46 @@ TEST(PASCIIString, BorrowedHandlerIsDuplicatedOnFirstChange) {
 
 TEST(PASCIIString, SixCharacterTextKeepsBufferForOneInsertThenGrowsTo16) {
   InspectedASCII text("abcdef", /*copy=*/true);
-  EXPECT_EQ(8u, text.Held()->Capacity());
+  EXPECT_EQ(text.Held()->Capacity(), 8u);
   const void* before = text.Held()->GetContent();
   text.Insert(LONG('g'), 6);
-  EXPECT_EQ(8u, text.Held()->Capacity());
+  EXPECT_EQ(text.Held()->Capacity(), 8u);
   EXPECT_EQ(before, text.Held()->GetContent());
   text.Insert(LONG('h'), 7);
-  EXPECT_EQ(16u, text.Held()->Capacity());
+  EXPECT_EQ(text.Held()->Capacity(), 16u);
   EXPECT_STREQ("abcdefgh", static_cast<const char*>(text));
 }
 
 TEST(PASCIIString, AppendingAnyStringReallocates) {
   InspectedASCII text("ab", /*copy=*/true);
-  ASSERT_EQ(8u, text.Held()->Capacity());
+  ASSERT_EQ(text.Held()->Capacity(), 8u);
   const void* before = text.Held()->GetContent();
   text += PASCIIString("c");
   // Room for it was there, yet the buffer is new.
   EXPECT_NE(before, text.Held()->GetContent());
-  EXPECT_EQ(8u, text.Held()->Capacity());
+  EXPECT_EQ(text.Held()->Capacity(), 8u);
   EXPECT_STREQ("abc", static_cast<const char*>(text));
 }
 
 TEST(PASCIIString, GetCharAtLengthReturnsZero) {
   PASCIIStringHandler handler("abc", 0, 3, /*copy=*/true);
   EXPECT_EQ(LONG('c'), handler.GetChar(2));
-  EXPECT_EQ(0, handler.GetChar(3));
-  EXPECT_EQ(0, handler.GetChar(1000));
+  EXPECT_EQ(handler.GetChar(3), 0);
+  EXPECT_EQ(handler.GetChar(1000), 0);
 }
 
 TEST(PASCIIString, ConvertingMultibyteHighByteSignalsAndYieldsNoHandler) {
   PMBStringHandler source("caf\xE9", 0, 4, /*copy=*/true);
-  qvtest::RaisedError raised =
-      qvtest::CaptureError([&] { gASCIIStringHandlerDec.fromHandler(&source); });
-  EXPECT_TRUE(raised.thrown);
-  EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
-  EXPECT_EQ(ErrorSeverityError, raised.severity);
-  EXPECT_EQ("src\\PASCIIString", raised.file);
-  EXPECT_EQ(137u, raised.line);
+  PError raised = qvbase::test::Caught([&] { gASCIIStringHandlerDec.fromHandler(&source); });
+  EXPECT_NE(raised.Code(), qvbase::test::kNothingThrown);
+  EXPECT_EQ(raised.Code(), kErrStringCharOutOfRange);
+  EXPECT_EQ(raised.Severity(), ErrorSeverityError);
+  EXPECT_STREQ(raised.File(), "src\\PASCIIString");
+  EXPECT_EQ(raised.Line(), 137u);
 
-  qvtest::ScopedIgnoreErrors ignore;
-  EXPECT_EQ(nullptr, gASCIIStringHandlerDec.fromHandler(&source));
-  EXPECT_EQ(1, ignore.hook.calls);
+  qvbase::test::ScopedErrorCapture ignore;
+  EXPECT_EQ(gASCIIStringHandlerDec.fromHandler(&source), nullptr);
+  EXPECT_EQ(ignore.hook.calls, 1);
 }
 
 // --- Failure handling -------------------------------------------------------
@@ -119,30 +119,30 @@ TEST(PASCIIString, EveryEntryPointRaisesCharacterOutOfRangeWithItsLine) {
   };
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.name);
-    qvtest::RaisedError raised = qvtest::CaptureError(row.call);
-    EXPECT_TRUE(raised.thrown);
-    EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
-    EXPECT_EQ(ErrorSeverityError, raised.severity);
-    EXPECT_EQ("src\\PASCIIString", raised.file);
-    EXPECT_EQ(row.line, raised.line);
+    PError raised = qvbase::test::Caught(row.call);
+    EXPECT_NE(raised.Code(), qvbase::test::kNothingThrown);
+    EXPECT_EQ(raised.Code(), kErrStringCharOutOfRange);
+    EXPECT_EQ(raised.Severity(), ErrorSeverityError);
+    EXPECT_STREQ(raised.File(), "src\\PASCIIString");
+    EXPECT_EQ(row.line, raised.Line());
   }
 }
 
 TEST(PASCIIString, ReturnedSignalStoresTheCharacterAnyway) {
-  qvtest::ScopedIgnoreErrors ignore;
+  qvbase::test::ScopedErrorCapture ignore;
   PStringHandler* fromText = gASCIIStringHandlerDec.fromText("a\xE9", true);
-  EXPECT_EQ(2u, fromText->GetLen());
+  EXPECT_EQ(fromText->GetLen(), 2u);
   delete fromText;
   PStringHandler* fromChar = GASCIIStrHandlerConstructor3(0x1E9);
   EXPECT_EQ(LONG(static_cast<signed char>(0xE9)), fromChar->GetChar(0));
   delete fromChar;
   PASCIIStringHandler handler("ab", 0, 2, true);
   handler.InsertChar(0x1FF, 1);
-  EXPECT_EQ(3u, handler.GetLen());
-  EXPECT_EQ(-1, handler.GetChar(1));
+  EXPECT_EQ(handler.GetLen(), 3u);
+  EXPECT_EQ(handler.GetChar(1), -1);
   handler.SetChar(0, 0x80);
-  EXPECT_EQ(-128, handler.GetChar(0));
-  EXPECT_EQ(4, ignore.hook.calls);
+  EXPECT_EQ(handler.GetChar(0), -128);
+  EXPECT_EQ(ignore.hook.calls, 4);
 }
 
 // --- Handler contracts ------------------------------------------------------
@@ -150,14 +150,14 @@ TEST(PASCIIString, ReturnedSignalStoresTheCharacterAnyway) {
 TEST(PASCIIString, SlotValues) {
   PASCIIStringHandler handler("hello", 0, 5, true);
   EXPECT_EQ(&gASCIIStringHandlerDec, handler.GetHandlerType());
-  EXPECT_EQ(kCodeSetASCII, handler.GetCodeSet());
+  EXPECT_EQ(handler.GetCodeSet(), kCodeSetASCII);
   EXPECT_TRUE(handler.HandlesCodeSet(kCodeSetASCII));
   EXPECT_FALSE(handler.HandlesCodeSet(kCodeSetMultiByte));
   EXPECT_FALSE(handler.HandlesCodeSet(kCodeSetUnicode));
-  EXPECT_EQ(5u, handler.GetSize());
-  EXPECT_EQ(5u, handler.GetLen());
-  EXPECT_EQ(6u, handler.GetFullSize());
-  EXPECT_EQ(8u, handler.Capacity());
+  EXPECT_EQ(handler.GetSize(), 5u);
+  EXPECT_EQ(handler.GetLen(), 5u);
+  EXPECT_EQ(handler.GetFullSize(), 6u);
+  EXPECT_EQ(handler.Capacity(), 8u);
   EXPECT_TRUE(handler.CanBeModified());
 }
 
@@ -171,7 +171,7 @@ TEST(PASCIIString, CapacityIsLengthPlusTerminatorRoundedToEight) {
     SCOPED_TRACE(row.length);
     PASCIIStringHandler handler(kText, 0, row.length, true);
     EXPECT_EQ(row.capacity, handler.Capacity());
-    EXPECT_EQ('\0', static_cast<const char*>(handler.GetContent())[row.length]);
+    EXPECT_EQ(static_cast<const char*>(handler.GetContent())[row.length], '\0');
   }
 }
 
@@ -182,9 +182,9 @@ TEST(PASCIIString, OffsetSelectsTheRange) {
 
 TEST(PASCIIString, DeleteNeverShrinksTheBuffer) {
   InspectedASCII text("abcdefghijklmnop", true);
-  ASSERT_EQ(24u, text.Held()->Capacity());
+  ASSERT_EQ(text.Held()->Capacity(), 24u);
   text.Delete(2, 10);
-  EXPECT_EQ(24u, text.Held()->Capacity());
+  EXPECT_EQ(text.Held()->Capacity(), 24u);
   EXPECT_STREQ("abmnop", static_cast<const char*>(text));
   text.Delete(3, 3);
   EXPECT_STREQ("abm", static_cast<const char*>(text));
@@ -208,18 +208,18 @@ TEST(PASCIIString, ConvertsUnicodeContentOfSevenBitUnits) {
 TEST(PASCIIString, RejectsUnicodeContentAboveSevenBits) {
   const unsigned short kWide[] = {'o', 0xE9, 0};
   PUNIString wide(kWide, true);
-  qvtest::RaisedError raised = qvtest::CaptureError([&] { PASCIIString text(wide); });
-  EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
-  EXPECT_EQ(137u, raised.line);
+  PError raised = qvbase::test::Caught([&] { PASCIIString text(wide); });
+  EXPECT_EQ(raised.Code(), kErrStringCharOutOfRange);
+  EXPECT_EQ(raised.Line(), 137u);
 }
 
 TEST(PASCIIString, ConversionOperatorNeverNull) {
   PASCIIString empty;
   EXPECT_EQ(gVoidCharString, static_cast<const char*>(empty));
-  EXPECT_EQ('\0', empty[0]);
+  EXPECT_EQ(empty[0], '\0');
   PASCIIString text("xy");
-  EXPECT_EQ('y', text[1]);
-  EXPECT_EQ('\0', text[2]);
+  EXPECT_EQ(text[1], 'y');
+  EXPECT_EQ(text[2], '\0');
 }
 
 TEST(PASCIIString, CompareMethodsByMode) {
@@ -239,9 +239,9 @@ TEST(PASCIIString, CompareMethodsByMode) {
 
 TEST(PASCIIString, CharacterSearchOutsideSevenBitsFindsNothing) {
   PASCIIStringHandler handler("abc", 0, 3, true);
-  EXPECT_EQ(kStringNotFound, handler.FindCharFwd(200, 0, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, handler.FindCharBwd(-1, 2, kStrCompExact));
-  EXPECT_EQ(1u, handler.FindCharBwd('B', 2, kStrCompIgnoreCase));
+  EXPECT_EQ(handler.FindCharFwd(200, 0, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(handler.FindCharBwd(-1, 2, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(handler.FindCharBwd('B', 2, kStrCompIgnoreCase), 1u);
 }
 
 TEST(PASCIIString, BackwardSubstringSearchStopsAtTerminator) {
@@ -249,7 +249,7 @@ TEST(PASCIIString, BackwardSubstringSearchStopsAtTerminator) {
   PASCIIStringHandler what("abc", 0, 3, true);
   // From the last position the compare runs into the terminator: no match
   // there, the earlier one is found.
-  EXPECT_EQ(0u, handler.FindSubHandlerBwd(&what, 4, kStrCompExact));
+  EXPECT_EQ(handler.FindSubHandlerBwd(&what, 4, kStrCompExact), 0u);
 }
 
 TEST(PASCIIString, GetSubHandlerCopies) {
@@ -344,22 +344,22 @@ TEST(PASCIIString, ForwardSearchForAShorterSizedNeedleFindsNothing) {
   // given beyond its end) can never be matched by the bounded compare.
   PASCIIStringHandler hay("abcabc", 0, 6, /*copy=*/true);
   PMBStringHandler needle("bc", 0, 3, /*copy=*/true);
-  ASSERT_EQ(2u, needle.GetSize());
-  ASSERT_EQ(3u, needle.GetLen());
-  EXPECT_EQ(kStringNotFound, hay.FindSubHandlerFwd(&needle, 0, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, FindByCompares(hay, needle, 0, kStrCompExact));
+  ASSERT_EQ(needle.GetSize(), 2u);
+  ASSERT_EQ(needle.GetLen(), 3u);
+  EXPECT_EQ(hay.FindSubHandlerFwd(&needle, 0, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(FindByCompares(hay, needle, 0, kStrCompExact), kStringNotFound);
 }
 
 TEST(PASCIIString, AppendingTextWithHighBytesReportsTheConversionAndAddsNothing) {
   // The appended text arrives as multibyte text, so the error is the one of
   // the conversion from multibyte.
   PASCIIString text("abc", true);
-  qvtest::RaisedError raised = qvtest::CaptureError([&] { text += "d\xE9"; });
-  EXPECT_TRUE(raised.thrown);
-  EXPECT_EQ(kErrStringCharOutOfRange, raised.code);
-  EXPECT_EQ(137u, raised.line);
+  PError raised = qvbase::test::Caught([&] { text += "d\xE9"; });
+  EXPECT_NE(raised.Code(), qvbase::test::kNothingThrown);
+  EXPECT_EQ(raised.Code(), kErrStringCharOutOfRange);
+  EXPECT_EQ(raised.Line(), 137u);
   EXPECT_STREQ("abc", static_cast<const char*>(text));
   text += "def";
   EXPECT_STREQ("abcdef", static_cast<const char*>(text));
-  EXPECT_EQ(8u, static_cast<const PASCIIStringHandler*>(InspectedASCII(text).Held())->Capacity());
+  EXPECT_EQ(static_cast<const PASCIIStringHandler*>(InspectedASCII(text).Held())->Capacity(), 8u);
 }

@@ -7,6 +7,7 @@
 #include <qvbase/PStringConversions.h>
 #include <qvbase/PUNIString.h>
 
+#include "support/ErrorTestSupport.h"
 #include "support/StringTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -35,13 +36,13 @@ std::string RandomText(std::mt19937& random, bool sevenBit) {
 // Runs a call whose only allowed failure is a PError with one of `codes`.
 template <typename F>
 void ExpectDefinedOutcome(F&& call, std::initializer_list<int> codes) {
-  qvtest::RaisedError raised = qvtest::CaptureError(call);
-  if (!raised.thrown)
+  PError raised = qvbase::test::Caught(call);
+  if (raised.Code() == qvbase::test::kNothingThrown)
     return;
   bool known = false;
   for (int code : codes)
-    known = known || code == raised.code;
-  EXPECT_TRUE(known) << "code " << raised.code;
+    known = known || code == raised.Code();
+  EXPECT_TRUE(known) << "code " << raised.Code();
 }
 
 } // namespace
@@ -60,7 +61,7 @@ TEST(PStringRobustness, HexaReadersEndWithValueOrBadDigitError) {
     }
   }
   // With the errors ignored every reading completes with a value.
-  qvtest::ScopedIgnoreErrors ignore;
+  qvbase::test::ScopedErrorCapture ignore;
   std::mt19937 again(99);
   for (int round = 0; round < kRounds; ++round) {
     PASCIIString text(RandomText(again, true).c_str(), true);

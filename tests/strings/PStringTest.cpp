@@ -5,6 +5,7 @@
 #include <qvbase/PString.h>
 #include <qvbase/PUNIString.h>
 
+#include "support/LocaleTestSupport.h"
 #include "support/StringTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -110,26 +111,26 @@ const unsigned short kWideAbc[] = {'a', 'b', 'c', 0};
 TEST(PString, AssigningEmptyStringLeavesNoHandler) {
   InspectedASCII text("abc", /*copy=*/true);
   text = PString();
-  EXPECT_EQ(nullptr, text.Held());
-  EXPECT_EQ(kCodeSetASCII, text.CodeSet());
+  EXPECT_EQ(text.Held(), nullptr);
+  EXPECT_EQ(text.CodeSet(), kCodeSetASCII);
   EXPECT_EQ(&gASCIIStringHandlerDec, text.HandlerType());
 }
 
 TEST(PString, DeletingWholeContentLeavesNoHandler) {
   InspectedASCII text("abc", /*copy=*/true);
   text.Delete(0, 3);
-  EXPECT_EQ(nullptr, text.Held());
-  EXPECT_EQ(kCodeSetASCII, text.CodeSet());
+  EXPECT_EQ(text.Held(), nullptr);
+  EXPECT_EQ(text.CodeSet(), kCodeSetASCII);
   EXPECT_EQ(&gASCIIStringHandlerDec, text.HandlerType());
 }
 
 TEST(PString, InsertIntoEmptyStringIgnoresPosition) {
   PString text;
   text.Insert(PString("abc"), 17);
-  EXPECT_EQ("abc", Narrow(text));
+  EXPECT_EQ(Narrow(text), "abc");
   PString single;
   single.Insert(static_cast<LONG>('x'), 42);
-  EXPECT_EQ("x", Narrow(single));
+  EXPECT_EQ(Narrow(single), "x");
 }
 
 TEST(PString, CaseVariantsAreUnequalButOrderedByCompositeOrder) {
@@ -139,9 +140,9 @@ TEST(PString, CaseVariantsAreUnequalButOrderedByCompositeOrder) {
   EXPECT_TRUE(lower != upper);
   // Equal ignoring case and (in the "C" locale) decided by collation, which
   // is byte order: 'A' < 'a'.
-  qvtest::ScopedLocale c("C");
+  qvbase::test::ScopedLocale c("C");
   LONG composite = lower.CompareTo(upper, kStrCompComposite);
-  EXPECT_EQ(0, lower.CompareTo(upper, kStrCompIgnoreCase));
+  EXPECT_EQ(lower.CompareTo(upper, kStrCompIgnoreCase), 0);
   EXPECT_GT(composite, 0);
   EXPECT_TRUE(upper < lower);
   EXPECT_TRUE(lower > upper);
@@ -159,37 +160,37 @@ TEST(PString, EmptyStringsCompareBelowOthersInEveryMode) {
     SCOPED_TRACE(mode);
     EXPECT_LT(empty.CompareTo(text, mode), 0);
     EXPECT_GT(text.CompareTo(empty, mode), 0);
-    EXPECT_EQ(0, empty.CompareTo(alsoEmpty, mode));
-    EXPECT_EQ(0, alsoEmpty.CompareTo(empty, mode));
+    EXPECT_EQ(empty.CompareTo(alsoEmpty, mode), 0);
+    EXPECT_EQ(alsoEmpty.CompareTo(empty, mode), 0);
   }
 }
 
 TEST(PString, ForwardSearchPastRoomReturnsNotFoundWithoutHandler) {
   CountingHandler* handler = new CountingHandler("abcdef", 6);
   InspectedString text(handler);
-  EXPECT_EQ(kStringNotFound, text.FindForward(PString("def"), 4, kStrCompExact));
-  EXPECT_EQ(0, handler->calls);
-  EXPECT_EQ(3u, text.FindForward(PString("def"), 3, kStrCompExact));
-  EXPECT_EQ(1, handler->calls);
+  EXPECT_EQ(text.FindForward(PString("def"), 4, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(handler->calls, 0);
+  EXPECT_EQ(text.FindForward(PString("def"), 3, kStrCompExact), 3u);
+  EXPECT_EQ(handler->calls, 1);
 }
 
 TEST(PString, CopyThenChangeLeavesSourceUnchanged) {
   InspectedString source(PString("abc", /*copy=*/true));
   InspectedString copy(source);
   EXPECT_EQ(source.Held(), copy.Held());
-  EXPECT_EQ(2u, source.Held()->NumSmartLocks());
+  EXPECT_EQ(source.Held()->NumSmartLocks(), 2u);
   copy += "d";
   EXPECT_NE(source.Held(), copy.Held());
-  EXPECT_EQ("abc", Narrow(source));
-  EXPECT_EQ("abcd", Narrow(copy));
+  EXPECT_EQ(Narrow(source), "abc");
+  EXPECT_EQ(Narrow(copy), "abcd");
 }
 
 TEST(PString, FreeTypeAsciiTextReceivingUnicodeBecomesUnicode) {
   PString text(PASCIIString("ab", /*copy=*/true));
   ASSERT_EQ(&gASCIIStringHandlerDec, text.HandlerType());
   text += PUNIString(kWideAbc, /*copy=*/true);
-  EXPECT_EQ(kCodeSetUnicode, text.CodeSet());
-  EXPECT_EQ(5u, text.Len());
+  EXPECT_EQ(text.CodeSet(), kCodeSetUnicode);
+  EXPECT_EQ(text.Len(), 5u);
   EXPECT_EQ(LONG('c'), text.GetChar(4));
 }
 
@@ -204,8 +205,8 @@ TEST(PString, GlobalsHaveTheirTexts) {
 TEST(PString, FreeTypeStringFromNarrowTextIsMultibyte) {
   PString text("abc");
   EXPECT_EQ(&gMBStringHandlerDec, text.HandlerType());
-  EXPECT_EQ(kCodeSetASCII, text.CodeSet());
-  EXPECT_EQ(3u, text.Len());
+  EXPECT_EQ(text.CodeSet(), kCodeSetASCII);
+  EXPECT_EQ(text.Len(), 3u);
 }
 
 TEST(PString, LiteralIsBorrowedUnlessForceCopyIsSet) {
@@ -213,28 +214,28 @@ TEST(PString, LiteralIsBorrowedUnlessForceCopyIsSet) {
   InspectedString borrowed{PString(kText)};
   EXPECT_EQ(static_cast<const void*>(kText), borrowed.Held()->GetContent());
   EXPECT_FALSE(borrowed.Held()->CanBeModified());
-  qvtest::ScopedForceCopy force(true);
+  qvbase::test::ScopedForceCopy force(true);
   InspectedString copied{PString(kText)};
   EXPECT_NE(static_cast<const void*>(kText), copied.Held()->GetContent());
 }
 
 TEST(PString, WideTextBuildsUnicodeString) {
   PString text(kWideAbc, /*copy=*/true);
-  EXPECT_EQ(kCodeSetUnicode, text.CodeSet());
-  EXPECT_EQ(3u, text.Len());
-  EXPECT_EQ(6u, text.Size());
-  EXPECT_EQ(8u, text.FullSize());
+  EXPECT_EQ(text.CodeSet(), kCodeSetUnicode);
+  EXPECT_EQ(text.Len(), 3u);
+  EXPECT_EQ(text.Size(), 6u);
+  EXPECT_EQ(text.FullSize(), 8u);
 }
 
 TEST(PString, EmptyStringQueriesAnswerZero) {
   PString empty;
-  EXPECT_EQ(0u, empty.Len());
-  EXPECT_EQ(0u, empty.Size());
-  EXPECT_EQ(0u, empty.FullSize());
+  EXPECT_EQ(empty.Len(), 0u);
+  EXPECT_EQ(empty.Size(), 0u);
+  EXPECT_EQ(empty.FullSize(), 0u);
   EXPECT_TRUE(empty.IsEmpty());
   EXPECT_FALSE(empty.IsNotEmpty());
-  EXPECT_EQ(0, empty.GetChar(0));
-  EXPECT_EQ(nullptr, empty.HandlerType());
+  EXPECT_EQ(empty.GetChar(0), 0);
+  EXPECT_EQ(empty.HandlerType(), nullptr);
 }
 
 TEST(PString, NullTextGivesEmptyString) {
@@ -248,7 +249,7 @@ TEST(PString, SelfAssignmentKeepsContent) {
   PString text("abc", true);
   PString& alias = text;
   text = alias;
-  EXPECT_EQ("abc", Narrow(text));
+  EXPECT_EQ(Narrow(text), "abc");
 }
 
 TEST(PString, DeclaredTypeConvertsAssignedHandler) {
@@ -266,21 +267,21 @@ TEST(PString, FreeTypeSharesAssignedHandler) {
 }
 
 TEST(PString, FreeTypeAsciiWidensToMultibyteForMultibyteContent) {
-  qvtest::ScopedDoubleByteLocale locale;
+  qvbase::test::ScopedDoubleByteLocale locale;
   if (!locale.active())
-    GTEST_SKIP() << "no double-byte locale on this system";
+    return qvbase::test::MissingSetUpLocale("double-byte (UTF-8)");
   PString text(PASCIIString("ab", true));
   text += PString(locale.doubleByte(), true);
   EXPECT_EQ(&gMBStringHandlerDec, text.HandlerType());
-  EXPECT_EQ(kCodeSetMultiByte, text.CodeSet());
+  EXPECT_EQ(text.CodeSet(), kCodeSetMultiByte);
 }
 
 TEST(PString, UnicodeStringNeverNarrows) {
   PString text(kWideAbc, true);
   text += PString("de");
   text += PASCIIString("f", true);
-  EXPECT_EQ(kCodeSetUnicode, text.CodeSet());
-  EXPECT_EQ(6u, text.Len());
+  EXPECT_EQ(text.CodeSet(), kCodeSetUnicode);
+  EXPECT_EQ(text.Len(), 6u);
 }
 
 TEST(PString, SharedStringMutationsDuplicateFirst) {
@@ -301,7 +302,7 @@ TEST(PString, SharedStringMutationsDuplicateFirst) {
     InspectedString copy(source);
     step.change(copy);
     EXPECT_EQ(step.expected, Narrow(copy));
-    EXPECT_EQ("abcdef", Narrow(source));
+    EXPECT_EQ(Narrow(source), "abcdef");
     EXPECT_NE(source.Held(), copy.Held());
   }
 }
@@ -316,26 +317,26 @@ TEST(PString, PrivateStringIsChangedInPlace) {
 TEST(PString, DeleteClampsAndIgnoresStartPastEnd) {
   PString text("abcdef", true);
   text.Delete(10, 2);
-  EXPECT_EQ("abcdef", Narrow(text));
+  EXPECT_EQ(Narrow(text), "abcdef");
   text.Delete(4, 100);
-  EXPECT_EQ("abcd", Narrow(text));
+  EXPECT_EQ(Narrow(text), "abcd");
 }
 
 TEST(PString, SetCharPastEndIsIgnored) {
   PString text("abc", true);
   text.SetChar(3, 'x');
-  EXPECT_EQ("abc", Narrow(text));
+  EXPECT_EQ(Narrow(text), "abc");
 }
 
 TEST(PString, SlicesClampTheirRange) {
   PString text("abcdef", true);
-  EXPECT_EQ("abc", Narrow(text.Left(3)));
-  EXPECT_EQ("abcdef", Narrow(text.Left(99)));
-  EXPECT_EQ("cd", Narrow(text.Mid(2, 2)));
-  EXPECT_EQ("ef", Narrow(text.Mid(4, 99)));
+  EXPECT_EQ(Narrow(text.Left(3)), "abc");
+  EXPECT_EQ(Narrow(text.Left(99)), "abcdef");
+  EXPECT_EQ(Narrow(text.Mid(2, 2)), "cd");
+  EXPECT_EQ(Narrow(text.Mid(4, 99)), "ef");
   EXPECT_TRUE(text.Mid(6, 1).IsEmpty());
-  EXPECT_EQ("ef", Narrow(text.Right(2)));
-  EXPECT_EQ("abcdef", Narrow(text.Right(99)));
+  EXPECT_EQ(Narrow(text.Right(2)), "ef");
+  EXPECT_EQ(Narrow(text.Right(99)), "abcdef");
   EXPECT_TRUE(PString().Left(3).IsEmpty());
 }
 
@@ -344,51 +345,51 @@ TEST(PString, AppendOperatorsAppendAtEnd) {
   text += "ab";
   text += PString("cd");
   text += 'e';
-  EXPECT_EQ("abcde", Narrow(text));
+  EXPECT_EQ(Narrow(text), "abcde");
 }
 
 // --- Searching ----------------------------------------------------------------
 
 TEST(PString, ForwardSearchesRejectOutOfRangeStart) {
   PString text("abcabc", true);
-  EXPECT_EQ(3u, text.FindForward("abc", 1, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, text.FindForward("abc", 4, kStrCompExact));
-  EXPECT_EQ(5u, text.FindForward(LONG('c'), 5, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, text.FindForward(LONG('c'), 6, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, text.FindForward(LONG('c'), 0xFFFFFFFFu, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, text.FindForward("abc", 0xFFFFFFFFu, kStrCompExact));
+  EXPECT_EQ(text.FindForward("abc", 1, kStrCompExact), 3u);
+  EXPECT_EQ(text.FindForward("abc", 4, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(text.FindForward(LONG('c'), 5, kStrCompExact), 5u);
+  EXPECT_EQ(text.FindForward(LONG('c'), 6, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(text.FindForward(LONG('c'), 0xFFFFFFFFu, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(text.FindForward("abc", 0xFFFFFFFFu, kStrCompExact), kStringNotFound);
 }
 
 TEST(PString, BackwardSearchesClampStart) {
   PString text("abcabc", true);
-  EXPECT_EQ(3u, text.FindBackward("abc", 1000, kStrCompExact));
-  EXPECT_EQ(0u, text.FindBackward("abc", 2, kStrCompExact));
-  EXPECT_EQ(5u, text.FindBackward(LONG('c'), 1000, kStrCompExact));
-  EXPECT_EQ(2u, text.FindBackward(LONG('c'), 4, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, text.FindBackward("abcabcx", 1000, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, PString().FindBackward(LONG('a'), 0, kStrCompExact));
+  EXPECT_EQ(text.FindBackward("abc", 1000, kStrCompExact), 3u);
+  EXPECT_EQ(text.FindBackward("abc", 2, kStrCompExact), 0u);
+  EXPECT_EQ(text.FindBackward(LONG('c'), 1000, kStrCompExact), 5u);
+  EXPECT_EQ(text.FindBackward(LONG('c'), 4, kStrCompExact), 2u);
+  EXPECT_EQ(text.FindBackward("abcabcx", 1000, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(PString().FindBackward(LONG('a'), 0, kStrCompExact), kStringNotFound);
 }
 
 TEST(PString, SearchesFollowTheMode) {
   PString text("Hello World", true);
-  EXPECT_EQ(kStringNotFound, text.FindForward("world", 0, kStrCompExact));
-  EXPECT_EQ(6u, text.FindForward("world", 0, kStrCompIgnoreCase));
-  EXPECT_EQ(6u, text.FindForward("WORLD", 0, kStrCompNoCase));
-  EXPECT_EQ(6u, text.FindForward(LONG('w'), 0, kStrCompIgnoreCase));
-  EXPECT_EQ(6u, text.FindBackward("wORLD", 100, kStrCompIgnoreCase));
+  EXPECT_EQ(text.FindForward("world", 0, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(text.FindForward("world", 0, kStrCompIgnoreCase), 6u);
+  EXPECT_EQ(text.FindForward("WORLD", 0, kStrCompNoCase), 6u);
+  EXPECT_EQ(text.FindForward(LONG('w'), 0, kStrCompIgnoreCase), 6u);
+  EXPECT_EQ(text.FindBackward("wORLD", 100, kStrCompIgnoreCase), 6u);
 }
 
 TEST(PString, SearchesAcrossEncodings) {
   PString wide(kWideAbc, true);
-  EXPECT_EQ(1u, wide.FindForward("bc", 0, kStrCompExact));
+  EXPECT_EQ(wide.FindForward("bc", 0, kStrCompExact), 1u);
   PString narrow("xxabc", true);
-  EXPECT_EQ(2u, narrow.FindForward(PUNIString(kWideAbc, true), 0, kStrCompExact));
+  EXPECT_EQ(narrow.FindForward(PUNIString(kWideAbc, true), 0, kStrCompExact), 2u);
 }
 
 // --- Comparison ---------------------------------------------------------------
 
 TEST(PString, ComparisonTableInEveryMode) {
-  qvtest::ScopedLocale c("C");
+  qvbase::test::ScopedLocale c("C");
   struct Row {
     const char* a;
     const char* b;
@@ -431,8 +432,8 @@ TEST(PString, FindNextParameterReportsNameAndLength) {
   PString text("x ^name^ y");
   PASCIIString name;
   ULONG length = 0;
-  EXPECT_EQ(2u, text.FindNextParameter(&name, &length, 0));
-  EXPECT_EQ(6u, length);
+  EXPECT_EQ(text.FindNextParameter(&name, &length, 0), 2u);
+  EXPECT_EQ(length, 6u);
   EXPECT_STREQ("name", static_cast<const char*>(name));
 }
 
@@ -440,8 +441,8 @@ TEST(PString, FindNextParameterEscapeHasEmptyName) {
   PString text("a^^b");
   PASCIIString name("old", true);
   ULONG length = 0;
-  EXPECT_EQ(1u, text.FindNextParameter(&name, &length, 0));
-  EXPECT_EQ(2u, length);
+  EXPECT_EQ(text.FindNextParameter(&name, &length, 0), 1u);
+  EXPECT_EQ(length, 2u);
   EXPECT_TRUE(name.IsEmpty());
 }
 
@@ -449,24 +450,24 @@ TEST(PString, FindNextParameterWithoutPairLeavesOutputsAlone) {
   PString text("a^b");
   PASCIIString name("old", true);
   ULONG length = 77;
-  EXPECT_EQ(kStringNotFound, text.FindNextParameter(&name, &length, 0));
-  EXPECT_EQ(77u, length);
+  EXPECT_EQ(text.FindNextParameter(&name, &length, 0), kStringNotFound);
+  EXPECT_EQ(length, 77u);
   EXPECT_STREQ("old", static_cast<const char*>(name));
-  EXPECT_EQ(kStringNotFound, PString("^a^").FindNextParameter(&name, &length, 1));
+  EXPECT_EQ(PString("^a^").FindNextParameter(&name, &length, 1), kStringNotFound);
 }
 
 TEST(PString, SetParameterReplacesFirstOccurrenceIgnoringCase) {
   PString text("****^module^: UNDEFINED RESOURCE STRING #^num^**** ^MODULE^");
   text.SetParameter(PASCIIString("Module"), PString("core"));
-  EXPECT_EQ("****core: UNDEFINED RESOURCE STRING #^num^**** ^MODULE^", Narrow(text));
+  EXPECT_EQ(Narrow(text), "****core: UNDEFINED RESOURCE STRING #^num^**** ^MODULE^");
   text.SetParameter(PASCIIString("absent"), PString("x"));
-  EXPECT_EQ("****core: UNDEFINED RESOURCE STRING #^num^**** ^MODULE^", Narrow(text));
+  EXPECT_EQ(Narrow(text), "****core: UNDEFINED RESOURCE STRING #^num^**** ^MODULE^");
 }
 
 TEST(PString, SetParameterByIndexUsesDecimalName) {
   PString text("^0^ and ^12^");
   text.SetParameter(12, PString("twelve")).SetParameter(0, PString("zero"));
-  EXPECT_EQ("zero and twelve", Narrow(text));
+  EXPECT_EQ(Narrow(text), "zero and twelve");
 }
 
 TEST(PString, ValidateParamsReplacesPlaceholdersAndUnescapesCarets) {
@@ -489,7 +490,7 @@ TEST(PString, ValidateParamsReplacesPlaceholdersAndUnescapesCarets) {
     SCOPED_TRACE(row.text);
     PString text(row.text);
     text.ValidateParams(PString(row.value));
-    EXPECT_EQ(row.expected, Narrow(text));
+    EXPECT_EQ(Narrow(text), row.expected);
   }
 }
 
@@ -497,7 +498,7 @@ TEST(PString, ValidateParamsWithCaretInValueTerminates) {
   // Used to loop forever: the inserted value was searched again.
   PString text("^a^ ^b^");
   text.ValidateParams(PString("^x^"));
-  EXPECT_EQ("^x^ ^x^", Narrow(text));
+  EXPECT_EQ(Narrow(text), "^x^ ^x^");
 }
 
 // --- Narrow-text operands ----------------------------------------------------
@@ -541,34 +542,34 @@ TEST(PString, TextOperandsReachAnApplicationHandlerOwnedByAString) {
   KeepingHandler::locks.clear();
   KeepingHandler::kept.clear();
   InspectedString text(new KeepingHandler("hello world"));
-  EXPECT_EQ(6u, text.FindForward("world", 0, kStrCompExact));
-  EXPECT_EQ(0u, text.FindBackward("hello", 10, kStrCompExact));
-  EXPECT_EQ(1, text.CompareTo("hello", kStrCompExact));
+  EXPECT_EQ(text.FindForward("world", 0, kStrCompExact), 6u);
+  EXPECT_EQ(text.FindBackward("hello", 10, kStrCompExact), 0u);
+  EXPECT_EQ(text.CompareTo("hello", kStrCompExact), 1);
   text.Insert("big ", 6);
-  EXPECT_EQ("hello big world", Narrow(text));
-  EXPECT_EQ((std::vector<ULONG>{1, 1, 1, 1}), KeepingHandler::locks);
-  ASSERT_EQ(4u, KeepingHandler::kept.size());
-  EXPECT_EQ("world", Narrow(KeepingHandler::kept[0]));
-  EXPECT_EQ("hello", Narrow(KeepingHandler::kept[1]));
-  EXPECT_EQ("hello", Narrow(KeepingHandler::kept[2]));
-  EXPECT_EQ("big ", Narrow(KeepingHandler::kept[3]));
+  EXPECT_EQ(Narrow(text), "hello big world");
+  EXPECT_EQ(KeepingHandler::locks, (std::vector<ULONG>{1, 1, 1, 1}));
+  ASSERT_EQ(KeepingHandler::kept.size(), 4u);
+  EXPECT_EQ(Narrow(KeepingHandler::kept[0]), "world");
+  EXPECT_EQ(Narrow(KeepingHandler::kept[1]), "hello");
+  EXPECT_EQ(Narrow(KeepingHandler::kept[2]), "hello");
+  EXPECT_EQ(Narrow(KeepingHandler::kept[3]), "big ");
   // The temporaries are gone: the kept strings are the partners' only owners.
   for (const InspectedString& partner : KeepingHandler::kept)
-    EXPECT_EQ(1u, partner.Held()->NumSmartLocks());
+    EXPECT_EQ(partner.Held()->NumSmartLocks(), 1u);
   KeepingHandler::kept.clear();
 }
 
 TEST(PString, NullTextOperandIsAnEmptyString) {
   const PString text("abc", true);
   const char* none = nullptr;
-  EXPECT_EQ(1, text.CompareTo(none, kStrCompExact));
-  EXPECT_EQ(0, PString().CompareTo(none, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, text.FindForward(none, 0, kStrCompExact));
-  EXPECT_EQ(kStringNotFound, text.FindBackward(none, 0, kStrCompExact));
+  EXPECT_EQ(text.CompareTo(none, kStrCompExact), 1);
+  EXPECT_EQ(PString().CompareTo(none, kStrCompExact), 0);
+  EXPECT_EQ(text.FindForward(none, 0, kStrCompExact), kStringNotFound);
+  EXPECT_EQ(text.FindBackward(none, 0, kStrCompExact), kStringNotFound);
   PString changed = text;
   changed.Insert(none, 1);
   changed += "";
-  EXPECT_EQ("abc", Narrow(changed));
+  EXPECT_EQ(Narrow(changed), "abc");
 }
 
 TEST(PString, AppendingTextToAnEmptyStringBorrowsItAndToAnotherCopiesIt) {
@@ -580,8 +581,8 @@ TEST(PString, AppendingTextToAnEmptyStringBorrowsItAndToAnotherCopiesIt) {
   text += caller;
   EXPECT_NE(static_cast<const void*>(kLiteral), text.Held()->GetContent());
   caller[0] = 'M';
-  EXPECT_EQ("borrowedmore", Narrow(text));
-  EXPECT_EQ(16u, static_cast<PMBStringHandler*>(text.Held())->Capacity());
+  EXPECT_EQ(Narrow(text), "borrowedmore");
+  EXPECT_EQ(static_cast<PMBStringHandler*>(text.Held())->Capacity(), 16u);
 }
 
 TEST(PString, AsciiStringAppendsTextThroughItsOwnBuffer) {
@@ -589,9 +590,9 @@ TEST(PString, AsciiStringAppendsTextThroughItsOwnBuffer) {
   text += "defgh";
   EXPECT_STREQ("abcdefgh", static_cast<const char*>(text));
   EXPECT_EQ(&gASCIIStringHandlerDec, text.Held()->GetHandlerType());
-  EXPECT_EQ(16u, static_cast<PASCIIStringHandler*>(text.Held())->Capacity());
+  EXPECT_EQ(static_cast<PASCIIStringHandler*>(text.Held())->Capacity(), 16u);
   InspectedASCII empty;
   empty += "xy";
   EXPECT_EQ(&gASCIIStringHandlerDec, empty.Held()->GetHandlerType());
-  EXPECT_EQ(8u, static_cast<PASCIIStringHandler*>(empty.Held())->Capacity());
+  EXPECT_EQ(static_cast<PASCIIStringHandler*>(empty.Held())->Capacity(), 8u);
 }

@@ -4,7 +4,7 @@
 
 #include <qvbase/MemoryManager.h>
 
-namespace qvtest {
+namespace qvbase::test {
 
 struct SystemCalls {
   static void* Allocate(MemoryManager*, ULONG size, unsigned short mode) {
@@ -18,4 +18,4 @@ struct SystemCalls {
   static void Stats(MemoryManager*, ULONG*, ULONG*, ULONG*) {}
 };
 
-} // namespace qvtest
+} // namespace qvbase::test

@@ -11,13 +11,13 @@
 #include <map>
 #include <string>
 
-namespace qvtest {
+namespace qvbase::test {
 std::map<std::string, ChildRole>& ChildRoles();
 }
 
 int main(int argc, char** argv) {
   if (argc >= 3 && std::strcmp(argv[1], "--qvtest-child") == 0) {
-    auto& roles = qvtest::ChildRoles();
+    auto& roles = qvbase::test::ChildRoles();
     auto it = roles.find(argv[2]);
     if (it == roles.end()) {
       std::fprintf(stderr, "unknown child role %s\n", argv[2]);

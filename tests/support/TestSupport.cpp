@@ -13,7 +13,7 @@
 
 namespace fs = std::filesystem;
 
-namespace qvtest {
+namespace qvbase::test {
 
 namespace {
 
@@ -114,4 +114,4 @@ bool RegisterChildRole(const char* role, ChildRole function) {
   return true;
 }
 
-} // namespace qvtest
+} // namespace qvbase::test

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace qvtest {
+namespace qvbase::test {
 
 // The running test executable, and the folder every built binary lands in.
 std::string SelfPath();
@@ -84,4 +84,8 @@ RunResult Run(const std::vector<std::string>& argv);
 typedef int (*ChildRole)(const std::vector<std::string>& args);
 bool RegisterChildRole(const char* role, ChildRole function);
 
-} // namespace qvtest
+} // namespace qvbase::test
+
+// The support's namespace was called qvtest before the suites settled on
+// qvbase::test; suites written against the old name keep compiling.
+namespace qvtest = qvbase::test;

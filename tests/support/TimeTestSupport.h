@@ -7,7 +7,7 @@
 
 #include <memory>
 
-namespace qvtest {
+namespace qvbase::test {
 
 // Sets TZ for its lifetime and makes the C library reread it; restores both
 // after. On Windows the machine's zone still governs the system conversions,
@@ -33,4 +33,4 @@ private:
 constexpr const char kCentralEurope[] = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr const char kUniversal[] = "UTC0";
 
-} // namespace qvtest
+} // namespace qvbase::test

@@ -4,7 +4,8 @@
 #include <qvbase/PErrorCodes.h>
 #include <qvbase/PErrorProtection.h>
 
-#include "support/StringTestSupport.h"
+#include "support/ErrorTestSupport.h"
+#include "support/LocaleTestSupport.h"
 #include "support/TimeTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -48,12 +49,7 @@ protected:
 };
 
 PError BreakdownError(const PLocalDate& date) {
-  try {
-    date.Year();
-  } catch (const PError& error) {
-    return error;
-  }
-  return PError(-1);
+  return qvbase::test::Caught([&] { date.Year(); });
 }
 
 TEST(PUTDate, ZeroIsTheEpoch) {
@@ -164,7 +160,7 @@ TEST(PLocalDate, FieldsOfAKnownDate) {
 
 TEST(PLocalDate, LocalFieldsDoNotDependOnTheZone) {
   // The local reading is broken down as universal time: no zone enters.
-  qvtest::ScopedTimeZone zone(qvtest::kCentralEurope);
+  qvbase::test::ScopedTimeZone zone(qvbase::test::kCentralEurope);
   EXPECT_EQ(kPiDay.Hours(), 13);
   EXPECT_EQ(PLocalDate(0).Hours(), 0);
 }
@@ -213,11 +209,11 @@ TEST(PLocalDate, BreakdownBeforeTheEpochRaisesFatal1200) {
   EXPECT_GT(error.Line(), 0u);
   EXPECT_EQ(BreakdownError(PLocalDate()).Code(), kErrDateBreakdown);
   // Less than a second before the epoch truncates to second 0.
-  EXPECT_EQ(BreakdownError(PLocalDate(PTime(-1))).Code(), -1);
+  EXPECT_EQ(BreakdownError(PLocalDate(PTime(-1))).Code(), qvbase::test::kNothingThrown);
 }
 
 TEST(PLocalDate, IgnoredBreakdownErrorGivesZeroFields) {
-  qvtest::ScopedIgnoreErrors ignore;
+  qvbase::test::ScopedErrorCapture ignore;
   const PLocalDate date(-5);
   EXPECT_EQ(date.Year(), 0);
   EXPECT_EQ(date.Day(), 0);
@@ -238,17 +234,17 @@ TEST(PLocalDate, DaylightSavingFailureIsError1200OfSeverity29) {
 }
 
 TEST(PLocalDate, IgnoredDaylightSavingFailureGivesFalse) {
-  qvtest::ScopedIgnoreErrors ignore;
+  qvbase::test::ScopedErrorCapture ignore;
   EXPECT_FALSE(PLocalDate().IsDaySavingTime());
   EXPECT_EQ(ignore.hook.lastCode, kErrDateBreakdown);
 }
 
 #if !defined(_WIN32)
 TEST(PLocalDate, DaylightSavingReadsTheSameSecondsInTheZone) {
-  qvtest::ScopedTimeZone zone(qvtest::kCentralEurope);
+  qvbase::test::ScopedTimeZone zone(qvbase::test::kCentralEurope);
   EXPECT_TRUE(PLocalDate(1720000000).IsDaySavingTime());  // July 2024
   EXPECT_FALSE(PLocalDate(1705000000).IsDaySavingTime()); // January 2024
-  qvtest::ScopedTimeZone universal(qvtest::kUniversal);
+  qvbase::test::ScopedTimeZone universal(qvbase::test::kUniversal);
   EXPECT_FALSE(PLocalDate(1720000000).IsDaySavingTime());
 }
 #endif
@@ -320,7 +316,7 @@ TEST(PLocalDate, FormatSmallFieldsGetTheirPadding) {
 }
 
 TEST(PLocalDate, FormatNamePlaceholdersInTheCLocale) {
-  qvtest::ScopedLocale locale("C");
+  qvbase::test::ScopedLocale locale("C");
   EXPECT_EQ(Formatted(kPiDay, "^MMM^|^MMMM^|^ddd^|^dddd^|^t^|^tt^|^gg^"),
             "Mar|March|Thu|Thursday|P|PM|");
   EXPECT_EQ(Formatted(PLocalDate(0), "^tt^"), "AM");

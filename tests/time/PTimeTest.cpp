@@ -3,7 +3,7 @@
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PTime.h>
 
-#include "support/StringTestSupport.h"
+#include "support/ErrorTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -167,12 +167,7 @@ TEST(PTime, ScanResumesAfterASkippedPlaceholder) {
 }
 
 PError FormatError(const PTime& time) {
-  try {
-    time.Format(PMBString("^H^", true));
-  } catch (const PError& error) {
-    return error;
-  }
-  return PError(-1);
+  return qvbase::test::Caught([&] { time.Format(PMBString("^H^", true)); });
 }
 
 TEST(PTime, FormattingANegativeTimeRaisesFatal1200) {
@@ -182,11 +177,11 @@ TEST(PTime, FormattingANegativeTimeRaisesFatal1200) {
   EXPECT_STREQ(error.File(), "src\\PDate");
   EXPECT_GT(error.Line(), 0u);
   EXPECT_EQ(FormatError(PTime()).Code(), kErrDateBreakdown);
-  EXPECT_EQ(FormatError(PTime(0)).Code(), -1);
+  EXPECT_EQ(FormatError(PTime(0)).Code(), qvbase::test::kNothingThrown);
 }
 
 TEST(PTime, IgnoredFormatErrorStillFillsThePattern) {
-  qvtest::ScopedIgnoreErrors ignore;
+  qvbase::test::ScopedErrorCapture ignore;
   const PTime time(-3725, 0);
   EXPECT_EQ(Formatted(time, "^TM^"), "-62");
   EXPECT_EQ(ignore.hook.calls, 1);

@@ -5,7 +5,7 @@
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/WINDate.h>
 
-#include "support/StringTestSupport.h"
+#include "support/ErrorTestSupport.h"
 #include "support/TimeTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -41,15 +41,7 @@ public:
   bool HasSystemTime() const { return m_systemTime != nullptr; }
 };
 
-template <typename Action>
-PError ErrorOf(Action action) {
-  try {
-    action();
-  } catch (const PError& error) {
-    return error;
-  }
-  return PError(-1);
-}
+using qvbase::test::Caught;
 
 void ExpectConversionError(const PError& error) {
   EXPECT_EQ(error.Code(), kErrDateConversion);
@@ -76,7 +68,7 @@ TEST(WINUTDate, FileTimeOffsetIsOneProcessWideConstant) {
 }
 
 TEST(WINLocalDate, InvalidLocalDateConvertsToInvalidUniversalDateWithoutError) {
-  qvtest::ScopedIgnoreErrors watch;
+  qvbase::test::ScopedErrorCapture watch;
   const WINLocalDate local;
   const WINUTDate universal(local);
   EXPECT_FALSE(universal.IsValid());
@@ -150,13 +142,13 @@ TEST(WINUTDate, DatesBeforeTheEpochReachBackTo1601) {
 }
 
 TEST(WINUTDate, RefusedSystemTimeRaises1201) {
-  ExpectConversionError(ErrorOf([] { MakeNUTDate(2023, 2, 29, 0, 0, 0, 0); }));
-  ExpectConversionError(ErrorOf([] { MakeNLocDate(2024, 13, 1, 0, 0, 0, 0); }));
-  ExpectConversionError(ErrorOf([] { MakeNUTDate(1600, 12, 31, 0, 0, 0, 0); }));
+  ExpectConversionError(Caught([] { MakeNUTDate(2023, 2, 29, 0, 0, 0, 0); }));
+  ExpectConversionError(Caught([] { MakeNLocDate(2024, 13, 1, 0, 0, 0, 0); }));
+  ExpectConversionError(Caught([] { MakeNUTDate(1600, 12, 31, 0, 0, 0, 0); }));
 }
 
 TEST(WINUTDate, IgnoredRefusalGivesNoDate) {
-  qvtest::ScopedIgnoreErrors ignore;
+  qvbase::test::ScopedErrorCapture ignore;
   const WINUTDate date = MakeNUTDate(2024, 4, 31, 0, 0, 0, 0);
   EXPECT_FALSE(date.IsValid());
   EXPECT_EQ(ignore.hook.lastCode, kErrDateConversion);
@@ -164,11 +156,11 @@ TEST(WINUTDate, IgnoredRefusalGivesNoDate) {
 
 TEST(WINUTDate, SystemTimeBefore1601Raises1201) {
   const WINUTDate date(PTime(-kOffset - 1));
-  ExpectConversionError(ErrorOf([&] {
+  ExpectConversionError(Caught([&] {
     SYSTEMTIME fields = date;
     (void)fields;
   }));
-  qvtest::ScopedIgnoreErrors ignore;
+  qvbase::test::ScopedErrorCapture ignore;
   const SYSTEMTIME fields = date;
   EXPECT_EQ(fields.wYear, 0);
   EXPECT_EQ(ignore.hook.calls, 1);
@@ -176,9 +168,9 @@ TEST(WINUTDate, SystemTimeBefore1601Raises1201) {
 
 TEST(WINLocalDate, FailedCreateSTRaises1201AndLeavesItUnbuilt) {
   InspectedLocalDate date(PTime(-kOffset - 1));
-  ExpectConversionError(ErrorOf([&] { date.Day(); }));
+  ExpectConversionError(Caught([&] { date.Day(); }));
   EXPECT_FALSE(date.HasSystemTime());
-  qvtest::ScopedIgnoreErrors ignore;
+  qvbase::test::ScopedErrorCapture ignore;
   EXPECT_EQ(date.Year(), 0);
   EXPECT_EQ(date.Month(), 0);
   EXPECT_FALSE(date.HasSystemTime());
@@ -242,14 +234,14 @@ TEST(WINLocalDate, UniversalAndLocalConvertBothWaysInAnyZone) {
 
 #if !defined(_WIN32)
 TEST(WINLocalDate, ZoneOffsetIsTheOneAtTheInstant) {
-  qvtest::ScopedTimeZone zone(qvtest::kCentralEurope);
+  qvbase::test::ScopedTimeZone zone(qvbase::test::kCentralEurope);
   const WINLocalDate summer(MakeNUTDate(2024, 7, 1, 12, 0, 0, 0));
   EXPECT_EQ(summer.Hours(), 14);
   EXPECT_TRUE(summer.IsDaySavingTime());
   const WINLocalDate winter(MakeNUTDate(2024, 1, 1, 12, 0, 0, 0));
   EXPECT_EQ(winter.Hours(), 13);
   EXPECT_EQ(WINUTDate(winter), MakeNUTDate(2024, 1, 1, 12, 0, 0, 0));
-  qvtest::ScopedTimeZone universal(qvtest::kUniversal);
+  qvbase::test::ScopedTimeZone universal(qvbase::test::kUniversal);
   EXPECT_EQ(WINLocalDate(MakeNUTDate(2024, 7, 1, 12, 0, 0, 0)).Hours(), 12);
 }
 #endif

@@ -17,11 +17,11 @@
 
 namespace {
 
-using qvtest::RunResult;
+using qvbase::test::RunResult;
 
 RunResult Qvdump(std::vector<std::string> args) {
-  args.insert(args.begin(), qvtest::BuiltProgram("qvdump"));
-  return qvtest::Run(args);
+  args.insert(args.begin(), qvbase::test::BuiltProgram("qvdump"));
+  return qvbase::test::Run(args);
 }
 
 // Tools print "\n"; under Windows the C runtime writes "\r\n".
@@ -94,9 +94,9 @@ std::string SmallTree() {
 }
 
 RunResult DumpBytes(const std::string& bytes, std::vector<std::string> options = {}) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   std::string path = dir.File("sections.bin");
-  qvtest::WriteFile(path, bytes);
+  qvbase::test::WriteFile(path, bytes);
   options.push_back(path);
   return Qvdump(options);
 }
@@ -268,7 +268,7 @@ TEST(Qvdump, EmptyFilePrintsNothing) {
 }
 
 TEST(Qvdump, MissingFileIsBadInput) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   RunResult r = Qvdump({dir.File("absent.bin")});
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(IsOneLine(r.err)) << r.err;
@@ -276,9 +276,9 @@ TEST(Qvdump, MissingFileIsBadInput) {
 }
 
 TEST(Qvdump, FileLargerThanOneGibibyteIsRefusedBeforeReading) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   std::string f = dir.File("huge.bin");
-  qvtest::WriteFile(f, "");
+  qvbase::test::WriteFile(f, "");
   // Sparse: one byte over the limit, without writing a gibibyte.
   std::filesystem::resize_file(f, (std::uintmax_t(1) << 30) + 1);
   RunResult r = Qvdump({f});
@@ -306,9 +306,9 @@ TEST(Qvdump, HelpPrintsUsageAndSucceeds) {
 }
 
 TEST(Qvdump, WrongUsageExitsWithTwoAndOneLine) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   std::string f = dir.File("f.bin");
-  qvtest::WriteFile(f, "");
+  qvbase::test::WriteFile(f, "");
   const std::vector<std::vector<std::string>> rows = {
       {}, {"--hex"}, {"--bogus", f}, {f, f}, {"--mm", "--ii", f},
   };

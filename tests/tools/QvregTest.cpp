@@ -8,11 +8,11 @@
 
 namespace {
 
-using qvtest::RunResult;
+using qvbase::test::RunResult;
 
 RunResult Qvreg(std::vector<std::string> args) {
-  args.insert(args.begin(), qvtest::BuiltProgram("qvreg"));
-  return qvtest::Run(args);
+  args.insert(args.begin(), qvbase::test::BuiltProgram("qvreg"));
+  return qvbase::test::Run(args);
 }
 
 // Tools print "\n"; under Windows the C runtime writes "\r\n".
@@ -35,7 +35,7 @@ TEST(Qvreg, HelpPrintsUsageAndSucceeds) {
 }
 
 TEST(Qvreg, WrongUsageExitsWithTwoAndOneLine) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   const std::vector<std::vector<std::string>> rows = {
       {},
       {"frobnicate"},
@@ -62,7 +62,7 @@ TEST(Qvreg, WrongUsageExitsWithTwoAndOneLine) {
 }
 
 TEST(Qvreg, SetThenGetEveryType) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   std::string key = registry.FullKeyName() + "\\Config";
   struct Row {
     std::vector<std::string> set;
@@ -94,7 +94,7 @@ TEST(Qvreg, SetThenGetEveryType) {
 }
 
 TEST(Qvreg, MissingKeyOrValueFailsWithOne) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   RunResult r = Qvreg({"get", registry.FullKeyName() + "\\Nowhere", "x"});
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(IsOneLine(r.err)) << r.err;
@@ -108,7 +108,7 @@ TEST(Qvreg, MissingKeyOrValueFailsWithOne) {
 }
 
 TEST(Qvreg, DeleteRemovesValuesAndKeys) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   std::string key = registry.FullKeyName() + "\\A\\B";
   ASSERT_EQ(Qvreg({"set", key, "x", "sz", "1"}).status, 0);
   ASSERT_EQ(Qvreg({"set", key, "y", "sz", "2"}).status, 0);
@@ -120,7 +120,7 @@ TEST(Qvreg, DeleteRemovesValuesAndKeys) {
 }
 
 TEST(Qvreg, ListShowsSubKeysThenValues) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   std::string key = registry.FullKeyName();
   ASSERT_EQ(Qvreg({"set", key + "\\Sub", "x", "sz", "1"}).status, 0);
   // Written in name order: Wine lists values sorted, Windows and the POSIX
@@ -140,28 +140,28 @@ std::string Substitute(std::string text, const std::string& key) {
 }
 
 TEST(Qvreg, ImportThenExportMatchesTheHandWrittenFile) {
-  qvtest::ScratchRegistry registry;
-  qvtest::TempDir dir;
-  std::string input =
-      Substitute(qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-input.reg"), registry.KeyPath());
-  std::string expected =
-      Substitute(qvtest::ReadFile(QVBASE_TEST_DATA_DIR "/export-expected.reg"), registry.KeyPath());
-  qvtest::WriteFile(dir.File("in.reg"), input);
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::TempDir dir;
+  std::string input = Substitute(qvbase::test::ReadFile(QVBASE_TEST_DATA_DIR "/export-input.reg"),
+                                 registry.KeyPath());
+  std::string expected = Substitute(
+      qvbase::test::ReadFile(QVBASE_TEST_DATA_DIR "/export-expected.reg"), registry.KeyPath());
+  qvbase::test::WriteFile(dir.File("in.reg"), input);
   RunResult r = Qvreg({"import", dir.File("in.reg")});
   ASSERT_EQ(r.status, 0) << r.err;
   r = Qvreg({"export", registry.FullKeyName(), dir.File("out.reg")});
   ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(qvtest::ReadFile(dir.File("out.reg")), expected);
+  EXPECT_EQ(qvbase::test::ReadFile(dir.File("out.reg")), expected);
 }
 
 TEST(Qvreg, Utf16ExportImportsBackUnchanged) {
-  qvtest::ScratchRegistry registry;
-  qvtest::TempDir dir;
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::TempDir dir;
   std::string key = registry.FullKeyName() + "\\K";
   ASSERT_EQ(Qvreg({"set", key, "accent", "sz", "caf\xC3\xA9"}).status, 0);
   ASSERT_EQ(Qvreg({"set", key, "n", "dword", "7"}).status, 0);
   ASSERT_EQ(Qvreg({"export", key, dir.File("wide.reg"), "--utf16"}).status, 0);
-  std::string wide = qvtest::ReadFile(dir.File("wide.reg"));
+  std::string wide = qvbase::test::ReadFile(dir.File("wide.reg"));
   ASSERT_GE(wide.size(), 2u);
   EXPECT_EQ(wide.substr(0, 2), "\xFF\xFE");
   ASSERT_EQ(Qvreg({"delete-key", key}).status, 0);
@@ -172,11 +172,11 @@ TEST(Qvreg, Utf16ExportImportsBackUnchanged) {
 }
 
 TEST(Qvreg, MalformedImportChangesNothingAndNamesTheLine) {
-  qvtest::ScratchRegistry registry;
-  qvtest::TempDir dir;
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::TempDir dir;
   std::string key = registry.FullKeyName();
-  qvtest::WriteFile(dir.File("bad.reg"), "Windows Registry Editor Version 5.00\n\n[" + key +
-                                             "\\Good]\n\"x\"=\"1\"\n\"y\"=dword:nothex\n");
+  qvbase::test::WriteFile(dir.File("bad.reg"), "Windows Registry Editor Version 5.00\n\n[" + key +
+                                                   "\\Good]\n\"x\"=\"1\"\n\"y\"=dword:nothex\n");
   RunResult r = Qvreg({"import", dir.File("bad.reg")});
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(IsOneLine(r.err)) << r.err;
@@ -185,14 +185,14 @@ TEST(Qvreg, MalformedImportChangesNothingAndNamesTheLine) {
 }
 
 TEST(Qvreg, ImportAppliesDeletions) {
-  qvtest::ScratchRegistry registry;
-  qvtest::TempDir dir;
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::TempDir dir;
   std::string key = registry.FullKeyName();
   ASSERT_EQ(Qvreg({"set", key + "\\Old", "x", "sz", "1"}).status, 0);
   ASSERT_EQ(Qvreg({"set", key + "\\Keep", "x", "sz", "1"}).status, 0);
   ASSERT_EQ(Qvreg({"set", key + "\\Keep", "y", "sz", "2"}).status, 0);
-  qvtest::WriteFile(dir.File("del.reg"), "Windows Registry Editor Version 5.00\n\n[-" + key +
-                                             "\\Old]\n\n[" + key + "\\Keep]\n\"x\"=-\n");
+  qvbase::test::WriteFile(dir.File("del.reg"), "Windows Registry Editor Version 5.00\n\n[-" + key +
+                                                   "\\Old]\n\n[" + key + "\\Keep]\n\"x\"=-\n");
   ASSERT_EQ(Qvreg({"import", dir.File("del.reg")}).status, 0);
   EXPECT_EQ(Qvreg({"get", key + "\\Old", "x"}).status, 1);
   EXPECT_EQ(Qvreg({"get", key + "\\Keep", "x"}).status, 1);
@@ -200,7 +200,7 @@ TEST(Qvreg, ImportAppliesDeletions) {
 }
 
 TEST(Qvreg, StoreNamesWhereTheRegistryLives) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   RunResult r = Qvreg({"store"});
   EXPECT_EQ(r.status, 0);
 #if defined(_WIN32)
@@ -212,15 +212,15 @@ TEST(Qvreg, StoreNamesWhereTheRegistryLives) {
 
 #if !defined(_WIN32)
 TEST(Qvreg, CorruptStoreFailsWithFileAndLine) {
-  qvtest::ScratchRegistry registry;
+  qvbase::test::ScratchRegistry registry;
   const std::string bytes =
       "Windows Registry Editor Version 5.00\n\n[HKEY_CURRENT_USER\\X]\n\"v\"=hex:1,\n";
-  qvtest::WriteFile(registry.StoreFile(), bytes);
+  qvbase::test::WriteFile(registry.StoreFile(), bytes);
   RunResult r = Qvreg({"set", "HKCU\\Software\\Y", "v", "sz", "1"});
   EXPECT_EQ(r.status, 1);
   EXPECT_TRUE(IsOneLine(r.err)) << r.err;
   EXPECT_NE(r.err.find(registry.StoreFile() + ":4:"), std::string::npos) << r.err;
-  EXPECT_EQ(qvtest::ReadFile(registry.StoreFile()), bytes);
+  EXPECT_EQ(qvbase::test::ReadFile(registry.StoreFile()), bytes);
 }
 #endif
 
