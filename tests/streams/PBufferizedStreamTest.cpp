@@ -21,11 +21,11 @@ namespace {
 
 using qvbase::test::Caught;
 using qvbase::test::CountingHook;
+using qvbase::test::CountingMedium;
+using qvbase::test::CountingMediumHdl;
 using qvbase::test::kNothingThrown;
+using qvbase::test::ScopedBuffersMaxSize;
 using qvbase::test::ScopedErrorCapture;
-using qvtest::CountingMedium;
-using qvtest::CountingMediumHdl;
-using qvtest::ScopedBuffersMaxSize;
 
 constexpr ULONG kKiB = 1024;
 
@@ -481,10 +481,10 @@ public:
     m_manager = {0,
                  "Blocks",
                  &ScopedBlockManager::Allocate,
-                 &qvtest::SystemCalls::Reallocate,
+                 &qvbase::test::SystemCalls::Reallocate,
                  &ScopedBlockManager::Size,
                  &ScopedBlockManager::Release,
-                 &qvtest::SystemCalls::Stats};
+                 &qvbase::test::SystemCalls::Stats};
     m_saved = GGetDefaultMemManager();
     GSetDefaultMemManager(&m_manager);
   }
@@ -501,14 +501,14 @@ private:
   static bool IsScrap(void* block) { return block == s_scrap; }
   static void* Allocate(MemoryManager* self, ULONG size, unsigned short mode) {
     return size >= s_threshold ? s_allocate(self, size, mode)
-                               : qvtest::SystemCalls::Allocate(self, size, mode);
+                               : qvbase::test::SystemCalls::Allocate(self, size, mode);
   }
   static ULONG Size(MemoryManager* self, void* block) {
-    return IsScrap(block) ? sizeof s_scrap : qvtest::SystemCalls::Size(self, block);
+    return IsScrap(block) ? sizeof s_scrap : qvbase::test::SystemCalls::Size(self, block);
   }
   static void Release(MemoryManager* self, void* block) {
     if (!IsScrap(block))
-      qvtest::SystemCalls::Release(self, block);
+      qvbase::test::SystemCalls::Release(self, block);
   }
 
   static inline Allocator s_allocate = nullptr;

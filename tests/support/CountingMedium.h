@@ -6,8 +6,8 @@
 // it can be looked at after the handler is gone (the last PStream closes and
 // deletes it):
 //
-//   qvtest::CountingMedium medium("0123456789");
-//   PStream stream(new qvtest::CountingMediumHdl(medium, /*blockSize=*/4));
+//   qvbase::test::CountingMedium medium("0123456789");
+//   PStream stream(new qvbase::test::CountingMediumHdl(medium, /*blockSize=*/4));
 //   stream.Open(OpenRead);
 //   ...
 //   EXPECT_EQ(medium.ReadsAt(4), 1);
@@ -26,7 +26,7 @@
 #include <string>
 #include <vector>
 
-namespace qvtest {
+namespace qvbase::test {
 
 struct CountingMedium {
   explicit CountingMedium(std::string content = std::string()) : bytes(std::move(content)) {}
@@ -160,4 +160,4 @@ private:
   ULONG m_saved;
 };
 
-} // namespace qvtest
+} // namespace qvbase::test

@@ -87,5 +87,8 @@ bool RegisterChildRole(const char* role, ChildRole function);
 } // namespace qvbase::test
 
 // The support's namespace was called qvtest before the suites settled on
-// qvbase::test; suites written against the old name keep compiling.
-namespace qvtest = qvbase::test;
+// qvbase::test; code written against the old name keeps compiling. New code
+// uses qvbase::test.
+namespace qvtest {
+using namespace qvbase::test;
+} // namespace qvtest
