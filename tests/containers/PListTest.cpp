@@ -3,6 +3,8 @@
 #include <qvbase/PList.h>
 #include <qvbase/PSmartData.h>
 
+#include "PListTestSupport.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -12,108 +14,21 @@
 
 namespace {
 
-// Exposes the protected element operations, as a typed list would.
-class TestList : public PList {
-public:
-  using PList::PList;
-  using PList::operator=;
-  using PList::AddAnObject;
-  using PList::AddAnObjectAfter;
-  using PList::AddAnObjectBefore;
-  using PList::AddAnObjectHead;
-  using PList::AddAnObjectTail;
-  using PList::GetAFirstObject;
-  using PList::GetALastObject;
-  using PList::GetANextObject;
-  using PList::GetAnIndex;
-  using PList::GetAnObject;
-  using PList::GetAPrevObject;
-  using PList::InsertAList;
-  using PList::MoveAnIdx;
-  using PList::MoveAnObjectBackward;
-  using PList::MoveAnObjectForward;
-  using PList::MoveAnObjectTo;
-  using PList::MoveAnObjectToHead;
-  using PList::MoveAnObjectToTail;
-  using PList::RemoveAnIdx;
-  using PList::RemoveAnObject;
-  PListData* Data() const { return data; }
-};
-
-// Array back end with its fields in view.
-class InspectedArray : public PDynArrayData {
-public:
-  ULONG Capacity() const { return capacity; }
-  ULONG CacheIdx() const { return cacheIdx; }
-  void* CacheObj() const { return cacheObj; }
-};
-PListData* InspectedArrayConstructor() { return new InspectedArray; }
-
-class InspectedLinked : public PLinkedListData {
-public:
-  ULONG CacheIdx() const { return cacheIdx; }
-  void* CacheObj() const { return cacheObj; }
-};
-PListData* InspectedLinkedConstructor() { return new InspectedLinked; }
-
-PListData* NullConstructor() { return nullptr; }
-
-struct Backend {
-  const char* name;
-  PList::DataFactory factory;
-};
-const Backend kBackends[] = {
-    {"linked", GLinkedListDataConstructor},
-    {"array", GDynArrayDataConstructor},
-    {"smart linked", GSmartListDataConstructor},
-    {"smart array", GSmartArrayDataConstructor},
-};
-const Backend kPlainBackends[] = {
-    {"linked", GLinkedListDataConstructor},
-    {"array", GDynArrayDataConstructor},
-};
-
-// Distinct addresses to store; plain back ends never touch what they point at.
-int gItems[16];
-void* Item(int i) { return &gItems[i]; }
-
-std::vector<void*> Contents(const TestList& list) {
-  std::vector<void*> out;
-  for (ULONG i = 0; i < list.Size(); ++i)
-    out.push_back(list.GetAnObject(i));
-  return out;
-}
-
-void Fill(TestList& list, int n) {
-  for (int i = 0; i < n; ++i)
-    list.AddAnObjectTail(Item(i));
-}
-
-// Records, in one shared journal, the life events of smart elements.
-struct Journal {
-  std::vector<std::string> events;
-};
-
-class Tracked : public PSmartData {
-public:
-  Tracked(Journal* journal, std::string name, TestList* watched = nullptr)
-      : m_journal(journal), m_name(std::move(name)), m_watched(watched) {}
-  ~Tracked() override {
-    std::string where;
-    if (m_watched)
-      where = m_watched->GetAnIndex(this) == kListNoIndex ? " (out of list)" : " (still in list)";
-    m_journal->events.push_back("delete " + m_name + where);
-  }
-  void Initialize() override { m_journal->events.push_back("init " + m_name); }
-  void Uninitialize() override { m_journal->events.push_back("uninit " + m_name); }
-
-private:
-  Journal* m_journal;
-  std::string m_name;
-  TestList* m_watched;
-};
-
-const void* AsElement(const Tracked* t) { return static_cast<const PSmartData*>(t); }
+using qvbase::test::AsElement;
+using qvbase::test::Backend;
+using qvbase::test::Contents;
+using qvbase::test::Fill;
+using qvbase::test::InspectedArray;
+using qvbase::test::InspectedArrayConstructor;
+using qvbase::test::InspectedLinked;
+using qvbase::test::InspectedLinkedConstructor;
+using qvbase::test::Item;
+using qvbase::test::Journal;
+using qvbase::test::kBackends;
+using qvbase::test::kPlainBackends;
+using qvbase::test::NullConstructor;
+using qvbase::test::TestList;
+using qvbase::test::Tracked;
 
 TEST(PList, ArrayGrowsByFourSlots) {
   TestList list(InspectedArrayConstructor);
@@ -444,160 +359,6 @@ TEST(PList, LinkedCacheFollowsWhatWasTouched) {
   EXPECT_EQ(linked->CacheIdx(), kListNoIndex);
   EXPECT_EQ(list.GetAnObject(20), nullptr);
   EXPECT_EQ(linked->CacheIdx(), kListNoIndex);
-}
-
-// A memory manager that refuses every block, installed as the default.
-void* RefuseAllocate(MemoryManager*, ULONG, unsigned short) { return nullptr; }
-void* RefuseReallocate(MemoryManager*, void*, ULONG) { return nullptr; }
-ULONG RefuseSize(MemoryManager*, void*) { return 0; }
-void RefuseRelease(MemoryManager*, void*) {}
-void RefuseStats(MemoryManager*, ULONG*, ULONG*, ULONG*) {}
-
-class NoMemory {
-public:
-  NoMemory() : m_previous(GGetDefaultMemManager()) { GSetDefaultMemManager(&m_manager); }
-  ~NoMemory() { GSetDefaultMemManager(m_previous); }
-
-private:
-  MemoryManager m_manager = {0,          "Refusing",    RefuseAllocate, RefuseReallocate,
-                             RefuseSize, RefuseRelease, RefuseStats};
-  MemoryManager* m_previous;
-};
-
-TEST(PList, ArrayInsertWithoutMemoryKeepsTheRaisedCapacity) {
-  TestList list(InspectedArrayConstructor);
-  auto* array = static_cast<InspectedArray*>(list.Data());
-  Fill(list, 4);
-  {
-    NoMemory refuse;
-    list.AddAnObjectTail(Item(4));
-  }
-  EXPECT_EQ(list.Size(), 4u);
-  EXPECT_EQ(array->Capacity(), 8u);
-  EXPECT_EQ(Contents(list), (std::vector<void*>{Item(0), Item(1), Item(2), Item(3)}));
-  // With memory back, the next insert allocates the raised capacity
-  // instead of writing past the four slots it still has.
-  list.AddAnObjectTail(Item(4));
-  EXPECT_EQ(list.Size(), 5u);
-  EXPECT_EQ(array->Capacity(), 8u);
-  for (int i = 5; i < 9; ++i)
-    list.AddAnObjectTail(Item(i));
-  EXPECT_EQ(array->Capacity(), 12u);
-  EXPECT_EQ(list.GetAnObject(8), Item(8));
-}
-
-TEST(PList, LinkedInsertWithoutMemoryDoesNothing) {
-  Journal journal;
-  TestList list(GSmartListDataConstructor);
-  auto* t = new Tracked(&journal, "t");
-  t->AddRef();
-  {
-    NoMemory refuse;
-    list.AddAnObjectTail(AsElement(t));
-  }
-  EXPECT_TRUE(list.IsEmpty());
-  EXPECT_EQ(t->NumSmartLocks(), 1u); // no reference was taken
-  t->Release();
-}
-
-// A memory manager on the C heap that counts what it is asked, installed as
-// the default.
-struct Calls {
-  int allocate = 0, reallocate = 0, release = 0;
-};
-Calls gCalls;
-void* CountAllocate(MemoryManager*, ULONG size, unsigned short) {
-  ++gCalls.allocate;
-  return std::malloc(size);
-}
-void* CountReallocate(MemoryManager*, void* block, ULONG size) {
-  ++gCalls.reallocate;
-  return std::realloc(block, size);
-}
-ULONG CountSize(MemoryManager*, void*) { return 0; }
-void CountRelease(MemoryManager*, void* block) {
-  ++gCalls.release;
-  std::free(block);
-}
-
-class CountedMemory {
-public:
-  CountedMemory() : m_previous(GGetDefaultMemManager()) {
-    gCalls = Calls();
-    GSetDefaultMemManager(&m_manager);
-  }
-  ~CountedMemory() { GSetDefaultMemManager(m_previous); }
-
-private:
-  MemoryManager m_manager = {0,         "Counting",   CountAllocate, CountReallocate,
-                             CountSize, CountRelease, RefuseStats};
-  MemoryManager* m_previous;
-};
-
-TEST(PList, ArrayGrowthUnderAnInstalledManagerAllocatesCopiesAndReleases) {
-  CountedMemory counted;
-  {
-    TestList list(InspectedArrayConstructor);
-    auto* array = static_cast<InspectedArray*>(list.Data());
-    for (int i = 0; i < 9; ++i)
-      list.AddAnObject(Item(i), static_cast<ULONG>(i / 2)); // growth with a tail to move
-    EXPECT_EQ(array->Capacity(), 12u);
-    // Three blocks (4, 8, 12 slots), the first two given back, nothing
-    // resized behind the manager's back.
-    EXPECT_EQ(gCalls.allocate, 3);
-    EXPECT_EQ(gCalls.release, 2);
-    EXPECT_EQ(gCalls.reallocate, 0);
-    EXPECT_EQ(Contents(list), (std::vector<void*>{Item(1), Item(3), Item(5), Item(7), Item(8),
-                                                  Item(6), Item(4), Item(2), Item(0)}));
-  }
-  EXPECT_EQ(gCalls.release, 3);
-}
-
-// The system record is writable: an application may route its functions
-// through its own, and then sees every growth step as on its own manager.
-TEST(PList, ArrayGrowthWithPatchedSystemFunctionsAllocatesCopiesAndReleases) {
-  const MemoryManager original = *gSysManager;
-  gCalls = Calls();
-  gSysManager->allocate = CountAllocate;
-  gSysManager->reallocate = CountReallocate;
-  gSysManager->release = CountRelease;
-  std::vector<void*> contents;
-  ULONG capacity = 0;
-  Calls seen;
-  {
-    TestList list(InspectedArrayConstructor);
-    auto* array = static_cast<InspectedArray*>(list.Data());
-    gCalls = Calls();
-    for (int i = 0; i < 9; ++i)
-      list.AddAnObject(Item(i), static_cast<ULONG>(i));
-    seen = gCalls;
-    capacity = array->Capacity();
-    contents = Contents(list);
-  }
-  *gSysManager = original;
-  EXPECT_EQ(capacity, 12u);
-  EXPECT_EQ(seen.allocate, 3);
-  EXPECT_EQ(seen.release, 2);
-  EXPECT_EQ(seen.reallocate, 0);
-  EXPECT_EQ(contents, (std::vector<void*>{Item(0), Item(1), Item(2), Item(3), Item(4), Item(5),
-                                          Item(6), Item(7), Item(8)}));
-}
-
-TEST(PList, ArrayGrowthOnTheSystemHeapKeepsEveryElementInPlace) {
-  // Inserted at the head, in the middle and at the tail across many growth
-  // steps; the result must be the vector's.
-  TestList list(InspectedArrayConstructor);
-  auto* array = static_cast<InspectedArray*>(list.Data());
-  std::vector<void*> model;
-  for (int i = 0; i < 1000; ++i) {
-    ULONG at = i % 3 == 0   ? 0
-               : i % 3 == 1 ? static_cast<ULONG>(model.size() / 2)
-                            : static_cast<ULONG>(model.size());
-    list.AddAnObject(Item(i % 16), at);
-    model.insert(model.begin() + at, Item(i % 16));
-  }
-  EXPECT_EQ(array->Capacity(), 1000u);
-  EXPECT_EQ(Contents(list), model);
 }
 
 // Every back end against a plain vector, over many random operations.

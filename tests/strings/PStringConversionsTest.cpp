@@ -4,8 +4,8 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PStringConversions.h>
 
-#include "support/LocaleTestSupport.h"
 #include "support/ErrorTestSupport.h"
+#include "support/LocaleTestSupport.h"
 #include "support/StringTestSupport.h"
 
 #include <gtest/gtest.h>

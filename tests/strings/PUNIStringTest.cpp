@@ -5,8 +5,8 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
-#include "support/LocaleTestSupport.h"
 #include "support/ErrorTestSupport.h"
+#include "support/LocaleTestSupport.h"
 #include "support/StringTestSupport.h"
 
 #include <gtest/gtest.h>
