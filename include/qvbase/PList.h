@@ -91,7 +91,7 @@ private:
   // Slots really allocated. Equal to capacity, except after a growth whose
   // allocation failed: capacity keeps its raised value, and the next insert
   // allocates that capacity instead of writing past the old slots.
-  ULONG m_slots;
+  ULONG m_allocatedSlots;
 };
 
 // One element of a PLinkedListData.

@@ -60,9 +60,9 @@ protected:
 
 private:
   void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line);
-  // Raises the error for an operation that needs `mode`: 1223 when closed,
+  // Raises the error for an operation that needs `mode`: kErrStreamClosed when closed,
   // `wrongMode` when open otherwise. True when the section is in `mode`.
-  bool Require(ULONG mode, int wrongMode, ULONG line);
+  bool RequireOpenMode(ULONG mode, int wrongMode, ULONG line);
 
   PUniversalID m_identifier;
   ULONG m_version;

@@ -63,7 +63,7 @@ void PListData::ARefRemoved(const void*) const {}
 // PDynArrayData
 
 PDynArrayData::PDynArrayData()
-    : capacity(0), array(nullptr), cacheIdx(kListNoIndex), cacheObj(nullptr), m_slots(0) {}
+    : capacity(0), array(nullptr), cacheIdx(kListNoIndex), cacheObj(nullptr), m_allocatedSlots(0) {}
 
 PDynArrayData::~PDynArrayData() { GMemFree(array); }
 
@@ -71,7 +71,7 @@ void PDynArrayData::InsertARef(const void* object, ULONG index) {
   if (index > count)
     index = count;
   void* element = const_cast<void*>(object);
-  if (count < m_slots) {
+  if (count < m_allocatedSlots) {
     std::memmove(array + index + 1, array + index, (count - index) * sizeof(void*));
     array[index] = element;
   } else {
@@ -85,11 +85,11 @@ void PDynArrayData::InsertARef(const void* object, ULONG index) {
     }
     // The new block holds the old elements, then the tail moves up by one.
     void** grown = static_cast<void**>(
-        qvbase::detail::GrowBlock(array, static_cast<ULONG>(count * sizeof(void*)),
-                                  static_cast<ULONG>(capacity * sizeof(void*))));
+        qvbase::core::GrowBlock(array, static_cast<ULONG>(count * sizeof(void*)),
+                                static_cast<ULONG>(capacity * sizeof(void*))));
     if (!grown)
       return;
-    m_slots = capacity;
+    m_allocatedSlots = capacity;
     std::memmove(grown + index + 1, grown + index, (count - index) * sizeof(void*));
     grown[index] = element;
     array = grown;
@@ -125,7 +125,7 @@ void PDynArrayData::RemoveAllRefs() {
   GMemFree(array);
   array = nullptr;
   capacity = 0;
-  m_slots = 0;
+  m_allocatedSlots = 0;
 }
 
 bool PDynArrayData::MoveARef(ULONG from, ULONG to) {

@@ -5,7 +5,7 @@
 #include <qvbase/QVCompat.h>
 
 namespace qvbase {
-namespace detail {
+namespace core {
 
 // A block of at least `newSize` bytes from the default manager that starts
 // with the first `keep` bytes of `block` (which may be null), `block` being
@@ -22,5 +22,11 @@ namespace detail {
 // usable size and at least what was asked anyway, can be larger.
 void* GrowBlock(void* block, ULONG keep, ULONG newSize);
 
+} // namespace core
+
+// The name GrowBlock had before the library's helpers took the names of
+// their folders; kept for code written against it.
+namespace detail {
+using core::GrowBlock;
 } // namespace detail
 } // namespace qvbase

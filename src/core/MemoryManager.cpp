@@ -165,7 +165,7 @@ bool IsRuntimeHeap(const MemoryManager* manager) {
 
 } // namespace
 
-void* qvbase::detail::GrowBlock(void* block, ULONG keep, ULONG newSize) {
+void* qvbase::core::GrowBlock(void* block, ULONG keep, ULONG newSize) {
   MemoryManager* owner = block ? OwnerOf(block) : nullptr;
   // The new block would carry the default manager in its header; a resized
   // one keeps its owner's, so both must be the same record.

@@ -6,6 +6,7 @@
 #include <qvbase/PError.h>
 
 namespace qvbase {
+namespace errors {
 
 // An error is being signalled: opens a block (unless in no-error mode).
 void TraceErrorSignalled(const PError& error);
@@ -26,4 +27,12 @@ public:
   NoErrorModeScope& operator=(const NoErrorModeScope&) = delete;
 };
 
+} // namespace errors
+
+// The names these had before the library's helpers took the names of their
+// folders; kept for code written against them.
+using errors::NoErrorModeScope;
+using errors::TraceErrorIgnored;
+using errors::TraceErrorSignalled;
+using errors::TraceErrorTransformed;
 } // namespace qvbase

@@ -96,7 +96,7 @@ void CloseBlock() {
 
 } // namespace
 
-namespace qvbase {
+namespace qvbase::errors {
 
 void TraceErrorSignalled(const PError& error) {
   // Written in no-error mode too, but without opening a block.
@@ -136,7 +136,7 @@ void TraceErrorIgnored() {
   EndRecord();
 }
 
-} // namespace qvbase
+} // namespace qvbase::errors
 
 void GDbgEnterHandling(const PError&, const char* file, ULONG line) {
   if (gNoErrorMode > 0 || !BeginRecord())

@@ -283,7 +283,7 @@ void PErrorProtectionStatus::SignalError(PError& error) {
     return;
   if (m_top)
     error = m_top->PrepareError(error);
-  qvbase::TraceErrorSignalled(error);
+  qvbase::errors::TraceErrorSignalled(error);
   // Control codes were handled where they were made: never displayed again.
   if (!IsControlCode(error.Code())) {
     TypErrorHandlingEnum handling = DisplayError(error);
@@ -295,19 +295,19 @@ void PErrorProtectionStatus::SignalError(PError& error) {
       error.SetIntegerInfo("waserror", error.Code());
       // Retry becomes kErrControlRetry, item kErrControlSkipItem, and so on.
       error.SetCode(handling - 1);
-      qvbase::TraceErrorTransformed(error);
+      qvbase::errors::TraceErrorTransformed(error);
       throw PError(error);
     case ErrorHandlingNone:
       break;
     default:
       // Ignored, or an answer outside the defined ones: the error is dropped.
-      qvbase::TraceErrorIgnored();
+      qvbase::errors::TraceErrorIgnored();
       return;
     }
   }
   // A warning that nobody handled is dropped; anything else is thrown.
   if (error.Severity() == ErrorSeverityWarning) {
-    qvbase::TraceErrorIgnored();
+    qvbase::errors::TraceErrorIgnored();
     return;
   }
   throw PError(error);

@@ -168,5 +168,7 @@ LONG HResultFromPError(PError error) {
   std::uint32_t native = static_cast<std::uint32_t>(error.GetIntegerInfo("nativecode", 0));
   if (native == 0)
     return S_OK;
+  // The Win32 form, by design also for a status of another facility: the
+  // round trip through an error keeps only the low 16 bits.
   return HResult(0x80070000u | (native & 0xFFFFu));
 }

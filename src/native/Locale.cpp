@@ -1,11 +1,12 @@
-// Locale.cpp - the string forms of the multibyte and UTF-16 conversions.
-// Part of qvbase, the QVKernel foundation class library.
-//
-// Built on the buffer forms, which each platform implements; and the memory
+// Locale.cpp - what the locale services share on every platform: adopting
+// the user's locale, the string forms of the multibyte and UTF-16 conversions
+// (built on the buffer forms, which each platform implements), and the memory
 // of the 7-bit traits of each locale met.
+// Part of qvbase, the QVKernel foundation class library.
 #include "native/Locale.h"
 
 #include <atomic>
+#include <clocale>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -13,6 +14,13 @@
 
 namespace qvbase {
 namespace native {
+
+// The same on every platform: the C runtime's own notion of the user's
+// locale (the environment on POSIX, the user's settings on Windows).
+const char* AdoptUserLocale() {
+  const char* name = std::setlocale(LC_ALL, "");
+  return name ? name : "C";
+}
 
 std::u16string MultiByteToUnits(const std::string& text) {
   std::size_t n = MultiByteToUnits(text.data(), text.size(), nullptr, 0);

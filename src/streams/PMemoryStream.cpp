@@ -283,7 +283,7 @@ void PMemoryStreamHdl::IOSetSize(unsigned __int64 size) {
   } else if (m_capacity < newCapacity) {
     // One block of the rounded size, holding the content: growth is linear
     // in granularity steps.
-    char* block = static_cast<char*>(qvbase::detail::GrowBlock(m_buffer, m_size, newCapacity));
+    char* block = static_cast<char*>(qvbase::core::GrowBlock(m_buffer, m_size, newCapacity));
     if (!block) {
       RaiseError(kErrOutOfMemory, ErrorSeverityAbort, __LINE__);
       return; // let through: the content stays as it was

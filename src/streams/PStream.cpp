@@ -46,7 +46,7 @@ void PStreamHdl::Uninitialize() {
     Close();
     return;
   }
-  qvbase::NoErrorModeScope quiet(kSourceFile, __LINE__);
+  qvbase::errors::NoErrorModeScope quiet(kSourceFile, __LINE__);
   try {
     PFullErrorProtection protection(true);
     IOClose();
@@ -155,7 +155,7 @@ PStream::~PStream() {
 }
 
 void PStream::AssignHandler(PStreamHdl* handler) {
-  qvbase::AssignStreamHandler(m_handler, handler);
+  qvbase::streams::AssignStreamHandler(m_handler, handler);
 }
 
 void PStream::InvalidStreamNotification() const {

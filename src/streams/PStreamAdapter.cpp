@@ -28,7 +28,7 @@ constexpr ULONG kCopyChunk = 0x800;
 class PStreamAdapter : public IStream {
 public:
   explicit PStreamAdapter(PStreamHdl* handler) : m_refCount(0), m_handler(nullptr) {
-    qvbase::AssignStreamHandler(m_handler, handler);
+    qvbase::streams::AssignStreamHandler(m_handler, handler);
   }
 
   PStreamAdapter(const PStreamAdapter&) = delete;
@@ -171,7 +171,7 @@ public:
 private:
   virtual ~PStreamAdapter() {
     try {
-      qvbase::AssignStreamHandler(m_handler, nullptr);
+      qvbase::streams::AssignStreamHandler(m_handler, nullptr);
     } catch (...) {
       // The handler's closing error has no caller to go to.
     }
@@ -181,7 +181,7 @@ private:
   // its code in *code when asked.
   template <typename Step>
   static HRESULT Run(Step step, int* code = nullptr) {
-    qvbase::NoErrorModeScope quiet(kSourceFile, __LINE__);
+    qvbase::errors::NoErrorModeScope quiet(kSourceFile, __LINE__);
     try {
       PFullErrorProtection protection(true);
       step();

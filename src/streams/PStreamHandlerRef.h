@@ -5,6 +5,7 @@
 #include <qvbase/PStream.h>
 
 namespace qvbase {
+namespace streams {
 
 // Takes a reference to `handler` (which may be null) before dropping the one
 // `slot` held, so that assigning the handler a front object already holds is
@@ -28,4 +29,9 @@ inline void AssignStreamHandler(PStreamHdl*& slot, PStreamHdl* handler) {
   }
 }
 
+} // namespace streams
+
+// The name this had before the library's helpers took the names of their
+// folders; kept for code written against it.
+using streams::AssignStreamHandler;
 } // namespace qvbase

@@ -22,7 +22,7 @@ constexpr ULONG kHeaderSize = 28;
 
 // Positions computed from header fields saturate instead of wrapping: a
 // size read from a damaged stream must not send the parent back to its start.
-unsigned __int64 Add(unsigned __int64 a, unsigned __int64 b) {
+unsigned __int64 SaturatingAdd(unsigned __int64 a, unsigned __int64 b) {
   return a + b < a ? ~static_cast<unsigned __int64>(0) : a + b;
 }
 
@@ -45,7 +45,7 @@ void PStreamSectionHdl::RaiseError(int code, TypErrorSeverityEnum severity, ULON
   qvbase::errors::RaiseThrough(*this, code, severity, kSourceFile, line);
 }
 
-bool PStreamSectionHdl::Require(ULONG mode, int wrongMode, ULONG line) {
+bool PStreamSectionHdl::RequireOpenMode(ULONG mode, int wrongMode, ULONG line) {
   if (m_openMode == mode)
     return true;
   RaiseError(m_openMode == 0 ? kErrStreamClosed : wrongMode, ErrorSeverityAbort, line);
@@ -64,6 +64,8 @@ void PStreamSectionHdl::SetID(const PUniversalID& id) {
   m_identifier = id;
 }
 
+// Deliberately accepted at any time, unlike SetID: the version is written
+// again at close, the identifier is not.
 void PStreamSectionHdl::SetVersion(ULONG version) { m_version = version; }
 
 void PStreamSectionHdl::IOOpen(ULONG mode) {
@@ -112,7 +114,7 @@ void PStreamSectionHdl::IOOpen(ULONG mode) {
 }
 
 ULONG PStreamSectionHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize) {
-  if (!Require(OpenWrite, kErrStreamNotReadable, __LINE__))
+  if (!RequireOpenMode(OpenWrite, kErrStreamNotReadable, __LINE__))
     return 0;
   ULONG written = m_stream.Write(buffer, count, itemSize);
   unsigned __int64 position = m_stream.GetPos() - m_start;
@@ -122,7 +124,7 @@ ULONG PStreamSectionHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize
 }
 
 ULONG PStreamSectionHdl::IORead(char* buffer, ULONG count, ULONG itemSize) {
-  if (!Require(OpenRead, kErrStreamNotReadable, __LINE__))
+  if (!RequireOpenMode(OpenRead, kErrStreamNotReadable, __LINE__))
     return 0;
   // No limit at the section's end: readers bound themselves with IsAtEnd or
   // GetSize, and a reader that goes on reads what follows.
@@ -150,10 +152,11 @@ void PStreamSectionHdl::IOSetPos(TypSeekMode mode, unsigned __int64 offset) {
     m_stream.SetPos(mode, offset);
     break;
   case SeekFromStart:
-    m_stream.MoveTo(Add(m_start, offset));
+    m_stream.MoveTo(SaturatingAdd(m_start, offset));
     break;
   case SeekFromEnd:
-    m_stream.MoveTo(Add(m_start, m_size) - std::min(offset, Add(m_start, m_size)));
+    m_stream.MoveTo(SaturatingAdd(m_start, m_size) -
+                    std::min(offset, SaturatingAdd(m_start, m_size)));
     break;
   default:
     // Deliberately ignored without an error, unlike the memory handler.
@@ -162,11 +165,11 @@ void PStreamSectionHdl::IOSetPos(TypSeekMode mode, unsigned __int64 offset) {
 }
 
 void PStreamSectionHdl::IOSetSize(unsigned __int64 size) {
-  if (!Require(OpenWrite, kErrStreamNotWritable, __LINE__))
+  if (!RequireOpenMode(OpenWrite, kErrStreamNotWritable, __LINE__))
     return;
   m_size = size;
   // The parent grows to hold the section; it is never shrunk.
-  unsigned __int64 end = Add(m_start, size);
+  unsigned __int64 end = SaturatingAdd(m_start, size);
   if (m_stream.GetSize() < end)
     m_stream.SetSize(end);
 }
@@ -198,7 +201,7 @@ void PStreamSectionHdl::IOClose() {
   } else if (m_openMode == OpenRead) {
     // Whatever part of the body was not read is skipped.
     m_openMode = 0;
-    m_stream.MoveTo(Add(m_start, m_size));
+    m_stream.MoveTo(SaturatingAdd(m_start, m_size));
   } else {
     RaiseError(kErrStreamClosed, ErrorSeverityAbort, __LINE__);
   }
@@ -296,7 +299,7 @@ void SkipCurrentSection(PStream& parent) {
                                  __LINE__);
     length = kHeaderSize; // let through: skip the header at least
   }
-  parent.MoveTo(Add(position, length));
+  parent.MoveTo(SaturatingAdd(position, length));
 }
 
 ULONG GetWriteSectionSize(const PStream&) { return kHeaderSize; }

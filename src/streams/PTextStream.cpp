@@ -7,21 +7,21 @@
 PTextStream::PTextStream() : m_handler(nullptr) {}
 
 PTextStream::PTextStream(PStreamHdl* handler) : m_handler(nullptr) {
-  qvbase::AssignStreamHandler(m_handler, handler);
+  qvbase::streams::AssignStreamHandler(m_handler, handler);
 }
 
 PTextStream::PTextStream(const PTextStream& other) : PRoot(other), m_handler(nullptr) {
-  qvbase::AssignStreamHandler(m_handler, other.m_handler);
+  qvbase::streams::AssignStreamHandler(m_handler, other.m_handler);
 }
 
 PTextStream& PTextStream::operator=(const PTextStream& other) {
-  qvbase::AssignStreamHandler(m_handler, other.m_handler);
+  qvbase::streams::AssignStreamHandler(m_handler, other.m_handler);
   return *this;
 }
 
 PTextStream::~PTextStream() {
   try {
-    qvbase::AssignStreamHandler(m_handler, nullptr);
+    qvbase::streams::AssignStreamHandler(m_handler, nullptr);
   } catch (...) {
     // Signalled through the protections already; a destructor cannot throw.
   }

@@ -262,17 +262,9 @@ ULONG PASCIIStringHandler::FindSubHandlerBwd(const PStringHandler* what, ULONG f
   PBenchmarkCall call(kProfiledClass, "FindSubHandlerBwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = NarrowPeer(what, holder);
-  if (!peer || len == 0)
+  if (!peer)
     return kStringNotFound;
-  ULONG k = peer->GetLen();
-  if (from >= len)
-    from = len - 1;
-  // Deliberately no check that i + k fits: the compare stops at the
-  // terminator, so a match cannot run past the end.
-  for (ULONG i = from + 1; i-- > 0;)
-    if (CompareSubHandler(i, peer, 0, k, mode) == 0)
-      return i;
-  return kStringNotFound;
+  return qvbase::strings::FindBackwardByCompares(this, len, peer, from, mode);
 }
 
 ULONG PASCIIStringHandler::FindCharBwd(LONG ch, ULONG from, TypStringComp mode) const {

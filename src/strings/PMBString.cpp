@@ -452,17 +452,7 @@ ULONG PMBStringHandler::FindSubHandlerBwd(const PStringHandler* what, ULONG from
   PBenchmarkCall call(kProfiledClass, "FindSubHandlerBwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = NarrowPeer(what, holder);
-  if (len == 0)
-    return kStringNotFound;
-  ULONG k = peer->GetLen();
-  if (from >= len)
-    from = len - 1;
-  // As for ASCII, no check that the match fits: the compare stops at the
-  // terminator.
-  for (ULONG i = from + 1; i-- > 0;)
-    if (CompareSubHandler(i, peer, 0, k, mode) == 0)
-      return i;
-  return kStringNotFound;
+  return qvbase::strings::FindBackwardByCompares(this, len, peer, from, mode);
 }
 
 ULONG PMBStringHandler::FindCharBwd(LONG ch, ULONG from, TypStringComp mode) const {
@@ -567,9 +557,10 @@ void PMBStringHandler::InsertChar(LONG ch, ULONG pos) {
     // Nothing is inserted when the signal returns.
     return;
   }
-  // Always a fresh buffer of (size + 1 + 2) rounded to 8: the in-place path
-  // compares the new capacity with the new size, which never match, so it is
-  // never taken.
+  // Always a fresh buffer of (size + 1 + 2) rounded to 8. Deliberately kept
+  // as it stands: the in-place path compares the new capacity with the new
+  // size, which never match, so it is never taken and every inserted
+  // character reallocates (the suite pins it).
   const char byte = static_cast<char>(ch);
   ULONG at = ByteOffset(pos);
   const bool wasAscii = isAscii;

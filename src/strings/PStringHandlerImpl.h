@@ -96,6 +96,25 @@ inline ULONG FindByCompares(const PStringHandler* handler, const PStringHandler*
   return kStringNotFound;
 }
 
+// The backward search as candidate compares, which every handler uses: from
+// `from` (the last of `len` positions when beyond it) down to 0, the first
+// position i where handler->CompareSubHandler(i, peer, 0, k, mode) is 0.
+// Deliberately no check that a match fits before the end: the compare stops
+// at the terminator, so a match cannot run past it, and a class that
+// overrides CompareSubHandler sees every candidate from `from` down.
+inline ULONG FindBackwardByCompares(const PStringHandler* handler, ULONG len,
+                                    const PStringHandler* peer, ULONG from, TypStringComp mode) {
+  if (len == 0)
+    return kStringNotFound;
+  const ULONG k = peer->GetLen();
+  if (from >= len)
+    from = len - 1;
+  for (ULONG i = from + 1; i-- > 0;)
+    if (handler->CompareSubHandler(i, peer, 0, k, mode) == 0)
+      return i;
+  return kStringNotFound;
+}
+
 // The first position i from `from` up to `last` at which the `count` bytes of
 // `needle` occur in `text`, byte for byte; kStringNotFound when there is none.
 // `text` must hold `last + count` bytes.

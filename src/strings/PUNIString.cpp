@@ -246,15 +246,7 @@ ULONG PUNIStringHandler::FindSubHandlerBwd(const PStringHandler* what, ULONG fro
   PBenchmarkCall call(kProfiledClass, "FindSubHandlerBwd", kSourceFile);
   qvbase::strings::HandlerHolder holder;
   const PStringHandler* peer = WidePeer(what, holder);
-  if (len == 0)
-    return kStringNotFound;
-  ULONG k = peer->GetLen();
-  if (from >= len)
-    from = len - 1;
-  for (ULONG i = from + 1; i-- > 0;)
-    if (CompareSubHandler(i, peer, 0, k, mode) == 0)
-      return i;
-  return kStringNotFound;
+  return qvbase::strings::FindBackwardByCompares(this, len, peer, from, mode);
 }
 
 ULONG PUNIStringHandler::FindCharBwd(LONG ch, ULONG from, TypStringComp mode) const {

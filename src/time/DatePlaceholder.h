@@ -1,17 +1,22 @@
-// DatePlaceholder.h - which placeholders the time and date formatters fill.
+// DatePlaceholder.h - which placeholders the time and date formatters fill,
+// and how they fill them.
 // Part of qvbase, the QVKernel foundation class library.
 //
 // PTime::Format and PLocalDate::Format share one classification of ^name^
 // placeholders: time-span fields (filled by both), numeric date fields and
 // fields that need names or locale data (filled by dates only). A name of no
-// class stays in the text as it is.
+// class stays in the text as it is. Both fill a pattern with one loop,
+// FillPlaceholders.
 #pragma once
+
+#include <qvbase/PASCIIString.h>
+#include <qvbase/PMBString.h>
 
 #include <cstdint>
 #include <cstring>
 #include <string>
 
-namespace qvbase {
+namespace qvbase::time {
 
 enum PlaceholderClass {
   kPlaceholderNone = 0,
@@ -99,4 +104,40 @@ inline std::string TimeSpanText(std::int64_t ticks, const char* name) {
   return std::string();
 }
 
-} // namespace qvbase
+// What a formatter makes of one placeholder.
+struct PlaceholderValue {
+  bool filled = false;   // false: the placeholder stays in the text as it is
+  PMBString text;        // the text that replaces it
+  bool stepOver = false; // the scan goes on after the text, not at its start
+};
+
+// `pattern` with its ^name^ placeholders filled, from the first to the last:
+// `valueOf(name, class)` says whether and with what each is replaced. The
+// scan goes on from the start of a replacing text (numbers hold no caret)
+// unless the formatter asks to step over it (a name from the locale, whose
+// caret must never open a placeholder); a placeholder left in place is
+// stepped over.
+template <typename ValueOf>
+PMBString FillPlaceholders(const PMBString& pattern, ValueOf valueOf) {
+  PMBString result(static_cast<const char*>(pattern), /*copy=*/true);
+  PASCIIString name;
+  ULONG length = 0;
+  ULONG from = 0;
+  for (;;) {
+    const ULONG at = result.FindNextParameter(&name, &length, from);
+    if (at == kStringNotFound)
+      break;
+    const PlaceholderValue value = valueOf(name, ClassifyPlaceholder(name));
+    if (!value.filled) {
+      from = at + length;
+      continue;
+    }
+    result.Delete(at, length);
+    if (value.text.IsNotEmpty())
+      result.Insert(value.text, at);
+    from = value.stepOver ? at + value.text.Len() : at;
+  }
+  return result;
+}
+
+} // namespace qvbase::time

@@ -17,8 +17,8 @@ const char kSourceFile[] = "src\\PDate";
 constexpr __int64 kUnset = INT64_MIN;
 constexpr __int64 kTicksPerSecond = 10000000;
 
-// Wrapping arithmetic, as the 32-bit original's: unsigned, so that overflow
-// is defined.
+// Tick arithmetic wraps around as 64-bit two's complement does: it is done
+// unsigned, so that an overflow is defined rather than undefined behaviour.
 __int64 Wrap(std::uint64_t value) { return static_cast<__int64>(value); }
 
 } // namespace
@@ -127,29 +127,18 @@ PMBString PTime::Format(const PMBString& pattern) const {
   if (m_value < 0)
     qvbase::errors::Raise(kErrDateBreakdown, ErrorSeverityFatal, kSourceFile, __LINE__);
   // The signal returned: the pattern is filled from the count as it is.
-  PMBString result(static_cast<const char*>(pattern), /*copy=*/true);
-  PASCIIString name;
-  ULONG length = 0;
-  ULONG from = 0;
-  for (;;) {
-    const ULONG at = result.FindNextParameter(&name, &length, from);
-    if (at == kStringNotFound)
-      break;
-    if (qvbase::ClassifyPlaceholder(name) != qvbase::kPlaceholderTimeSpan) {
-      from = at + length;
-      continue;
-    }
-    const PASCIIString value = GetParameterValue(name);
-    result.Delete(at, length);
-    if (value.IsNotEmpty())
-      result.Insert(value, at);
-    // The scan goes on from the start of the inserted value, which holds
-    // digits only and so no caret.
-    from = at;
-  }
-  return result;
+  // Only time-span fields are filled; their digits hold no caret.
+  return qvbase::time::FillPlaceholders(
+      pattern, [this](const PASCIIString& name, qvbase::time::PlaceholderClass kind) {
+        qvbase::time::PlaceholderValue value;
+        if (kind == qvbase::time::kPlaceholderTimeSpan) {
+          value.filled = true;
+          value.text = PMBString(GetParameterValue(name));
+        }
+        return value;
+      });
 }
 
 PASCIIString PTime::GetParameterValue(const PASCIIString& name) const {
-  return PASCIIString(qvbase::TimeSpanText(m_value, name).c_str(), /*copy=*/true);
+  return PASCIIString(qvbase::time::TimeSpanText(m_value, name).c_str(), /*copy=*/true);
 }

@@ -150,11 +150,6 @@ std::wstring UnitsToWide(const unsigned short* units, std::size_t count) {
 
 } // namespace
 
-const char* AdoptUserLocale() {
-  const char* name = std::setlocale(LC_ALL, "");
-  return name ? name : "C";
-}
-
 int CharLength(const char* text) {
   if (*text == '\0')
     return 0;

@@ -57,11 +57,6 @@ std::size_t SpanOfCharacters(const char* text, std::size_t count) {
 
 } // namespace
 
-const char* AdoptUserLocale() {
-  const char* name = std::setlocale(LC_ALL, "");
-  return name ? name : "C";
-}
-
 int CharLength(const char* text) {
   if (*text == '\0')
     return 0;
