@@ -242,15 +242,6 @@ TEST(PUniversalID, ParsingChecksLengthThenBracesThenHyphens) {
   }
 }
 
-class IgnoreEverything : public PErrorHook {
-public:
-  TypErrorHandlingEnum DisplayError(PError&, ULONG) override {
-    ++calls;
-    return ErrorHandlingIgnore;
-  }
-  int calls = 0;
-};
-
 // Replaces the text being parsed when the first error reaches it, and lets
 // every error through.
 class RewriteOnFirstError : public PErrorHook {
@@ -279,7 +270,7 @@ TEST(PUniversalID, ChecksLookAtTheTextAfreshAfterALetThroughSignal) {
 }
 
 TEST(PUniversalID, IgnoredParseErrorsGoOnAndReadTheFields) {
-  IgnoreEverything hook;
+  qvbase::test::CountingHook hook(ErrorHandlingIgnore);
   PErrorHookProtection protection(&hook, true);
   // Wrong brace and wrong hyphen: two errors, both ignored; the fields are
   // still read from their places.
@@ -295,7 +286,7 @@ namespace {
 // Thousands of random and cut texts through the parser, with every error
 // ignored so that each check and the field readers see the bad text.
 TEST(PUniversalID, RandomAndTruncatedTextNeverBreaksTheParser) {
-  IgnoreEverything hook;
+  qvbase::test::CountingHook hook(ErrorHandlingIgnore);
   PErrorHookProtection protection(&hook, true);
   const std::string alphabet = "{}-0123456789abcdefABCDEFgxyz+() \x80\xFF";
   std::mt19937 random(99);
@@ -374,7 +365,7 @@ TEST(PUniversalID, NonHexadecimalDigitInAnyFieldRaisesTheReadersError) {
 }
 
 TEST(PUniversalID, IgnoredDigitErrorsReadTheBadDigitAsZero) {
-  IgnoreEverything hook;
+  qvbase::test::CountingHook hook(ErrorHandlingIgnore);
   PErrorHookProtection protection(&hook, true);
   PUniversalID id{PASCIIString("{0000000x-0000-0000-C000-0000000000z6}")};
   EXPECT_EQ(hook.calls, 2);
@@ -395,7 +386,7 @@ TEST(PUniversalID, MixedCaseDigitsParseToTheSameIdentifier) {
 // Every check still reads its characters when an earlier one was let
 // through: a short text fails the brace check at its missing end too.
 TEST(PUniversalID, LetThroughChecksReadMissingCharactersAsZero) {
-  IgnoreEverything hook;
+  qvbase::test::CountingHook hook(ErrorHandlingIgnore);
   PErrorHookProtection protection(&hook, true);
   try {
     PUniversalID id{PASCIIString("{0000")};

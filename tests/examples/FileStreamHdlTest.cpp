@@ -30,7 +30,7 @@ std::string ReadAll(PStream& stream) {
 }
 
 TEST(FileStream, WritesAFileAndReadsItBack) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("values.bin");
   {
     PStream file(new FileStreamHdl(path, /*blockSize=*/16));
@@ -55,7 +55,7 @@ TEST(FileStream, WritesAFileAndReadsItBack) {
 }
 
 TEST(FileStream, OpeningAMissingFileToReadRaises2302WithThePathAndTheSystemsText) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("absent.bin");
   PStream file(new FileStreamHdl(path));
   PError error = Caught([&] { file.Open(OpenRead); });
@@ -70,7 +70,7 @@ TEST(FileStream, OpeningAMissingFileToReadRaises2302WithThePathAndTheSystemsText
 }
 
 TEST(FileStream, ADirectoryDoesNotOpen) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   PStream file(new FileStreamHdl(dir.path()));
   PError error = Caught([&] { file.Open(OpenRead); });
   EXPECT_EQ(error.Code(), kErrOpenFailed);
@@ -79,15 +79,15 @@ TEST(FileStream, ADirectoryDoesNotOpen) {
 }
 
 TEST(FileStream, OpeningToWriteCreatesOrEmptiesTheFile) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("out.bin");
-  qvtest::WriteFile(path, "old content");
+  qvbase::test::WriteFile(path, "old content");
   PStream file(new FileStreamHdl(path));
   file.Open(OpenWrite);
   EXPECT_EQ(file.GetSize(), 0u);
   file.Write("new", 3, 1);
   file.Close();
-  EXPECT_EQ(qvtest::ReadFile(path), "new");
+  EXPECT_EQ(qvbase::test::ReadFile(path), "new");
   const std::string fresh = dir.File("fresh.bin");
   PStream created(new FileStreamHdl(fresh));
   created.Open(OpenWrite);
@@ -96,40 +96,40 @@ TEST(FileStream, OpeningToWriteCreatesOrEmptiesTheFile) {
 }
 
 TEST(FileStream, OpeningForUpdateKeepsAnExistingFileAndCreatesAMissingOne) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("update.bin");
-  qvtest::WriteFile(path, "0123456789");
+  qvbase::test::WriteFile(path, "0123456789");
   PStream file(new FileStreamHdl(path));
   file.Open(OpenReadWrite);
   EXPECT_EQ(file.GetSize(), 10u);
   file.MoveTo(4);
   file.Write("ab", 2, 1);
   file.Close();
-  EXPECT_EQ(qvtest::ReadFile(path), "0123ab6789");
+  EXPECT_EQ(qvbase::test::ReadFile(path), "0123ab6789");
   const std::string fresh = dir.File("fresh.bin");
   PStream created(new FileStreamHdl(fresh));
   created.Open(OpenReadWrite);
   EXPECT_EQ(created.GetSize(), 0u);
   created.Write("x", 1, 1);
   created.Close();
-  EXPECT_EQ(qvtest::ReadFile(fresh), "x");
+  EXPECT_EQ(qvbase::test::ReadFile(fresh), "x");
 }
 
 TEST(FileStream, OpeningForUpdateWithoutLoadingEmptiesTheFile) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("update.bin");
-  qvtest::WriteFile(path, "0123456789");
+  qvbase::test::WriteFile(path, "0123456789");
   PStream file(new FileStreamHdl(path));
   file.Open(OpenReadWrite | OpenNoLoad);
   EXPECT_EQ(file.GetSize(), 0u);
   file.Close();
-  EXPECT_EQ(qvtest::ReadFile(path), "");
+  EXPECT_EQ(qvbase::test::ReadFile(path), "");
 }
 
 TEST(FileStream, ModeErrorsRaiseTheirCodes) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("f.bin");
-  qvtest::WriteFile(path, "abc");
+  qvbase::test::WriteFile(path, "abc");
   PStream file(new FileStreamHdl(path));
   EXPECT_EQ(Caught([&] { file.Open(0); }).Code(), kErrStreamOpenModeInvalid);
   EXPECT_EQ(Caught([&] { file.Close(); }).Code(), kErrStreamClosed);
@@ -140,11 +140,11 @@ TEST(FileStream, ModeErrorsRaiseTheirCodes) {
   EXPECT_STREQ(change.File(), "FileStreamHdl");
   EXPECT_EQ(Caught([&] { file.Write("x", 1, 1); }).Code(), kErrStreamNotWritable);
   EXPECT_EQ(Caught([&] { file.Close(); }).Code(), kNothingThrown);
-  EXPECT_EQ(qvtest::ReadFile(path), "abc");
+  EXPECT_EQ(qvbase::test::ReadFile(path), "abc");
 }
 
 TEST(FileStream, ASectionWrittenToAFileIsPatchedAndReadBack) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("doc.qvd");
   const PAutomaticUID id("Chapter");
   {
@@ -168,24 +168,24 @@ TEST(FileStream, ASectionWrittenToAFileIsPatchedAndReadBack) {
 }
 
 TEST(FileStream, AStreamCopyFillsAWriteOnlyFile) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string source = dir.File("source.bin");
   std::string content;
   for (int i = 0; i < 10000; ++i)
     content += static_cast<char>(i * 31);
-  qvtest::WriteFile(source, content);
+  qvbase::test::WriteFile(source, content);
   const std::string target = dir.File("target.bin");
-  qvtest::WriteFile(target, std::string(20000, 'x'));
+  qvbase::test::WriteFile(target, std::string(20000, 'x'));
   PStream from(new FileStreamHdl(source, /*blockSize=*/512));
   PStream to(new FileStreamHdl(target, /*blockSize=*/4096));
   GStreamDuplication(from, to, /*open=*/true, OpenReadWrite, /*hook=*/nullptr);
-  EXPECT_EQ(qvtest::ReadFile(target), content);
+  EXPECT_EQ(qvbase::test::ReadFile(target), content);
 }
 
 TEST(FileStream, ShrinkingCutsTheFileAndGrowingAddsZeros) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("sized.bin");
-  qvtest::WriteFile(path, "0123456789");
+  qvbase::test::WriteFile(path, "0123456789");
   PStream file(new FileStreamHdl(path, /*blockSize=*/4));
   file.Open(OpenReadWrite);
   file.MoveTo(8);
@@ -197,11 +197,11 @@ TEST(FileStream, ShrinkingCutsTheFileAndGrowingAddsZeros) {
   file.MoveTo(0);
   EXPECT_EQ(ReadAll(file), std::string("012345!") + std::string(2, '\0'));
   file.Close();
-  EXPECT_EQ(qvtest::ReadFile(path), std::string("012345!") + std::string(2, '\0'));
+  EXPECT_EQ(qvbase::test::ReadFile(path), std::string("012345!") + std::string(2, '\0'));
 }
 
 TEST(FileStream, PositionsAndSizesPastFourGibibytesWorkOnEveryTarget) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string path = dir.File("large.bin");
   const unsigned __int64 fourGiB = 0x100000000ull;
   const unsigned __int64 beyond = fourGiB + 0x40000003ull; // 5 GiB and 3 bytes
