@@ -1,16 +1,20 @@
 # Installation and the CMake package: after installing, a client project does
 #   find_package(qvbase 1.2 REQUIRED)
 #   target_link_libraries(app PRIVATE qvbase::qvbase12)
+# and the component registry's C API is qvbase::QVComponent.
 include(CMakePackageConfigHelpers)
 
 set(QVBASE_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/qvbase)
 
-install(TARGETS qvbase12
+install(TARGETS qvbase12 QVComponent
   EXPORT qvbaseTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/qvbase
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/qvcomponent/include/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILES_MATCHING PATTERN "*.h")
 install(FILES ${PROJECT_BINARY_DIR}/include/qvbase/QVVersion.h
