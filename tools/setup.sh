@@ -17,6 +17,7 @@ packages=(
   wine
   util-linux        # flock, used by the Wine wrapper
   clang-format      # tools/check-format.sh
+  clang-tidy        # tools/lint.sh
   locales           # the locale tests: the locales below
 )
 

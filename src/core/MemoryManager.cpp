@@ -16,7 +16,8 @@ namespace {
 // Bytes in front of every GMem* block. The owner pointer is the first word;
 // on 64-bit targets the rest pads the header to the heap's 16-byte alignment.
 constexpr ULONG kHeaderSize = sizeof(void*) == 4 ? 4 : 16;
-static_assert(kHeaderSize >= sizeof(MemoryManager*), "the header holds the owner pointer");
+// The header holds the owner pointer itself, so its size is a pointer's.
+static_assert(kHeaderSize >= sizeof(void*), "the header holds the owner pointer");
 
 constexpr ULONG kMaxBlockSize = 0xFFFFFFFFu - kHeaderSize;
 
@@ -77,12 +78,12 @@ void* BodyOf(void* managerBlock) { return static_cast<unsigned char*>(managerBlo
 // The manager recorded in front of a block; a recorded null is gSysManager.
 MemoryManager* OwnerOf(void* block) {
   MemoryManager* owner;
-  std::memcpy(&owner, HeaderOf(block), sizeof owner);
+  std::memcpy(&owner, HeaderOf(block), sizeof(void*));
   return owner ? owner : gSysManager;
 }
 
 void SetOwner(void* managerBlock, MemoryManager* owner) {
-  std::memcpy(managerBlock, &owner, sizeof owner);
+  std::memcpy(managerBlock, &owner, sizeof(void*));
 }
 
 } // namespace

@@ -162,9 +162,10 @@ int GMBCharLen(const char* text, LONG* packed) {
   if (n < 1 || n > 4)
     n = 1;
   if (packed) {
-    const std::int64_t b0 = static_cast<signed char>(text[0]);
-    const std::int64_t b1 = n >= 2 ? static_cast<signed char>(text[1]) : 0;
-    const std::int64_t b2 = n >= 3 ? static_cast<signed char>(text[2]) : 0;
+    // The packing is defined on the bytes as signed values.
+    const std::int64_t b0 = qvbase::strings::SignedByte(text[0]);
+    const std::int64_t b1 = n >= 2 ? qvbase::strings::SignedByte(text[1]) : 0;
+    const std::int64_t b2 = n >= 3 ? qvbase::strings::SignedByte(text[2]) : 0;
     std::int64_t value = 0;
     switch (n) {
     case 1:

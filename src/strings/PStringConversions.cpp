@@ -183,8 +183,8 @@ PString UInt16ToHexa(unsigned short value) {
 
 PString UInt32ToHexa(ULONG value) {
   char text[9] = {0};
-  for (int i = 0; i < 4; ++i)
-    AppendHexByte(text + 2 * i, static_cast<unsigned>((value >> (24 - 8 * i)) & 0xFFu));
+  for (std::size_t i = 0; i < 4; ++i)
+    AppendHexByte(text + 2 * i, (value >> (24 - 8 * i)) & 0xFFu);
   return AsciiResult(text);
 }
 
@@ -205,7 +205,7 @@ void AddToWordList(PString& list, const PString& word, char separator) {
 }
 
 bool GetNextWord(PString& source, PString* word, char separator) {
-  const LONG sep = static_cast<LONG>(separator);
+  const LONG sep = qvbase::strings::SignedByte(separator);
   ULONG length = source.Len();
   ULONG start = 0;
   while (start < length && source.GetChar(start) == sep)

@@ -25,6 +25,13 @@ inline void FreeBlock(void* block) { GMemFree(block); }
 
 inline LONG Sign(int value) { return value < 0 ? -1 : (value > 0 ? 1 : 0); }
 
+// A byte as the signed value that packed characters are made of (the bytes
+// of 128 and above are negative, as on the library's Windows targets).
+inline LONG SignedByte(char byte) {
+  const LONG value = static_cast<unsigned char>(byte);
+  return value < 128 ? value : value - 256;
+}
+
 // The code set of a handler seen through a const pointer: asking does not
 // change it.
 inline TypCodeSet CodeSetOf(const PStringHandler* handler) {

@@ -56,7 +56,8 @@ private:
     std::uint64_t value = 0;
     for (int i = 0; i < width; ++i) {
       int shift = m_bigEndian ? 8 * (width - 1 - i) : 8 * i;
-      value |= std::uint64_t(m_bytes[static_cast<std::size_t>(at) + i]) << shift;
+      value |= std::uint64_t(m_bytes[static_cast<std::size_t>(at) + static_cast<std::size_t>(i)])
+               << shift;
     }
     return value;
   }
@@ -69,8 +70,8 @@ private:
     // little-endian.
     _GUID g;
     unsigned char raw[16];
-    for (int half = 0; half < 2; ++half) {
-      std::uint64_t v = Integer(at + 8 * half, 8);
+    for (unsigned half = 0; half < 2; ++half) {
+      std::uint64_t v = Integer(at + std::uint64_t{8} * half, 8);
       for (int i = 0; i < 8; ++i)
         raw[8 * half + i] = static_cast<unsigned char>(v >> (8 * i));
     }
@@ -183,7 +184,14 @@ private:
           hex += "   ";
         }
       }
-      m_sink(indent + offset + "  " + hex + " |" + ascii + "|\n");
+      std::string text = indent;
+      text += offset;
+      text += "  ";
+      text += hex;
+      text += " |";
+      text += ascii;
+      text += "|\n";
+      m_sink(text);
     }
   }
 

@@ -73,9 +73,8 @@ std::vector<unsigned char> ReadWholeFile(const std::string& path) {
   try {
     file.Open(OpenRead);
   } catch (const PError& error) {
-    PError described(error);
     BadInput("cannot open " + path + ": " +
-             static_cast<const char*>(described.GetStringInfo("nativeerror", "cannot be read")));
+             static_cast<const char*>(error.GetStringInfo("nativeerror", "cannot be read")));
   }
   std::vector<unsigned char> bytes;
   try {

@@ -126,8 +126,8 @@ bool SystemTimeToFileTime(const SYSTEMTIME& in, FILETIME* out) {
                                in.wMilliseconds))
     return false;
   const std::int64_t days = DaysFromCivil(in.wYear, in.wMonth, in.wDay) + kFileTimeEpochDays;
-  const std::int64_t seconds =
-      days * kSecondsPerDay + in.wHour * 3600 + in.wMinute * 60 + in.wSecond;
+  const std::int64_t seconds = days * kSecondsPerDay + std::int64_t{in.wHour} * 3600 +
+                               std::int64_t{in.wMinute} * 60 + in.wSecond;
   *out = FileTimeOf(seconds * kTicksPerSecond + in.wMilliseconds * kTicksPerMillisecond);
   return true;
 }
