@@ -28,6 +28,34 @@ void Raise(int code, TypErrorSeverityEnum severity, ULONG line) {
   qvbase::errors::Raise(code, severity, kFile, line);
 }
 
+// An error caught, reported as forwarded and rethrown, then caught outside.
+void ForwardedJourney() {
+  try {
+    try {
+      Raise(kErrStreamOpenModeInvalid, ErrorSeverityError, 5);
+    } catch (const PError& error) {
+      GDbgEnterHandling(error, "inner.cpp", 10);
+      GDbgErrorForwarded(error, "inner.cpp", 11);
+      throw;
+    }
+  } catch (const PError& error) {
+    GDbgEnterHandling(error, "outer.cpp", 20);
+    GDbgErrorCatched(error, "outer.cpp", 21);
+  }
+}
+
+// An error that a hook answering "retry" transforms into the retry code.
+void TransformedJourney() {
+  qvbase::test::CountingHook hook(ErrorHandlingRetry);
+  PErrorHookProtection protection(&hook, true);
+  try {
+    Raise(kErrStreamSeekPastEnd, ErrorSeverityError, 3);
+  } catch (const PError& error) {
+    GDbgEnterHandling(error, "app.cpp", 40);
+    GDbgErrorCatched(error, "app.cpp", 41);
+  }
+}
+
 // The child's side: one scenario per name.
 int TraceRole(const std::vector<std::string>& args) {
   const std::string scenario = args.empty() ? "" : args[0];
@@ -42,27 +70,9 @@ int TraceRole(const std::vector<std::string>& args) {
       GDbgErrorCatched(error, "app.cpp", 31);
     }
   } else if (scenario == "forwarded") {
-    try {
-      try {
-        Raise(kErrStreamOpenModeInvalid, ErrorSeverityError, 5);
-      } catch (const PError& error) {
-        GDbgEnterHandling(error, "inner.cpp", 10);
-        GDbgErrorForwarded(error, "inner.cpp", 11);
-        throw;
-      }
-    } catch (const PError& error) {
-      GDbgEnterHandling(error, "outer.cpp", 20);
-      GDbgErrorCatched(error, "outer.cpp", 21);
-    }
+    ForwardedJourney();
   } else if (scenario == "transformed") {
-    qvbase::test::CountingHook hook(ErrorHandlingRetry);
-    PErrorHookProtection protection(&hook, true);
-    try {
-      Raise(kErrStreamSeekPastEnd, ErrorSeverityError, 3);
-    } catch (const PError& error) {
-      GDbgEnterHandling(error, "app.cpp", 40);
-      GDbgErrorCatched(error, "app.cpp", 41);
-    }
+    TransformedJourney();
   } else if (scenario == "nested") {
     try {
       Raise(kErrStreamNoHandler, ErrorSeverityError, 1);
@@ -98,6 +108,14 @@ int TraceRole(const std::vector<std::string>& args) {
     }
     GDbgExitNoErrorMode();
     Raise(kErrStreamOpenModeNotExact, ErrorSeverityWarning, 9);
+  } else if (scenario == "no-error-mode-forwarded") {
+    GDbgEnterNoErrorMode("app.cpp", 70);
+    ForwardedJourney();
+    GDbgExitNoErrorMode();
+  } else if (scenario == "no-error-mode-transformed") {
+    GDbgEnterNoErrorMode("app.cpp", 80);
+    TransformedJourney();
+    GDbgExitNoErrorMode();
   } else {
     return 97;
   }
@@ -232,6 +250,16 @@ TEST(GDbg, NoErrorModeKeepsOnlyTheBareErrorLines) {
                                       "src\\Trace(9): warning 1222: \n"
                                       "   --> ignored\n"
                                       "***\n");
+}
+
+TEST(GDbg, NoErrorModeSuppressesTheForwardingLine) {
+  // The same journey as "forwarded", whose trace has the forwarding line.
+  EXPECT_EQ(TraceOf("no-error-mode-forwarded"), "src\\Trace(5): error 1221: \n");
+}
+
+TEST(GDbg, NoErrorModeSuppressesTheTransformationLine) {
+  // The same journey as "transformed", whose trace has the transformation line.
+  EXPECT_EQ(TraceOf("no-error-mode-transformed"), "src\\Trace(3): error 1227: \n");
 }
 
 TEST(GDbg, DebugOutputIsInertButOutputFormats) {
