@@ -127,6 +127,8 @@ public:
 private:
   // Makes the block cover the position, reading it when it moves.
   void SetBufferToPos();
+  // The part of SetBufferToPos that moves the block (or takes one).
+  void MoveBufferToPos();
   // Writes the block back when dirty and moves it one block on.
   void SetBufferToNext();
   // Offset in block and valid bytes for the position and size.

@@ -22,16 +22,34 @@ const char kSourceFile[] = "src\\PBufferizedStream";
 // The class a switched-on benchmark names for the calls timed here.
 const char kProfiledClass[] = "PBufferizedStreamHdl";
 
-// Every live buffered handler, least recently used at the head.
+// Every live buffered handler, least recently used at the head. The handler
+// last moved to the tail is remembered, so that a handler read or written
+// again and again (one byte at a time, say) is not looked up in the list on
+// every call.
 class HandlerRegistry : public PList {
 public:
   HandlerRegistry() : PList(GLinkedListDataConstructor) {}
-  void Add(const PBufferizedStreamHdl* handler) { AddAnObjectTail(handler); }
-  void Remove(const PBufferizedStreamHdl* handler) { RemoveAnObject(handler); }
-  void MoveToTail(const PBufferizedStreamHdl* handler) { MoveAnObjectToTail(handler); }
+  void Add(const PBufferizedStreamHdl* handler) {
+    AddAnObjectTail(handler);
+    m_tail = handler;
+  }
+  void Remove(const PBufferizedStreamHdl* handler) {
+    RemoveAnObject(handler);
+    if (m_tail == handler)
+      m_tail = nullptr; // found again at its next move
+  }
+  void MoveToTail(const PBufferizedStreamHdl* handler) {
+    if (m_tail == handler)
+      return;
+    MoveAnObjectToTail(handler);
+    m_tail = handler;
+  }
   PBufferizedStreamHdl* At(ULONG index) const {
     return static_cast<PBufferizedStreamHdl*>(GetAnObject(index));
   }
+
+private:
+  const PBufferizedStreamHdl* m_tail = nullptr;
 };
 
 // Made at the first handler's construction and never destroyed: handlers
@@ -47,6 +65,37 @@ ULONG gCurrentTotal = 0;
 ULONG gMaximumTotal = kBufferizedDefaultMaxSize;
 
 ULONG Smaller(unsigned __int64 a, ULONG b) { return a < b ? static_cast<ULONG>(a) : b; }
+
+// Copies a chunk between the block and the caller. The item sizes of typed
+// values get copies the compiler inlines; only other sizes call memcpy.
+void CopyChunk(char* to, const char* from, ULONG bytes) {
+  switch (bytes) {
+  case 1:
+    *to = *from;
+    break;
+  case 2:
+    std::memcpy(to, from, 2);
+    break;
+  case 4:
+    std::memcpy(to, from, 4);
+    break;
+  case 8:
+    std::memcpy(to, from, 8);
+    break;
+  default:
+    std::memcpy(to, from, bytes);
+  }
+}
+
+// Whole items in `bytes`. Reads and writes of single bytes, and of anything
+// under 4 GiB, avoid a 64-bit division: it would cost more than the copy.
+ULONG WholeItems(unsigned __int64 bytes, ULONG itemSize) {
+  if (itemSize == 1)
+    return static_cast<ULONG>(bytes);
+  if (bytes <= 0xFFFFFFFFu)
+    return static_cast<ULONG>(bytes) / itemSize;
+  return static_cast<ULONG>(bytes / itemSize);
+}
 
 } // namespace
 
@@ -168,6 +217,16 @@ void PBufferizedStreamHdl::UpdateBlockBounds() {
 }
 
 void PBufferizedStreamHdl::SetBufferToPos() {
+  if (m_block && m_blockLoaded && m_position >= m_blockStart &&
+      m_position - m_blockStart < m_blockSize) {
+    // Still inside the block: the division below would give its start.
+    UpdateBlockBounds();
+    return;
+  }
+  MoveBufferToPos();
+}
+
+void PBufferizedStreamHdl::MoveBufferToPos() {
   const unsigned __int64 wanted = m_position - m_position % m_blockSize;
   if (m_block) {
     if (wanted != m_blockStart) {
@@ -252,7 +311,7 @@ ULONG PBufferizedStreamHdl::Read(char* buffer, ULONG count, ULONG itemSize) {
   for (;;) {
     const ULONG available = m_validBytes > m_offsetInBlock ? m_validBytes - m_offsetInBlock : 0;
     const ULONG chunk = Smaller(wanted, available);
-    std::memcpy(buffer + done, m_block + m_offsetInBlock, chunk);
+    CopyChunk(buffer + done, m_block + m_offsetInBlock, chunk);
     m_position += chunk;
     m_offsetInBlock += chunk;
     done += chunk;
@@ -268,7 +327,7 @@ ULONG PBufferizedStreamHdl::Read(char* buffer, ULONG count, ULONG itemSize) {
       break;
   }
   MarkUsed();
-  return static_cast<ULONG>(done / itemSize);
+  return WholeItems(done, itemSize);
 }
 
 ULONG PBufferizedStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSize) {
@@ -289,7 +348,7 @@ ULONG PBufferizedStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSiz
   for (;;) {
     // A write may fill the block past its valid bytes.
     const ULONG chunk = Smaller(left, m_blockSize - m_offsetInBlock);
-    std::memcpy(m_block + m_offsetInBlock, buffer + done, chunk);
+    CopyChunk(m_block + m_offsetInBlock, buffer + done, chunk);
     m_dirty = true;
     m_position += chunk;
     m_offsetInBlock += chunk;
@@ -308,7 +367,7 @@ ULONG PBufferizedStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSiz
       break;
   }
   MarkUsed();
-  return static_cast<ULONG>(done / itemSize);
+  return WholeItems(done, itemSize);
 }
 
 // ---------------------------------------------------------------------------

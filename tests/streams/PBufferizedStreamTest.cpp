@@ -395,6 +395,42 @@ TEST(BufferizedStream, TheLeastRecentlyUsedHandlerGivesUpItsBlockFirst) {
   EXPECT_TRUE(HandlerOf(sd)->HasBlock());
 }
 
+TEST(BufferizedStream, AHandlerUsedAgainAndAgainStaysTheMostRecentlyUsed) {
+  ScopedBuffersMaxSize budget(2 * kKiB);
+  CountingMedium a(Digits(10)), b(Digits(10)), c(Digits(10));
+  PStream sa = OpenOver(a, kKiB, OpenRead);
+  PStream sb = OpenOver(b, kKiB, OpenRead);
+  char byte = 0;
+  sb.Read(&byte, 1, 1);
+  sa.Read(&byte, 1, 1);
+  sa.Read(&byte, 1, 1);
+  sa.Read(&byte, 1, 1);
+  PStream sc = OpenOver(c, kKiB, OpenRead);
+  EXPECT_TRUE(HandlerOf(sa)->HasBlock());
+  EXPECT_FALSE(HandlerOf(sb)->HasBlock());
+  EXPECT_TRUE(HandlerOf(sc)->HasBlock());
+}
+
+TEST(BufferizedStream, AfterTheMostRecentlyUsedHandlerGoesTheNextUseStillCounts) {
+  ScopedBuffersMaxSize budget(3 * kKiB);
+  CountingMedium a(Digits(10)), b(Digits(10)), c(Digits(10)), d(Digits(10)), e(Digits(10));
+  PStream sa = OpenOver(a, kKiB, OpenRead);
+  PStream sc;
+  char byte = 0;
+  {
+    PStream sb = OpenOver(b, kKiB, OpenRead);
+    sc = OpenOver(c, kKiB, OpenRead);
+    sb.Read(&byte, 1, 1); // b is the most recent; then it goes
+  }
+  sa.Read(&byte, 1, 1); // a moves behind c
+  PStream sd = OpenOver(d, kKiB, OpenRead);
+  PStream se = OpenOver(e, kKiB, OpenRead); // over the budget: c is the oldest
+  EXPECT_TRUE(HandlerOf(sa)->HasBlock());
+  EXPECT_FALSE(HandlerOf(sc)->HasBlock());
+  EXPECT_TRUE(HandlerOf(sd)->HasBlock());
+  EXPECT_TRUE(HandlerOf(se)->HasBlock());
+}
+
 TEST(BufferizedStream, FlushBuffersOfOneByteFreesOneWholeBlockAndReturnsItsSize) {
   ScopedBuffersMaxSize budget(0x100000);
   CountingMedium a(Digits(10)), b(Digits(10));
