@@ -71,38 +71,20 @@ public:
 
 protected:
   ULONG IORead(char* buffer, ULONG count, ULONG itemSize) override {
-    if (!(m_mode & OpenRead)) {
-      Raise(m_mode ? kErrStreamNotReadable : kErrStreamClosed, ErrorSeverityAbort, __LINE__);
+    if (!Require(OpenRead, kErrStreamNotReadable))
       return 0;
-    }
-    const unsigned __int64 wanted = static_cast<unsigned __int64>(count) * itemSize;
-    unsigned __int64 done = 0;
-    while (done < wanted) {
-      const std::streamsize got =
-          m_file.sgetn(buffer + done, static_cast<std::streamsize>(wanted - done));
-      if (got <= 0)
-        break;
-      done += static_cast<unsigned __int64>(got);
-    }
-    m_position += done;
+    const unsigned __int64 done = Transfer(
+        static_cast<unsigned __int64>(count) * itemSize,
+        [&](unsigned __int64 at, std::streamsize n) { return m_file.sgetn(buffer + at, n); });
     return itemSize == 0 ? 0 : static_cast<ULONG>(done / itemSize);
   }
 
   ULONG IOWrite(const char* buffer, ULONG count, ULONG itemSize) override {
-    if (!(m_mode & OpenWrite)) {
-      Raise(m_mode ? kErrStreamNotWritable : kErrStreamClosed, ErrorSeverityAbort, __LINE__);
+    if (!Require(OpenWrite, kErrStreamNotWritable))
       return 0;
-    }
-    const unsigned __int64 given = static_cast<unsigned __int64>(count) * itemSize;
-    unsigned __int64 done = 0;
-    while (done < given) {
-      const std::streamsize put =
-          m_file.sputn(buffer + done, static_cast<std::streamsize>(given - done));
-      if (put <= 0)
-        break;
-      done += static_cast<unsigned __int64>(put);
-    }
-    m_position += done;
+    const unsigned __int64 done = Transfer(
+        static_cast<unsigned __int64>(count) * itemSize,
+        [&](unsigned __int64 at, std::streamsize n) { return m_file.sputn(buffer + at, n); });
     return itemSize == 0 ? count : static_cast<ULONG>(done / itemSize);
   }
 
@@ -180,10 +162,8 @@ protected:
   ULONG IOOpenMode() const override { return m_mode; }
 
   void IOSetSize(unsigned __int64 size) override {
-    if (!(m_mode & OpenWrite)) {
-      Raise(m_mode ? kErrStreamNotWritable : kErrStreamClosed, ErrorSeverityAbort, __LINE__);
+    if (!Require(OpenWrite, kErrStreamNotWritable))
       return;
-    }
     const unsigned __int64 current = IOGetSize();
     if (size > current) {
       // One zero byte at the new end: the system fills the gap (sparsely
@@ -255,6 +235,31 @@ protected:
 
 private:
   static constexpr const char* kSource = "FileStreamHdl";
+
+  // True when the file is open with `bit`; else raises `withoutBit` (or
+  // 1223 when it is closed).
+  bool Require(ULONG bit, int withoutBit) {
+    if (m_mode & bit)
+      return true;
+    Raise(m_mode ? withoutBit : kErrStreamClosed, ErrorSeverityAbort, __LINE__);
+    return false;
+  }
+
+  // Moves `bytes` through `step` (a read or a write of the file buffer at an
+  // offset in the caller's buffer) until all are moved or the file takes or
+  // gives no more; the position follows. Returns the bytes moved.
+  template <typename Step>
+  unsigned __int64 Transfer(unsigned __int64 bytes, Step step) {
+    unsigned __int64 done = 0;
+    while (done < bytes) {
+      const std::streamsize moved = step(done, static_cast<std::streamsize>(bytes - done));
+      if (moved <= 0)
+        break;
+      done += static_cast<unsigned __int64>(moved);
+    }
+    m_position += done;
+    return done;
+  }
 
   bool OpenFile(std::ios::openmode mode) {
     // Unbuffered: the handler's blocks are the buffering, and the file's
