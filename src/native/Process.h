@@ -3,7 +3,8 @@
 //
 // What the tools and the tests need of the operating system beyond the
 // registry: starting a program and waiting for it, the environment, the
-// running executable's path and the process identifier. Paths and texts are
+// running executable's path, the process identifier and whether standard
+// output is a terminal. Paths and texts are
 // the process's multibyte bytes on every platform.
 #pragma once
 
@@ -37,6 +38,11 @@ bool SetEnv(const char* name, const char* value);
 std::string ExecutablePath();
 
 unsigned long CurrentProcessId();
+
+// Whether this process's standard output is a terminal (on Windows a
+// console), where a program may redraw a line in place; false for a file or
+// a pipe.
+bool StandardOutputIsTerminal();
 
 } // namespace native
 } // namespace qvbase

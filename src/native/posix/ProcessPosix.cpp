@@ -79,5 +79,7 @@ std::string ExecutablePath() {
 
 unsigned long CurrentProcessId() { return static_cast<unsigned long>(getpid()); }
 
+bool StandardOutputIsTerminal() { return isatty(STDOUT_FILENO) == 1; }
+
 } // namespace native
 } // namespace qvbase

@@ -131,5 +131,11 @@ std::string ExecutablePath() {
 
 unsigned long CurrentProcessId() { return GetCurrentProcessId(); }
 
+bool StandardOutputIsTerminal() {
+  // Only a console has a console mode: files and pipes fail the call.
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &mode) != FALSE;
+}
+
 } // namespace native
 } // namespace qvbase
