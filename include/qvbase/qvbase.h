@@ -35,6 +35,7 @@
 #include <qvbase/PTime.h>
 #include <qvbase/PDate.h>
 #include <qvbase/WINDate.h>
+#include <qvbase/PComponent.h>
 #include <qvbase/PProgressHook.h>
 #include <qvbase/PProgressDialog.h>
 #include <qvbase/PBackground.h>

@@ -42,8 +42,14 @@ struct RegKeyOpaque {
 
 namespace {
 
-RegKeyOpaque gLocalMachine{Root::kLocalMachine, {}, kKeyAllAccess};
-RegKeyOpaque gCurrentUser{Root::kCurrentUser, {}, kKeyAllAccess};
+// The two hives are constructed before every other global of the library:
+// the library's components write a registry value from their constructors
+// at load, and without a priority this static layer's globals would come
+// after the library's own (they are built in link order).
+RegKeyOpaque gLocalMachine
+    __attribute__((init_priority(101))){Root::kLocalMachine, {}, kKeyAllAccess};
+RegKeyOpaque gCurrentUser
+    __attribute__((init_priority(101))){Root::kCurrentUser, {}, kKeyAllAccess};
 
 // Handles handed out and not yet closed, so that a stale or foreign pointer is
 // answered with ERROR_INVALID_HANDLE instead of being followed.

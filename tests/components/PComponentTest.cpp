@@ -1,0 +1,504 @@
+// Components: the type-code table, the default resource file a component
+// records, the calls a component makes to the registry, the enumerations,
+// and the operating-system component.
+#include <qvbase/PComponent.h>
+
+#include <qvbase/PMBString.h>
+
+#include "native/Process.h"
+#include "native/Registry.h"
+#include "native/SystemInfo.h"
+#include "support/RecordingComponentRegistry.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace native = qvbase::native;
+using qvbase::test::RecordingComponentRegistry;
+typedef std::vector<std::string> Calls;
+
+std::string Text(const PString& text) { return static_cast<const char*>(PMBString(text)); }
+
+// A string value below HKEY_LOCAL_MACHINE; "<missing>" when there is none.
+std::string MachineText(const std::string& path, const char* name) {
+  native::RegKey key = nullptr;
+  if (native::OpenRegKey(native::kRegLocalMachine, path.c_str(), native::kKeyRead, &key) !=
+      ERROR_SUCCESS)
+    return "<missing>";
+  char buffer[600] = {};
+  DWORD size = sizeof buffer - 1, type = 0;
+  LONG rc = native::QueryRegValue(key, name, &type, reinterpret_cast<BYTE*>(buffer), &size);
+  native::CloseRegKey(key);
+  if (rc != ERROR_SUCCESS || type != native::kRegSz)
+    return "<missing>";
+  return buffer;
+}
+
+// A component's keys below HKEY_LOCAL_MACHINE, deleted at the end (on Windows
+// they are in the machine's registry; elsewhere in the scratch store).
+class ComponentKeys {
+public:
+  explicit ComponentKeys(const std::string& name)
+      : m_path("Software\\Varnel\\Components\\" + name) {
+    native::DeleteRegTree(native::kRegLocalMachine, m_path.c_str());
+    native::DeleteRegKey(native::kRegLocalMachine, m_path.c_str());
+  }
+  ~ComponentKeys() {
+    native::DeleteRegTree(native::kRegLocalMachine, m_path.c_str());
+    native::DeleteRegKey(native::kRegLocalMachine, m_path.c_str());
+  }
+  std::string Resources(const std::string& version) const {
+    return m_path + "\\" + version + "\\Resources";
+  }
+
+private:
+  std::string m_path;
+};
+
+// --- The type-code table ---------------------------------------------------
+
+TEST(PComponentFile, TypeCodeFromTextLooksAtTheFirstLetterOnly) {
+  struct Row {
+    const char* text;
+    ULONG code;
+  } const rows[] = {
+      {"DLL", 1},
+      {"dll", 1},
+      {"Dynamic", 1},
+      {"SERVER", 3},
+      {"server", 3},
+      {"System", 3},
+      {"system", 3},
+      {"EXE", 13},
+      {"exe", 13},
+      {"OCX", 0x40000003},
+      {"o", 0x40000003},
+      {"RES", 0x80000000},
+      {"res", 0x80000000},
+      {"X", 0},
+      {"", 0},
+      {"1", 0},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.text);
+    EXPECT_EQ(PComponentFile::TypeCodeFromText(row.text), row.code);
+  }
+  EXPECT_EQ(PComponentFile::TypeCodeFromText(nullptr), 0u);
+}
+
+TEST(PComponentFile, TypeTextFromCodeNamesEachCode) {
+  struct Row {
+    ULONG code;
+    const char* text;
+  } const rows[] = {
+      {1, "DLL"},          {3, "SERVER"},       {7, "SERVER"},       {13, "EXE"}, {16, "System"},
+      {0x40000003, "OCX"}, {0x40000007, "OCX"}, {0x80000000, "RES"}, {0, ""},     {2, ""},
+      {0x40000000, ""},    {0xFFFFFFFF, ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.code);
+    EXPECT_STREQ(PComponentFile::TypeTextFromCode(row.code), row.text);
+  }
+}
+
+TEST(PComponentFile, TypeTableKeepsBothAsymmetries) {
+  // Deliberate and kept: "System" reads back as SERVER's code, and the code
+  // of "System" is never produced from a text.
+  EXPECT_EQ(PComponentFile::TypeCodeFromText("system"), 3u);
+  EXPECT_STREQ(PComponentFile::TypeTextFromCode(3), "SERVER");
+  EXPECT_STREQ(PComponentFile::TypeTextFromCode(16), "System");
+  EXPECT_EQ(PComponentFile::TypeCodeFromText(nullptr), 0u);
+  EXPECT_STREQ(PComponentFile::TypeTextFromCode(0), "");
+}
+
+// --- Recording the default resource file -----------------------------------
+
+TEST(PComponent, ADefaultResourceDllIsRecordedAsDefResFile) {
+  qvbase::test::ScratchRegistry registry;
+  ComponentKeys keys("DefaultResDll");
+  PComponent component("Components", "DefaultResDll", 2, 5, "Res.DLL");
+  ASSERT_NE(component.Handle(), nullptr);
+  EXPECT_EQ(MachineText(keys.Resources("2.5"), "DefResFile"), "Res.DLL");
+  EXPECT_EQ(MachineText(keys.Resources("2.5") + "\\ResourceSets", nullptr), "<missing>");
+}
+
+TEST(PComponent, AnyOtherDefaultResourceFileIsRecordedAsAResourceSet) {
+  qvbase::test::ScratchRegistry registry;
+  for (const char* file : {"Res.rsc", "Res", "Res.dll.bak"}) {
+    SCOPED_TRACE(file);
+    ComponentKeys keys("DefaultResSet");
+    PComponent component("Components", "DefaultResSet", 3, 0, file);
+    ASSERT_NE(component.Handle(), nullptr);
+    EXPECT_EQ(MachineText(keys.Resources("3.0") + "\\ResourceSets", nullptr),
+              std::string("DefaultResSet 3.0,") + file);
+    EXPECT_EQ(MachineText(keys.Resources("3.0"), "DefResFile"), "<missing>");
+  }
+}
+
+TEST(PComponent, ARecordedResourceFileOfAnotherTextIsReplaced) {
+  qvbase::test::ScratchRegistry registry;
+  ComponentKeys keys("Rerecorded");
+  { PComponent first("Components", "Rerecorded", 1, 0, "Old.dll"); }
+  PComponent second("Components", "Rerecorded", 1, 0, "New.dll");
+  EXPECT_EQ(MachineText(keys.Resources("1.0"), "DefResFile"), "New.dll");
+}
+
+#if !defined(_WIN32)
+TEST(PComponent, AResourceFileAlreadyRecordedLeavesTheStoreUntouched) {
+  namespace fs = std::filesystem;
+  qvbase::test::ScratchRegistry registry;
+  ComponentKeys keys("Untouched");
+  { PComponent first("Components", "Untouched", 1, 0, "Same.dll"); }
+  { PComponent first("Components", "Untouched", 1, 0, "Other.rsc"); }
+  // A rewrite replaces the store by a new file: the link would then name
+  // the old one.
+  std::string link = registry.StoreFile() + ".link";
+  fs::create_hard_link(registry.StoreFile(), link);
+  auto written = fs::last_write_time(registry.StoreFile());
+  { PComponent again("Components", "Untouched", 1, 0, "Other.rsc"); }
+  EXPECT_TRUE(fs::equivalent(registry.StoreFile(), link));
+  EXPECT_EQ(fs::last_write_time(registry.StoreFile()), written);
+  fs::remove(link);
+}
+#endif
+
+TEST(PComponent, RecordingADllAsksTheRegistryForTheResourcesPath) {
+  RecordingComponentRegistry recorder;
+  qvbase::test::ScratchRegistry registry;
+  recorder.registryPath = registry.KeyPath() + "\\Recorded";
+  {
+    PComponent component("Components", "Recorded", 1, 2, "Recorded.dll");
+    EXPECT_EQ(recorder.calls, (Calls{"ObtainAComponent(Recorded,1,2)",
+                                     "GetComponentRegistryPath(c0,0x80000001,256)"}));
+  }
+  native::RegKey key = nullptr;
+  ASSERT_EQ(native::OpenRegKey(native::kRegLocalMachine, recorder.registryPath.c_str(),
+                               native::kKeyRead, &key),
+            ERROR_SUCCESS);
+  native::CloseRegKey(key);
+  EXPECT_EQ(MachineText(recorder.registryPath, "DefResFile"), "Recorded.dll");
+  native::DeleteRegTree(native::kRegLocalMachine, recorder.registryPath.c_str());
+  native::DeleteRegKey(native::kRegLocalMachine, recorder.registryPath.c_str());
+}
+
+TEST(PComponent, RecordingAResourceSetAlsoAsksForTheComponentText) {
+  RecordingComponentRegistry recorder;
+  qvbase::test::ScratchRegistry registry;
+  recorder.registryPath = registry.KeyPath() + "\\RecordedSet";
+  {
+    PComponent component("Components", "Recorded", 1, 2, "Recorded.res");
+    EXPECT_EQ(recorder.calls,
+              (Calls{"ObtainAComponent(Recorded,1,2)",
+                     "GetComponentRegistryPath(c0,0x80000001,256)", "GetComponentString(c0,512)"}));
+  }
+  EXPECT_EQ(MachineText(recorder.registryPath + "\\ResourceSets", nullptr),
+            "Recorded 1.2,Recorded.res");
+  native::DeleteRegTree(native::kRegLocalMachine, recorder.registryPath.c_str());
+  native::DeleteRegKey(native::kRegLocalMachine, recorder.registryPath.c_str());
+}
+
+TEST(PComponent, NothingIsRecordedWithoutAComponentOrAPath) {
+  RecordingComponentRegistry recorder;
+  qvbase::test::ScratchRegistry registry;
+  recorder.registryPath = registry.KeyPath() + "\\NotRecorded";
+  recorder.failing = {"ObtainAComponent"};
+  {
+    PComponent component("Components", "Recorded", 1, 2, "Recorded.dll");
+    EXPECT_EQ(component.Handle(), nullptr);
+    EXPECT_EQ(recorder.calls, (Calls{"ObtainAComponent(Recorded,1,2)"}));
+  }
+  recorder.failing = {"GetComponentRegistryPath"};
+  recorder.Clear();
+  {
+    PComponent component("Components", "Recorded", 1, 2, "Recorded.dll");
+    // The handle is kept although the recording failed.
+    EXPECT_EQ(component.Handle(), RecordingComponentRegistry::Component(0));
+  }
+  recorder.failing = {"GetComponentString"};
+  { PComponent component("Components", "Recorded", 1, 2, "Recorded.res"); }
+  native::RegKey key = nullptr;
+  EXPECT_EQ(native::OpenRegKey(native::kRegLocalMachine, recorder.registryPath.c_str(),
+                               native::kKeyRead, &key),
+            ERROR_FILE_NOT_FOUND);
+}
+
+#if !defined(_WIN32)
+TEST(PComponent, AStoreThatCannotBeReadOrWrittenLeavesTheComponentWorking) {
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::WriteFile(registry.StoreFile(), "this is not a registry file\n");
+  PComponent component("Components", "Unrecordable", 1, 0, "Unrecordable.dll");
+  EXPECT_NE(component.Handle(), nullptr);
+  EXPECT_EQ(std::string(component.Name()), "Unrecordable");
+  EXPECT_EQ(qvbase::test::ReadFile(registry.StoreFile()), "this is not a registry file\n");
+}
+#endif
+
+// --- The calls a component makes ---------------------------------------------
+
+TEST(PComponent, ObtainsItsHandleAndGivesItBackWhenDestroyed) {
+  RecordingComponentRegistry recorder;
+  {
+    PComponent component("Ignored category", "Recorded", 1, 2);
+    EXPECT_EQ(component.Handle(), RecordingComponentRegistry::Component(0));
+  }
+  EXPECT_EQ(recorder.calls, (Calls{"ObtainAComponent(Recorded,1,2)", "Release(c0)"}));
+}
+
+TEST(PComponent, ARefusedComponentHasNoHandleAndStillReleasesZero) {
+  RecordingComponentRegistry recorder;
+  recorder.failing = {"ObtainAComponent"};
+  {
+    PComponent component("Components", "Refused", 1, 0);
+    EXPECT_EQ(component.Handle(), nullptr);
+    EXPECT_EQ(std::string(component.Name()), "");
+    EXPECT_EQ(component.MajorVersion(), 0u);
+  }
+  EXPECT_EQ(recorder.calls.back(), "Release(0)");
+}
+
+TEST(PComponent, CopiesAndAssignmentsTakeTheirOwnReferences) {
+  RecordingComponentRegistry recorder;
+  PComponent empty(nullptr);
+  EXPECT_EQ(recorder.calls, Calls{});
+  {
+    PComponent wrapped(RecordingComponentRegistry::Component(1));
+    PComponent copy(wrapped);
+    empty = copy;
+    empty = empty;
+  }
+  EXPECT_EQ(recorder.calls, (Calls{"AddRef(c1)", "AddRef(c1)", "AddRef(c1)", "Release(0)",
+                                   "AddRef(c1)", "Release(c1)", "Release(c1)", "Release(c1)"}));
+  EXPECT_EQ(recorder.references[RecordingComponentRegistry::Component(1)], 1);
+  EXPECT_EQ(empty.Handle(), RecordingComponentRegistry::Component(1));
+}
+
+TEST(PComponent, InfosGiveNameTypeAndVersions) {
+  RecordingComponentRegistry recorder;
+  recorder.componentName = "Infos";
+  recorder.componentType = "Application";
+  recorder.majorVersion = 7;
+  recorder.minorVersion = 3;
+  PComponent component(RecordingComponentRegistry::Component(0));
+  EXPECT_EQ(std::string(component.Name()), "Infos");
+  EXPECT_EQ(std::string(component.Type()), "Application");
+  EXPECT_EQ(component.MajorVersion(), 7u);
+  EXPECT_EQ(component.MinorVersion(), 3u);
+
+  recorder.failing = {"GetComponentInfos"};
+  EXPECT_EQ(std::string(component.Name()), "");
+  EXPECT_EQ(std::string(component.Type()), "");
+  EXPECT_EQ(component.MajorVersion(), 0u);
+  EXPECT_EQ(component.MinorVersion(), 0u);
+}
+
+TEST(PComponent, DisplayNameAsksForTheSizeThenTheText) {
+  RecordingComponentRegistry recorder;
+  recorder.displayName = "Shown";
+  PComponent component(RecordingComponentRegistry::Component(0));
+  recorder.Clear();
+  EXPECT_EQ(Text(component.DisplayName()), "Shown");
+  EXPECT_EQ(recorder.calls,
+            (Calls{"GetComponentDisplayName(c0,0,0)", "GetComponentDisplayName(c0,buffer,6)"}));
+  recorder.failing = {"GetComponentDisplayName"};
+  recorder.Clear();
+  EXPECT_EQ(Text(component.DisplayName()), "");
+  EXPECT_EQ(recorder.calls, Calls{"GetComponentDisplayName(c0,0,0)"});
+}
+
+TEST(PComponent, SetDisplayNamePassesTheMultibyteText) {
+  RecordingComponentRegistry recorder;
+  PComponent component(RecordingComponentRegistry::Component(0));
+  recorder.Clear();
+  component.SetDisplayName(PString("Viewer 3"));
+  EXPECT_EQ(recorder.calls, Calls{"SetComponentDisplayName(c0,Viewer 3)"});
+}
+
+TEST(PComponent, RegistryPathIsKindZeroOrTwo) {
+  RecordingComponentRegistry recorder;
+  recorder.registryPath = "Software\\Somewhere";
+  PComponent component(RecordingComponentRegistry::Component(0));
+  recorder.Clear();
+  EXPECT_EQ(Text(component.GetRegistryPath(false)), "Software\\Somewhere");
+  EXPECT_EQ(Text(component.GetRegistryPath(true)), "Software\\Somewhere");
+  EXPECT_EQ(recorder.calls, (Calls{"GetComponentRegistryPath(c0,0x0,256)",
+                                   "GetComponentRegistryPath(c0,0x2,256)"}));
+  recorder.failing = {"GetComponentRegistryPath"};
+  EXPECT_EQ(Text(component.GetRegistryPath(false)), "");
+}
+
+TEST(PComponent, ResourceHandleGoesToAndComesFromTheRegistry) {
+  RecordingComponentRegistry recorder;
+  PComponent component(RecordingComponentRegistry::Component(0));
+  int module = 0;
+  recorder.Clear();
+  component.SetResHandle(&module);
+  EXPECT_EQ(component.ObtainResHandle(), &module);
+  ASSERT_EQ(recorder.calls.size(), 2u);
+  EXPECT_EQ(recorder.calls[0].rfind("SetComponentResLocation(c0,", 0), 0u);
+  EXPECT_EQ(recorder.calls[0].substr(recorder.calls[0].size() - 3), ",0)");
+  EXPECT_EQ(recorder.calls[1], "GetComponentResLocation(c0,0)");
+  recorder.failing = {"GetComponentResLocation"};
+  EXPECT_EQ(component.ObtainResHandle(), nullptr);
+}
+
+// --- Enumerations -------------------------------------------------------------
+
+struct FilesSeen {
+  std::vector<void*> handles;
+  bool goOn = true;
+  static bool Record(const PComponentFile& file, void* context) {
+    FilesSeen* seen = static_cast<FilesSeen*>(context);
+    seen->handles.push_back(file.Handle());
+    EXPECT_FALSE(file.IsRegistered());
+    return seen->goOn;
+  }
+};
+
+TEST(PComponent, EnumerateFilesGoesOnPastAPartWithoutAFile) {
+  RecordingComponentRegistry recorder;
+  recorder.parts = {RecordingComponentRegistry::Part(0), RecordingComponentRegistry::Part(1),
+                    RecordingComponentRegistry::Part(2)};
+  recorder.partsWithoutFile = {RecordingComponentRegistry::Part(1)};
+  PComponent component(RecordingComponentRegistry::Component(0));
+  recorder.Clear();
+  FilesSeen seen;
+  component.EnumerateFiles(FilesSeen::Record, &seen);
+  EXPECT_EQ(seen.handles, (std::vector<void*>{RecordingComponentRegistry::File(0),
+                                              RecordingComponentRegistry::File(2)}));
+  EXPECT_EQ(
+      recorder.calls,
+      (Calls{"EnumRunningComponentParts(c0)", "ObtainBestComponentFileFromPart(p0)", "AddRef(f0)",
+             "Release(f0)", "Release(f0)", "ObtainBestComponentFileFromPart(p1)",
+             "ObtainBestComponentFileFromPart(p2)", "AddRef(f2)", "Release(f2)", "Release(f2)"}));
+  EXPECT_EQ(recorder.references[RecordingComponentRegistry::File(0)], 0);
+}
+
+TEST(PComponent, EnumerateFilesStopsWhenTheCallbackSaysSo) {
+  RecordingComponentRegistry recorder;
+  recorder.parts = {RecordingComponentRegistry::Part(0), RecordingComponentRegistry::Part(1)};
+  PComponent component(RecordingComponentRegistry::Component(0));
+  FilesSeen seen;
+  seen.goOn = false;
+  component.EnumerateFiles(FilesSeen::Record, &seen);
+  EXPECT_EQ(seen.handles, std::vector<void*>{RecordingComponentRegistry::File(0)});
+}
+
+TEST(PComponent, EnumerateFilesByTypePassesTheTypesCode) {
+  RecordingComponentRegistry recorder;
+  PComponent component(RecordingComponentRegistry::Component(0));
+  recorder.Clear();
+  FilesSeen seen;
+  component.EnumerateFilesByType("exe", FilesSeen::Record, &seen);
+  EXPECT_EQ(recorder.calls.front(), "EnumRunningComponentPartsByType(c0,0xD)");
+  EXPECT_EQ(seen.handles, std::vector<void*>{RecordingComponentRegistry::File(0)});
+}
+
+struct ComponentsSeen {
+  std::vector<void*> handles;
+  std::size_t limit = 100;
+  static bool Record(const PComponent& component, void* context) {
+    ComponentsSeen* seen = static_cast<ComponentsSeen*>(context);
+    seen->handles.push_back(component.Handle());
+    return seen->handles.size() < seen->limit;
+  }
+};
+
+TEST(PComponent, GComponentEnumeratePassesEachComponentUntilTold) {
+  RecordingComponentRegistry recorder;
+  recorder.components = {RecordingComponentRegistry::Component(0),
+                         RecordingComponentRegistry::Component(1)};
+  ComponentsSeen all, first;
+  GComponentEnumerate(ComponentsSeen::Record, &all);
+  EXPECT_EQ(all.handles, recorder.components);
+  EXPECT_EQ(recorder.calls, (Calls{"EnumRunningComponents()", "AddRef(c0)", "Release(c0)",
+                                   "AddRef(c1)", "Release(c1)"}));
+  first.limit = 1;
+  recorder.Clear();
+  GComponentEnumerateByName("Wanted", ComponentsSeen::Record, &first);
+  EXPECT_EQ(first.handles, std::vector<void*>{RecordingComponentRegistry::Component(0)});
+  EXPECT_EQ(recorder.calls.front(), "EnumRunningComponentsByName(Wanted)");
+}
+
+TEST(PComponent, GComponentEnumerateSeesTheLibrarysOwnComponent) {
+  ComponentsSeen seen;
+  GComponentEnumerateByName("qvkernel", ComponentsSeen::Record, &seen);
+  EXPECT_EQ(seen.handles, std::vector<void*>{gQVKernelComponent.Handle()});
+}
+
+TEST(PComponent, ApplicationComponentWrapsAndGivesBackTheObtainedReference) {
+  RecordingComponentRegistry recorder;
+  {
+    PComponent application = GGetApplicationComponent();
+    EXPECT_EQ(application.Handle(), RecordingComponentRegistry::Component(0));
+    EXPECT_EQ(recorder.calls, (Calls{"ObtainApplicationComponent()", "AddRef(c0)", "Release(c0)"}));
+  }
+  EXPECT_EQ(recorder.references[RecordingComponentRegistry::Component(0)], 0);
+  recorder.failing = {"ObtainApplicationComponent"};
+  EXPECT_EQ(GGetApplicationComponent().Handle(), nullptr);
+}
+
+// --- The operating system -------------------------------------------------------
+
+TEST(WINSystemComponent, GlobalSystemComponentIsTheSystemObject) {
+  EXPECT_EQ(gSystemComponent, static_cast<const PComponent*>(&gNSystemComponent));
+  EXPECT_NE(gSystemComponent->Handle(), nullptr);
+}
+
+TEST(WINSystemComponent, NamesThePlatformWithTheSystemsVersion) {
+  native::OsVersionInfo info{};
+  info.dwOSVersionInfoSize = sizeof info;
+  ASSERT_TRUE(native::QueryOsVersion(&info));
+#if defined(_WIN32)
+  EXPECT_EQ(std::string(gSystemComponent->Name()), "WinNT");
+  EXPECT_TRUE(gNSystemComponent.IsNT());
+#else
+  EXPECT_EQ(std::string(gSystemComponent->Name()), native::PosixSystemName());
+  EXPECT_FALSE(gNSystemComponent.IsNT());
+#endif
+  EXPECT_EQ(gSystemComponent->MajorVersion(), info.dwMajorVersion);
+  EXPECT_EQ(gSystemComponent->MinorVersion(), info.dwMinorVersion);
+  EXPECT_EQ(Text(gSystemComponent->DisplayName()), std::string(info.szCSDVersion));
+}
+
+TEST(WINSystemComponent, ConstructionObtainsTheComponentAndSetsTheServicePackText) {
+  native::OsVersionInfo info{};
+  info.dwOSVersionInfoSize = sizeof info;
+  ASSERT_TRUE(native::QueryOsVersion(&info));
+  const std::string name = std::string(gSystemComponent->Name());
+  RecordingComponentRegistry recorder;
+  {
+    WINSystemComponent system;
+    EXPECT_EQ(system.Handle(), RecordingComponentRegistry::Component(0));
+  }
+  EXPECT_EQ(
+      recorder.calls,
+      (Calls{"ObtainAComponent(" + name + "," + std::to_string(info.dwMajorVersion) + "," +
+                 std::to_string(info.dwMinorVersion) + ")",
+             "SetComponentDisplayName(c0," + std::string(info.szCSDVersion) + ")", "Release(c0)"}));
+}
+
+std::string ExpectedUserName() {
+  DWORD size = 0;
+  native::QueryUserName(nullptr, &size);
+  std::vector<char> buffer(size + 1);
+  if (native::QueryUserName(buffer.data(), &size) != ERROR_SUCCESS)
+    return {};
+  return buffer.data();
+}
+
+TEST(WINSystemComponent, UserNameIsFetchedOnceAndKept) {
+  std::string expected = ExpectedUserName();
+  ASSERT_FALSE(expected.empty());
+  WINSystemComponent system;
+  EXPECT_EQ(Text(system.UserName()), expected);
+  EXPECT_EQ(Text(system.UserName()), expected);
+  EXPECT_EQ(Text(gNSystemComponent.UserName()), expected);
+}
+
+} // namespace
