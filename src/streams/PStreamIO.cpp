@@ -25,8 +25,10 @@ namespace {
 // Byte runs of this size and more are reversed in a scratch block; smaller
 // ones in place and back.
 constexpr ULONG kScratchThreshold = 16;
-// Counted strings are read in chunks of this size.
-constexpr ULONG kOverrunChunk = 1024 * 1024;
+// Counted strings longer than a local buffer are read in chunks: the first
+// of this size, each next one twice the last, up to the longest.
+constexpr ULONG kFirstChunk = 4096;
+constexpr ULONG kLongestChunk = 1024 * 1024;
 constexpr ULONG kTerminatedStart = 64;
 // Counted strings up to this many bytes are read into a buffer on the stack.
 constexpr ULONG kLocalTextBytes = 256;
@@ -318,27 +320,37 @@ void PStream::Read(PString* text) {
     AssignMultibyteText(text, local);
     return;
   }
-  // The length is not trusted with memory: the bytes are read in chunks,
-  // and kept only while the handler delivers whole chunks. The handler still
-  // sees the whole count asked for (and moves its position as it would).
+  // The length is not trusted with memory: the bytes are read in chunks
+  // that start small and double, and kept only while the handler delivers
+  // whole chunks, so what is allocated stays within twice what the handler
+  // delivered. The handler still sees the whole count asked for, and moves
+  // its position as one read of it would: once it has run short, the rest
+  // is read into one scratch chunk of at most kLongestChunk bytes.
   std::vector<char> bytes;
   std::vector<char> scratch;
   bool keeping = true;
+  ULONG chunk = kFirstChunk;
   for (ULONG rest = length; rest > 0;) {
-    const ULONG chunk = std::min(rest, kOverrunChunk);
+    const ULONG part = std::min(rest, chunk);
     if (keeping) {
       const std::size_t old = bytes.size();
-      bytes.resize(old + chunk);
-      ULONG got = Read(bytes.data() + old, chunk, 1);
-      if (got < chunk) {
+      bytes.resize(old + part);
+      ULONG got = Read(bytes.data() + old, part, 1);
+      if (got < part) {
         bytes.resize(old + got);
         keeping = false;
       }
     } else {
-      scratch.resize(chunk);
-      Read(scratch.data(), chunk, 1);
+      if (scratch.size() < part) {
+        // What the scratch held is of no use: given back before the larger
+        // one is taken.
+        scratch = std::vector<char>();
+        scratch.resize(part);
+      }
+      Read(scratch.data(), part, 1);
     }
-    rest -= chunk;
+    rest -= part;
+    chunk = std::min(chunk * 2, kLongestChunk);
   }
   bytes.push_back('\0');
   AssignMultibyteText(text, bytes.data());

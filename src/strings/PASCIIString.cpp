@@ -167,18 +167,23 @@ void PASCIIStringHandler::FreeBuffer() {
 }
 
 void PASCIIStringHandler::SetBufferTo(const char* text, ULONG length, bool copy) {
-  FreeBuffer();
   if (!copy) {
+    FreeBuffer();
     buffer = const_cast<char*>(text);
     capacity = 0;
     len = length;
     return;
   }
-  capacity = qvbase::strings::RoundUp(length + 1, 8);
-  buffer = static_cast<char*>(qvbase::strings::AllocateBlock(capacity));
+  // The new block before the old one goes: when it cannot be had, the
+  // handler keeps its content.
+  const ULONG newCapacity = qvbase::strings::RoundUp(length + 1, 8);
+  char* fresh = static_cast<char*>(qvbase::strings::AllocateBlock(newCapacity));
   if (length)
-    std::memcpy(buffer, text, length);
-  buffer[length] = '\0';
+    std::memcpy(fresh, text, length);
+  fresh[length] = '\0';
+  FreeBuffer();
+  buffer = fresh;
+  capacity = newCapacity;
   len = length;
 }
 

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <typeinfo>
 #include <vector>
 
@@ -265,9 +266,9 @@ PMBStringHandler& PMBStringHandler::operator=(const PMBStringHandler& other) {
 }
 
 PMBStringHandler* PMBStringHandler::FromBytes(const char* text, ULONG bytes, ULONG chars) {
-  PMBStringHandler* made = new PMBStringHandler();
+  std::unique_ptr<PMBStringHandler> made(new PMBStringHandler());
   made->SetBufferTo(text, bytes, chars, /*copy=*/true);
-  return made;
+  return made.release();
 }
 
 void PMBStringHandler::FreeBuffer() {
@@ -277,16 +278,21 @@ void PMBStringHandler::FreeBuffer() {
 }
 
 void PMBStringHandler::SetBufferTo(const char* text, ULONG bytes, ULONG chars, bool copy) {
-  FreeBuffer();
   if (!copy) {
+    FreeBuffer();
     buffer = const_cast<char*>(text);
   } else {
-    // Two bytes of headroom, one more than the ASCII handler keeps.
-    capacity = qvbase::strings::RoundUp(bytes + 2, 8);
-    buffer = static_cast<char*>(qvbase::strings::AllocateBlock(capacity));
+    // Two bytes of headroom, one more than the ASCII handler keeps. The new
+    // block is taken before the old one is given back: when it cannot be
+    // had, the handler keeps its content.
+    const ULONG newCapacity = qvbase::strings::RoundUp(bytes + 2, 8);
+    char* fresh = static_cast<char*>(qvbase::strings::AllocateBlock(newCapacity));
     if (bytes)
-      std::memcpy(buffer, text, bytes);
-    buffer[bytes] = '\0';
+      std::memcpy(fresh, text, bytes);
+    fresh[bytes] = '\0';
+    FreeBuffer();
+    buffer = fresh;
+    capacity = newCapacity;
   }
   size = bytes;
   len = chars;

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <vector>
 
 namespace qvbase {
@@ -19,8 +20,17 @@ namespace strings {
 // `value` rounded up to a multiple of `step`.
 inline ULONG RoundUp(ULONG value, ULONG step) { return (value + step - 1) / step * step; }
 
-// Handler buffers come from the default memory manager, zero-filled.
-inline void* AllocateBlock(ULONG bytes) { return GMemAllocation(nullptr, bytes, /*mode=*/0); }
+// Handler buffers come from the default memory manager, zero-filled. When
+// no block can be had, std::bad_alloc is thrown, as when any object of the
+// library cannot be created: nothing sensible can go on without it. The
+// handlers take a new block before they give the old one up, so that a
+// string that cannot grow keeps its content.
+inline void* AllocateBlock(ULONG bytes) {
+  void* block = GMemAllocation(nullptr, bytes, /*mode=*/0);
+  if (!block)
+    throw std::bad_alloc();
+  return block;
+}
 inline void FreeBlock(void* block) { GMemFree(block); }
 
 inline LONG Sign(int value) { return value < 0 ? -1 : (value > 0 ? 1 : 0); }

@@ -160,19 +160,24 @@ void PUNIStringHandler::FreeBuffer() {
 }
 
 void PUNIStringHandler::SetBufferTo(const unsigned short* text, ULONG length, bool copy) {
-  FreeBuffer();
   if (!copy) {
+    FreeBuffer();
     buffer = const_cast<unsigned short*>(text);
     len = length;
     return;
   }
-  // A multiple of 4 units: 8-byte blocks, as for the narrow handlers.
-  capacity = qvbase::strings::RoundUp(length + 1, 4);
-  buffer = static_cast<unsigned short*>(
-      qvbase::strings::AllocateBlock(capacity * static_cast<ULONG>(sizeof(unsigned short))));
+  // A multiple of 4 units: 8-byte blocks, as for the narrow handlers. The new
+  // block before the old one goes: when it cannot be had, the handler keeps
+  // its content.
+  const ULONG newCapacity = qvbase::strings::RoundUp(length + 1, 4);
+  unsigned short* fresh = static_cast<unsigned short*>(
+      qvbase::strings::AllocateBlock(newCapacity * static_cast<ULONG>(sizeof(unsigned short))));
   if (length)
-    std::memcpy(buffer, text, length * sizeof(unsigned short));
-  buffer[length] = 0;
+    std::memcpy(fresh, text, length * sizeof(unsigned short));
+  fresh[length] = 0;
+  FreeBuffer();
+  buffer = fresh;
+  capacity = newCapacity;
   len = length;
 }
 
