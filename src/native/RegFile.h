@@ -62,6 +62,12 @@ constexpr std::size_t kMaxKeyNameLength = 255;
 constexpr std::size_t kMaxKeyDepth = 512;
 bool SplitKeyPath(std::string_view path, std::vector<std::string>* names);
 
+// `text` in double quotes, for a message: a text longer than
+// kQuotedLength bytes is cut there and marked with "..." and its whole length
+// in bytes, so that an over-long key or value name does not flood a message.
+constexpr std::size_t kQuotedLength = 40;
+std::string QuotedForMessage(std::string_view text);
+
 // The value types whose data is text (kRegSz, kRegExpandSz, kRegMultiSz):
 // a version 5 file keeps their data as UTF-16LE in the hex(...) form.
 inline bool IsTextType(DWORD type) {
@@ -89,6 +95,7 @@ struct Key {
   bool RemoveValue(std::string_view valueName);
   // The key `names` below this one, or null.
   Key* Find(const std::vector<std::string>& names);
+  const Key* Find(const std::vector<std::string>& names) const;
 };
 
 struct Tree {

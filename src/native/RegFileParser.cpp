@@ -142,13 +142,13 @@ bool Parser::ParseKeyLine(std::string_view line) {
   Root root;
   // Files name hives in full; the short forms are for the command line.
   if (!ParseRootName(rootText, &root) || !NamesEqual(rootText, RootName(root)))
-    return Fail("unknown root key \"" + std::string(rootText) +
-                "\": expected HKEY_LOCAL_MACHINE or HKEY_CURRENT_USER");
+    return Fail("unknown root key " + QuotedForMessage(rootText) +
+                ": expected HKEY_LOCAL_MACHINE or HKEY_CURRENT_USER");
   std::vector<std::string> path;
   if (slash != std::string_view::npos) {
     std::string_view rest = inner.substr(slash + 1);
     if (rest.empty() || rest.back() == '\\' || !SplitKeyPath(rest, &path))
-      return Fail("invalid key name \"" + std::string(inner) + "\"");
+      return Fail("invalid key name " + QuotedForMessage(inner));
   }
   if (remove && path.empty())
     return Fail("a root key cannot be deleted");
@@ -217,7 +217,7 @@ bool Parser::ParseHexList(std::string_view rest, std::vector<BYTE>* bytes) {
         list.substr(pos, comma == std::string_view::npos ? std::string_view::npos : comma - pos));
     std::uint32_t value;
     if (!ParseHexNumber(token, 2, &value))
-      return Fail("expected a hexadecimal byte, found \"" + std::string(token) + "\"");
+      return Fail("expected a hexadecimal byte, found " + QuotedForMessage(token));
     bytes->push_back(static_cast<BYTE>(value));
     if (comma == std::string_view::npos)
       break;

@@ -114,5 +114,10 @@ std::string RegLastErrorText();
 // Where the registry lives: "Windows registry", or the POSIX store's file.
 std::string RegStoreDescription();
 
+// How many times this process has read and parsed the POSIX store (0 on
+// Windows): reads of a store that has not changed since use what the last
+// one parsed. For tests and diagnostics.
+DWORD RegStoreParses();
+
 } // namespace native
 } // namespace qvbase

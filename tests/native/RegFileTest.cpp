@@ -157,6 +157,89 @@ TEST(RegFile, ValuesKeepTheOrderTheyWereFirstWritten) {
   EXPECT_EQ(key.values[1].name, "alpha");
 }
 
+// Statements applied in any order and number end as if each were applied
+// on its own: values keep the order first written (a value deleted and set
+// again goes to the end), sub-keys end sorted without regard to case, a
+// deleted key takes its sub-keys with it.
+TEST(RegFile, ManyStatementsOfOneKeyApplyAsEachOnItsOwn) {
+  std::string text = kHeader + "[HKEY_LOCAL_MACHINE\\Many]\n";
+  for (int i = 0; i < 2000; ++i)
+    text += "\"v" + std::to_string(i) + "\"=dword:" + std::to_string(i % 10) + "\n";
+  text += "\"V5\"=\"five\"\n\"v7\"=-\n\"v7\"=\"back\"\n\"v9\"=-\n";
+  for (int i = 999; i >= 0; --i)
+    text += "[HKEY_LOCAL_MACHINE\\Many\\k" + std::to_string(i) + "]\n";
+  text += "[HKEY_LOCAL_MACHINE\\Many\\K10\\Below]\n\"x\"=\"1\"\n"
+          "[-HKEY_LOCAL_MACHINE\\Many\\k10]\n"
+          "[HKEY_LOCAL_MACHINE\\Many\\k10]\n";
+  Tree tree = Load(text);
+  regfile::Key* many = tree.RootKey(Root::kLocalMachine).FindSubKey("many");
+  ASSERT_NE(many, nullptr);
+  ASSERT_EQ(many->values.size(), 1999u);
+  EXPECT_EQ(many->values[0].name, "v0");
+  EXPECT_EQ(many->values[5].name, "v5"); // the first spelling stays
+  EXPECT_EQ(many->values[5].data, Bytes(std::string("five\0", 5)));
+  EXPECT_EQ(many->values[7].name, "v8");
+  EXPECT_EQ(many->values[1998].name, "v7");
+  EXPECT_EQ(many->values[1998].data, Bytes(std::string("back\0", 5)));
+  EXPECT_EQ(many->FindValue("v9"), nullptr);
+  ASSERT_EQ(many->subKeys.size(), 1000u);
+  for (std::size_t i = 1; i < many->subKeys.size(); ++i)
+    EXPECT_TRUE(regfile::NameLess(many->subKeys[i - 1]->name, many->subKeys[i]->name)) << i;
+  regfile::Key* k10 = many->FindSubKey("K10");
+  ASSERT_NE(k10, nullptr);
+  EXPECT_TRUE(k10->subKeys.empty());
+
+  // A key that grows from a few values to many, with deletions before and
+  // after.
+  std::string mixed =
+      kHeader + "[HKEY_LOCAL_MACHINE\\Mixed]\n\"a\"=\"\"\n\"b\"=\"\"\n\"c\"=\"\"\n\"B\"=-\n";
+  for (char c = 'd'; c <= 'p'; ++c)
+    mixed += std::string("\"") + c + "\"=\"\"\n";
+  mixed += "\"d\"=-\n\"b\"=\"\"\n";
+  Tree grown = Load(mixed);
+  std::string order;
+  for (const regfile::Value& v : grown.RootKey(Root::kLocalMachine).FindSubKey("Mixed")->values)
+    order += v.name;
+  EXPECT_EQ(order, "acefghijklmnopb");
+}
+
+// A file applied over a tree that has keys and values already.
+TEST(RegFile, StatementsApplyOverAnExistingTree) {
+  Tree tree = Load(kHeader + "[HKEY_LOCAL_MACHINE\\A\\m]\n\"x\"=\"1\"\n\"y\"=\"2\"\n");
+  std::vector<Entry> entries;
+  regfile::ParseError error;
+  ASSERT_TRUE(regfile::Parse(kHeader + "[HKEY_LOCAL_MACHINE\\a\\B]\n[HKEY_LOCAL_MACHINE\\A\\M]\n"
+                                       "\"X\"=\"3\"\n\"y\"=-\n\"z\"=\"4\"\n",
+                             &entries, &error));
+  regfile::Apply(entries, &tree);
+  regfile::Key* a = tree.RootKey(Root::kLocalMachine).FindSubKey("A");
+  ASSERT_EQ(a->subKeys.size(), 2u);
+  EXPECT_EQ(a->subKeys[0]->name, "B");
+  EXPECT_EQ(a->subKeys[1]->name, "m");
+  ASSERT_EQ(a->subKeys[1]->values.size(), 2u);
+  EXPECT_EQ(a->subKeys[1]->values[0].name, "x");
+  EXPECT_EQ(a->subKeys[1]->values[0].data, Bytes(std::string("3\0", 2)));
+  EXPECT_EQ(a->subKeys[1]->values[1].name, "z");
+}
+
+// A message used to quote an over-long name whole.
+TEST(RegFile, MessagesQuoteAtMostFortyBytesOfAName) {
+  const std::string longName(3000, 'n');
+  const regfile::ParseError key =
+      ParseFailure(kHeader + "[HKEY_LOCAL_MACHINE\\A\\" + longName + "]\n");
+  EXPECT_EQ(key.message, "invalid key name \"HKEY_LOCAL_MACHINE\\A\\" + std::string(19, 'n') +
+                             "...\" (3021 bytes)");
+  const regfile::ParseError root = ParseFailure(kHeader + "[" + longName + "]\n");
+  EXPECT_EQ(root.message.find("unknown root key \"" + std::string(40, 'n') + "...\" (3000 bytes)"),
+            0u)
+      << root.message;
+  const regfile::ParseError byte =
+      ParseFailure(kHeader + "[HKEY_LOCAL_MACHINE\\K]\n\"x\"=hex:" + longName + "\n");
+  EXPECT_LT(byte.message.size(), 100u) << byte.message;
+  EXPECT_EQ(regfile::QuotedForMessage("short"), "\"short\"");
+  EXPECT_EQ(regfile::QuotedForMessage(std::string(40, 'x')), "\"" + std::string(40, 'x') + "\"");
+}
+
 TEST(RegFile, HiveNamesTakeShortFormsOnlyOutsideFiles) {
   Root root;
   EXPECT_TRUE(regfile::ParseRootName("HKLM", &root));

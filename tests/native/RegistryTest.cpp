@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -484,6 +485,211 @@ TEST(RegistryStore, HivesCannotBeDeleted) {
   EXPECT_EQ(native::DeleteRegKey(native::kRegLocalMachine, ""), ERROR_ACCESS_DENIED);
 }
 
+// A store that was a symbolic link used to be replaced by a regular file.
+TEST(RegistryStore, AStoreThatIsALinkIsWrittenThroughTheLink) {
+  namespace fs = std::filesystem;
+  qvbase::test::TempDir dir;
+  fs::create_directory(dir.File("real"));
+  const std::string target = dir.File("real/registry.reg");
+  const std::string link = dir.File("registry.reg");
+  fs::create_symlink("real/registry.reg", link); // relative, and not there yet
+  qvbase::test::ScopedEnv env("QVBASE_REGISTRY", link.c_str());
+  RegKey key = nullptr;
+  ASSERT_EQ(native::CreateRegKey(native::kRegCurrentUser, "Software\\Linked", nullptr,
+                                 native::kKeyAllAccess, &key, nullptr),
+            ERROR_SUCCESS);
+  ASSERT_EQ(SetString(key, "name", "first"), ERROR_SUCCESS);
+  ASSERT_EQ(SetString(key, "name", "second"), ERROR_SUCCESS);
+  EXPECT_EQ(GetString(key, "name"), "second");
+  native::CloseRegKey(key);
+  EXPECT_TRUE(fs::is_symlink(fs::symlink_status(link)));
+  EXPECT_EQ(fs::read_symlink(link), fs::path("real/registry.reg"));
+  EXPECT_NE(qvbase::test::ReadFile(target).find("\"name\"=\"second\""), std::string::npos);
+  // The lock and the temporary file are the target's, beside it.
+  EXPECT_TRUE(qvbase::test::FileExists(target + ".lock"));
+  EXPECT_FALSE(qvbase::test::FileExists(target + ".tmp"));
+}
+
+TEST(RegistryStore, RepeatedReadsOfAnUnchangedStoreParseItOnce) {
+  qvbase::test::ScratchRegistry registry;
+  ScratchKey key(registry);
+  ASSERT_EQ(SetString(key.get(), "name", "value"), ERROR_SUCCESS);
+  const DWORD before = native::RegStoreParses();
+  for (int i = 0; i < 50; ++i)
+    EXPECT_EQ(GetString(key.get(), "name"), "value");
+  // A change made here is known without reading it back.
+  ASSERT_EQ(SetString(key.get(), "name", "again"), ERROR_SUCCESS);
+  EXPECT_EQ(GetString(key.get(), "name"), "again");
+  EXPECT_EQ(native::RegStoreParses(), before);
+  // A change made by hand, in place and the same size, is read again.
+  std::string text = qvbase::test::ReadFile(registry.StoreFile());
+  text.replace(text.find("again"), 5, "other");
+  qvbase::test::WriteFile(registry.StoreFile(), text);
+  EXPECT_EQ(GetString(key.get(), "name"), "other");
+  EXPECT_EQ(native::RegStoreParses(), before + 1);
+  EXPECT_EQ(GetString(key.get(), "name"), "other");
+  EXPECT_EQ(native::RegStoreParses(), before + 1);
+}
+
+// Error texts used to quote an over-long name whole.
+TEST(RegistryStore, ErrorsQuoteAtMostAFewDozenCharactersOfAnOverLongName) {
+  qvbase::test::ScratchRegistry registry;
+  const std::string longName(5000, 'k');
+  qvbase::test::WriteFile(registry.StoreFile(), "Windows Registry Editor Version 5.00\n\n"
+                                                "[HKEY_CURRENT_USER\\" +
+                                                    longName + "]\n");
+  RegKey key = nullptr;
+  EXPECT_EQ(native::OpenRegKey(native::kRegCurrentUser, "Software", native::kKeyRead, &key),
+            ERROR_BADDB);
+  const std::string text = native::RegLastErrorText();
+  EXPECT_NE(text.find("invalid key name \"HKEY_CURRENT_USER\\kkk"), std::string::npos) << text;
+  EXPECT_NE(text.find("...\" (5018 bytes)"), std::string::npos) << text;
+  EXPECT_LT(text.size(), registry.StoreFile().size() + 120) << text;
+}
+
+// Child role: sets one large value, for the test that stops it part way.
+int LargeChangeRole(const std::vector<std::string>& args) {
+  if (args.size() < 2)
+    return 98;
+  RegKey key = nullptr;
+  if (native::CreateRegKey(native::kRegCurrentUser, args[0].c_str(), nullptr, native::kKeyAllAccess,
+                           &key, nullptr) != ERROR_SUCCESS)
+    return 2;
+  const std::string data(std::stoul(args[1]), 'n');
+  if (SetString(key, "large", data) != ERROR_SUCCESS)
+    return 3;
+  native::CloseRegKey(key);
+  return 0;
+}
+const bool kLargeChangeRegistered =
+    qvbase::test::RegisterChildRole("registry-large-change", LargeChangeRole);
+
+// A writer killed at every step of a change in turn: the store is always
+// the old content or the new, never torn, and the lock is free for the next
+// writer.
+TEST(RegistryStore, AWriterKilledAtAnyStepLeavesTheOldOrTheNewStore) {
+  ASSERT_TRUE(kLargeChangeRegistered);
+  qvbase::test::ScratchRegistry registry;
+  const std::string size = "20000"; // five steps of writing, as UTF-16 hex far more
+  {
+    ScratchKey key(registry);
+    ASSERT_EQ(SetString(key.get(), "large", std::string(20000, 'o')), ERROR_SUCCESS);
+  }
+  const std::string before = qvbase::test::ReadFile(registry.StoreFile());
+  std::string after;
+  int stops = 0;
+  for (int step = 1; step < 1000; ++step) {
+    SCOPED_TRACE("stopped at step " + std::to_string(step));
+    qvbase::test::WriteFile(registry.StoreFile(), before);
+    int status = -1;
+    {
+      qvbase::test::ScopedEnv stop("QVBASE_REGISTRY_TEST_STOP_AT", std::to_string(step).c_str());
+      native::Process child =
+          native::SpawnProcess({qvbase::test::SelfPath(), "--qvtest-child", "registry-large-change",
+                                registry.KeyPath(), size});
+      ASSERT_NE(child, nullptr);
+      status = native::WaitProcess(child);
+    }
+    const std::string now = qvbase::test::ReadFile(registry.StoreFile());
+    if (status == 0) {
+      after = now; // past the last step: the change is whole
+      break;
+    }
+    ++stops;
+    EXPECT_EQ(status, -1) << "the writer ended otherwise than killed";
+    EXPECT_TRUE(now == before || now.find(std::string(20000, 'n')) != std::string::npos)
+        << "a torn store";
+    // The lock is free and the store reads: a change here goes through.
+    ScratchKey key(registry);
+    ASSERT_EQ(SetDword(key.get(), "after", static_cast<DWORD>(step)), ERROR_SUCCESS);
+  }
+  EXPECT_NE(after.find(std::string(20000, 'n')), std::string::npos);
+  // The lock, the store read, the temporary file, its 4 KiB steps, the flush,
+  // the rename, the directory.
+  EXPECT_GT(stops, 10);
+}
+
 #endif // !_WIN32
+
+// Child role: 200 changes, each to the shared key (a value of its own and a
+// value every writer sets) and to a key of its own.
+int ContendingWriterRole(const std::vector<std::string>& args) {
+  if (args.size() < 3)
+    return 98;
+  const std::string& base = args[0];
+  const std::string& writer = args[1];
+  const int count = std::stoi(args[2]);
+  RegKey shared = nullptr, own = nullptr;
+  if (native::CreateRegKey(native::kRegCurrentUser, (base + "\\shared").c_str(), nullptr,
+                           native::kKeyAllAccess, &shared, nullptr) != ERROR_SUCCESS ||
+      native::CreateRegKey(native::kRegCurrentUser, (base + "\\" + writer).c_str(), nullptr,
+                           native::kKeyAllAccess, &own, nullptr) != ERROR_SUCCESS)
+    return 2;
+  for (int i = 0; i < count; ++i) {
+    const std::string name = writer + "-" + std::to_string(i);
+    LONG rc = ERROR_SUCCESS;
+    switch (i % 3) {
+    case 0:
+      rc = SetDword(shared, name.c_str(), static_cast<DWORD>(i));
+      break;
+    case 1:
+      rc = SetString(shared, "last", name);
+      break;
+    default:
+      rc = SetDword(own, name.c_str(), static_cast<DWORD>(i));
+      break;
+    }
+    if (rc != ERROR_SUCCESS)
+      return 3;
+  }
+  native::CloseRegKey(shared);
+  native::CloseRegKey(own);
+  return 0;
+}
+const bool kContendingRegistered =
+    qvbase::test::RegisterChildRole("registry-contending", ContendingWriterRole);
+
+TEST(Registry, EightWritersOfTwoHundredChangesEachLoseNothing) {
+  ASSERT_TRUE(kContendingRegistered);
+  qvbase::test::ScratchRegistry registry;
+  const int kWriters = 8, kChanges = 200;
+  std::vector<native::Process> writers;
+  for (int w = 0; w < kWriters; ++w)
+    writers.push_back(native::SpawnProcess({qvbase::test::SelfPath(), "--qvtest-child",
+                                            "registry-contending", registry.KeyPath(),
+                                            "w" + std::to_string(w), std::to_string(kChanges)}));
+  for (native::Process p : writers) {
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(native::WaitProcess(p), 0);
+  }
+  ScratchKey shared(registry, "shared");
+  DWORD values = 0;
+  ASSERT_EQ(native::QueryRegKeyInfo(shared.get(), nullptr, nullptr, &values, nullptr, nullptr),
+            ERROR_SUCCESS);
+  int expectedShared = 1; // "last"
+  for (int w = 0; w < kWriters; ++w) {
+    ScratchKey own(registry, "w" + std::to_string(w));
+    for (int i = 0; i < kChanges; ++i) {
+      const std::string name = "w" + std::to_string(w) + "-" + std::to_string(i);
+      if (i % 3 == 1)
+        continue;
+      RegKey where = i % 3 == 0 ? shared.get() : own.get();
+      expectedShared += i % 3 == 0;
+      DWORD value = 0, size = sizeof value;
+      EXPECT_EQ(native::QueryRegValue(where, name.c_str(), nullptr, reinterpret_cast<BYTE*>(&value),
+                                      &size),
+                ERROR_SUCCESS)
+          << name;
+      EXPECT_EQ(value, static_cast<DWORD>(i)) << name;
+    }
+  }
+  EXPECT_EQ(values, static_cast<DWORD>(expectedShared));
+  // The shared value holds one writer's last setting of it.
+  const std::string last = GetString(shared.get(), "last");
+  bool someWritersLast = false;
+  for (int w = 0; w < kWriters; ++w)
+    someWritersLast = someWritersLast || last == "w" + std::to_string(w) + "-199";
+  EXPECT_TRUE(someWritersLast) << last;
+}
 
 } // namespace

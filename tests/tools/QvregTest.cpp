@@ -107,6 +107,34 @@ TEST(Qvreg, MissingKeyOrValueFailsWithOne) {
   EXPECT_EQ(Qvreg({"delete-key", registry.FullKeyName() + "\\Nowhere"}).status, 1);
 }
 
+// Messages used to quote over-long names whole.
+TEST(Qvreg, MessagesQuoteAtMostAFewDozenCharactersOfAnOverLongName) {
+  qvbase::test::ScratchRegistry registry;
+  std::string deep = registry.FullKeyName();
+  for (int i = 0; i < 10; ++i)
+    deep += "\\" + std::string(200, 'k');
+  const std::string longValue(3000, 'v');
+  struct Row {
+    const char* what;
+    std::vector<std::string> args;
+    const char* expected;
+  };
+  const Row rows[] = {
+      {"a deep key", {"get", deep, "x"}, "bytes)"},
+      {"a long value name", {"get", registry.FullKeyName(), longValue}, "(3000 bytes)"},
+      {"a key name too long to be one", {"list", "HKCU\\" + std::string(3000, 'x')}, "bytes)"},
+  };
+  ASSERT_EQ(Qvreg({"set", registry.FullKeyName(), "x", "dword", "1"}).status, 0);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    RunResult r = Qvreg(row.args);
+    EXPECT_NE(r.status, 0);
+    EXPECT_TRUE(IsOneLine(r.err)) << r.err;
+    EXPECT_NE(r.err.find(row.expected), std::string::npos) << r.err;
+    EXPECT_LT(r.err.size(), 250u) << r.err;
+  }
+}
+
 TEST(Qvreg, DeleteRemovesValuesAndKeys) {
   qvbase::test::ScratchRegistry registry;
   std::string key = registry.FullKeyName() + "\\A\\B";

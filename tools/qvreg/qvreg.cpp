@@ -71,6 +71,19 @@ std::string Explain(LONG rc) {
   return text.empty() ? "error " + std::to_string(rc) : text;
 }
 
+// A key's name for a message: whole when short, else its start, "..." and
+// its length, so that an over-long name does not flood the line.
+std::string Shown(const std::string& keyName) {
+  constexpr std::size_t kShownLength = 60;
+  if (keyName.size() <= kShownLength + 20)
+    return keyName;
+  return keyName.substr(0, kShownLength) + "... (" + std::to_string(keyName.size()) + " bytes)";
+}
+
+// A value name, or any other text from the command line, quoted for a
+// message and cut when over-long.
+std::string Quoted(const std::string& text) { return regfile::QuotedForMessage(text); }
+
 struct KeyName {
   regfile::Root root;
   std::string path; // below the root, may be empty
@@ -81,12 +94,12 @@ KeyName ParseKeyName(const std::string& text) {
   KeyName name;
   std::size_t slash = text.find('\\');
   if (!regfile::ParseRootName(text.substr(0, slash), &name.root))
-    Usage("unknown root in \"" + text +
-          "\": expected HKEY_LOCAL_MACHINE, HKLM, HKEY_CURRENT_USER or HKCU");
+    Usage("unknown root in " + Quoted(text) +
+          ": expected HKEY_LOCAL_MACHINE, HKLM, HKEY_CURRENT_USER or HKCU");
   name.path = slash == std::string::npos ? "" : text.substr(slash + 1);
   std::vector<std::string> names;
   if (!regfile::SplitKeyPath(name.path, &names))
-    Usage("invalid key name \"" + text + "\"");
+    Usage("invalid key name " + Quoted(text));
   name.display = regfile::RootName(name.root);
   for (const std::string& n : names)
     name.display += "\\" + n;
@@ -105,7 +118,7 @@ public:
                                             access, &m_key, nullptr)
                      : native::OpenRegKey(RootHandle(name.root), name.path.c_str(), access, &m_key);
     if (rc != ERROR_SUCCESS)
-      Failed("cannot open " + name.display + ": " + Explain(rc));
+      Failed("cannot open " + Shown(name.display) + ": " + Explain(rc));
   }
   ~OpenKey() {
     if (m_key)
@@ -206,19 +219,19 @@ std::vector<BYTE> ReadValue(native::RegKey key, const std::string& name, DWORD* 
     rc = native::QueryRegValue(key, name.c_str(), type, data.data(), &size);
   } while (rc == ERROR_MORE_DATA);
   if (rc != ERROR_SUCCESS)
-    Failed("cannot read value \"" + name + "\": " + Explain(rc));
+    Failed("cannot read value " + Quoted(name) + ": " + Explain(rc));
   data.resize(size);
   return data;
 }
 
 std::uint64_t ParseNumber(const std::string& text, std::uint64_t max) {
   if (text.empty() || text[0] == '-' || text[0] == '+')
-    Usage("expected a number, found \"" + text + "\"");
+    Usage("expected a number, found " + Quoted(text));
   errno = 0;
   char* end = nullptr;
   unsigned long long v = std::strtoull(text.c_str(), &end, 0);
   if (errno != 0 || *end != '\0' || v > max)
-    Usage("expected a number up to " + std::to_string(max) + ", found \"" + text + "\"");
+    Usage("expected a number up to " + std::to_string(max) + ", found " + Quoted(text));
   return v;
 }
 
@@ -235,7 +248,7 @@ std::vector<BYTE> ParseHexData(const std::vector<std::string>& args) {
     std::uint64_t v = 0;
     std::string pair = digits.substr(i, 2);
     if (pair.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-      Usage("invalid hex byte \"" + pair + "\"");
+      Usage("invalid hex byte " + Quoted(pair));
     v = std::strtoull(pair.c_str(), nullptr, 16);
     bytes.push_back(static_cast<BYTE>(v));
   }
@@ -307,14 +320,15 @@ int CmdSet(const std::vector<std::string>& args) {
       known = true;
     }
   if (!known)
-    Usage("unknown type \"" + args[2] +
-          "\": expected sz, expand_sz, multi_sz, dword, qword, binary or none");
+    Usage("unknown type " + Quoted(args[2]) +
+          ": expected sz, expand_sz, multi_sz, dword, qword, binary or none");
   std::vector<BYTE> data = EncodeData(type, std::vector<std::string>(args.begin() + 3, args.end()));
   OpenKey key(name, native::kKeyWrite, true);
   LONG rc = native::SetRegValue(key.get(), args[1].c_str(), type, data.data(),
                                 static_cast<DWORD>(data.size()));
   if (rc != ERROR_SUCCESS)
-    Failed("cannot write value \"" + args[1] + "\" in " + name.display + ": " + Explain(rc));
+    Failed("cannot write value " + Quoted(args[1]) + " in " + Shown(name.display) + ": " +
+           Explain(rc));
   return kExitOk;
 }
 
@@ -325,7 +339,8 @@ int CmdDelete(const std::vector<std::string>& args) {
   OpenKey key(name, native::kKeyAllAccess, false);
   LONG rc = native::DeleteRegValue(key.get(), args[1].c_str());
   if (rc != ERROR_SUCCESS)
-    Failed("cannot delete value \"" + args[1] + "\" in " + name.display + ": " + Explain(rc));
+    Failed("cannot delete value " + Quoted(args[1]) + " in " + Shown(name.display) + ": " +
+           Explain(rc));
   return kExitOk;
 }
 
@@ -337,7 +352,7 @@ int CmdDeleteKey(const std::vector<std::string>& args) {
     Usage("a root key cannot be deleted");
   LONG rc = native::DeleteRegTree(RootHandle(name.root), name.path.c_str());
   if (rc != ERROR_SUCCESS)
-    Failed("cannot delete " + name.display + ": " + Explain(rc));
+    Failed("cannot delete " + Shown(name.display) + ": " + Explain(rc));
   return kExitOk;
 }
 
@@ -350,12 +365,12 @@ void ReadTree(native::RegKey key, regfile::Key* out) {
     if (rc == ERROR_NO_MORE_ITEMS)
       break;
     if (rc != ERROR_SUCCESS)
-      Failed("cannot list the sub-keys of " + out->name + ": " + Explain(rc));
+      Failed("cannot list the sub-keys of " + Shown(out->name) + ": " + Explain(rc));
     std::string subName(name.data(), nameSize);
     native::RegKey sub = nullptr;
     rc = native::OpenRegKey(key, subName.c_str(), native::kKeyRead, &sub);
     if (rc != ERROR_SUCCESS)
-      Failed("cannot open " + subName + ": " + Explain(rc));
+      Failed("cannot open " + Shown(subName) + ": " + Explain(rc));
     regfile::Key* child = out->AddSubKey(subName);
     try {
       ReadTree(sub, child);
@@ -368,7 +383,7 @@ void ReadTree(native::RegKey key, regfile::Key* out) {
   DWORD maxName = 0, maxData = 0;
   LONG rc = native::QueryRegKeyInfo(key, nullptr, nullptr, nullptr, &maxName, &maxData);
   if (rc != ERROR_SUCCESS)
-    Failed("cannot read " + out->name + ": " + Explain(rc));
+    Failed("cannot read " + Shown(out->name) + ": " + Explain(rc));
   for (DWORD index = 0;; ++index) {
     std::vector<char> name(maxName + 1);
     std::vector<BYTE> data(maxData);
@@ -377,7 +392,7 @@ void ReadTree(native::RegKey key, regfile::Key* out) {
     if (rc == ERROR_NO_MORE_ITEMS)
       break;
     if (rc != ERROR_SUCCESS)
-      Failed("cannot list the values of " + out->name + ": " + Explain(rc));
+      Failed("cannot list the values of " + Shown(out->name) + ": " + Explain(rc));
     data.resize(dataSize);
     out->SetValue(std::string(name.data(), nameSize), type, std::move(data));
   }
@@ -519,7 +534,7 @@ int Run(int argc, char** argv) {
     std::printf("%s\n", native::RegStoreDescription().c_str());
     return kExitOk;
   }
-  Usage("unknown command \"" + command + "\"");
+  Usage("unknown command " + Quoted(command));
 }
 
 } // namespace

@@ -16,15 +16,21 @@
 #include "native/RegFileWriter.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <pwd.h>
 #include <set>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace qvbase {
@@ -114,10 +120,10 @@ bool IsValidHandle(RegKey key) {
 }
 
 RegKey NewHandle(Root root, std::vector<std::string> path, DWORD access) {
-  RegKey key = new RegKeyOpaque{root, std::move(path), access};
+  auto key = std::make_unique<RegKeyOpaque>(RegKeyOpaque{root, std::move(path), access});
   std::lock_guard<std::mutex> lock(gHandlesMutex);
-  LiveHandles().insert(key);
-  return key;
+  LiveHandles().insert(key.get());
+  return key.release();
 }
 
 std::string StorePath() {
@@ -155,90 +161,317 @@ bool MakeParentDirectories(const std::string& path) {
   return mkdir(dir.c_str(), 0777) == 0 || errno == EEXIST;
 }
 
-// Reads the whole store into `tree`. A missing file is an empty store.
-LONG LoadStore(const std::string& path, Tree* tree) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    if (errno == ENOENT || errno == ENOTDIR)
-      return ERROR_SUCCESS;
-    return FailWith(ERROR_CANTREAD, ErrnoText("cannot read registry store", path));
+std::string DirectoryOf(const std::string& path) {
+  std::size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos)
+    return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// The file a store path names, through any symbolic links (whose targets
+// need not exist yet): a store that is a link is read and written through
+// it, and the link stays a link, as editors keep it.
+std::string FollowLinks(std::string path) {
+  for (int hops = 0; hops < 40; ++hops) {
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+      return path;
+    std::string target(static_cast<std::size_t>(st.st_size > 0 ? st.st_size : 4096) + 1, '\0');
+    ssize_t n = readlink(path.c_str(), target.data(), target.size());
+    if (n < 0 || static_cast<std::size_t>(n) >= target.size())
+      return path;
+    target.resize(static_cast<std::size_t>(n));
+    if (!target.empty() && target.front() == '/') {
+      path = target;
+    } else {
+      std::string relative = DirectoryOf(path);
+      relative += '/';
+      relative += target;
+      path = relative;
+    }
   }
-  std::string bytes;
+  return path; // a loop: opening it reports the error
+}
+
+// A file descriptor, closed when it goes out of scope.
+class Descriptor {
+public:
+  explicit Descriptor(int fd = -1) : m_fd(fd) {}
+  ~Descriptor() {
+    if (m_fd >= 0)
+      close(m_fd);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return m_fd; }
+  // Closes now; false (with errno) when closing reports an error.
+  bool Close() {
+    int fd = m_fd;
+    m_fd = -1;
+    return fd < 0 || close(fd) == 0;
+  }
+
+private:
+  int m_fd;
+};
+
+// ---------------------------------------------------------------------------
+// Stopping a writer part way, for the tests that kill one: with the
+// environment variable QVBASE_REGISTRY_TEST_STOP_AT set to n, the process
+// kills itself (SIGKILL, as a crash or `kill -9` would) at the n-th step of
+// a change. Steps: the lock taken, the store read, the temporary file
+// opened, each 4 KiB written, the data flushed, the rename, the directory
+// flushed. Only tests set it; unset, nothing is counted.
+
+constexpr std::size_t kWriteStep = 4096;
+
+void Step() {
+  static const char* stopAt = std::getenv("QVBASE_REGISTRY_TEST_STOP_AT");
+  static long steps = 0;
+  if (stopAt && ++steps == std::atol(stopAt))
+    kill(getpid(), SIGKILL);
+}
+
+// ---------------------------------------------------------------------------
+// Snapshots: the tree of the store last read (or written) is kept with the
+// identity of its file (device, inode, size, modification and change times)
+// and a hash of its bytes. A read whose file has the same identity, and has
+// not been touched for a few seconds, takes the tree without reading the
+// file; one touched more recently could have been changed in place within
+// one tick of the file system's clock, so its bytes are read and compared by
+// hash first. Only a changed file is parsed again. Writers replace the file
+// by rename, so a changed store is a new inode.
+
+constexpr std::int64_t kSettledNanoseconds = 2000000000; // two seconds
+
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  std::int64_t modified = 0; // nanoseconds since 1970
+  std::int64_t changed = 0;
+  bool exists = false;
+
+  static FileIdentity Of(const struct stat& st) {
+    FileIdentity id;
+    id.device = st.st_dev;
+    id.inode = st.st_ino;
+    id.size = st.st_size;
+    id.modified = std::int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    id.changed = std::int64_t(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+    id.exists = true;
+    return id;
+  }
+  bool operator==(const FileIdentity& o) const {
+    return exists == o.exists && device == o.device && inode == o.inode && size == o.size &&
+           modified == o.modified && changed == o.changed;
+  }
+  // Untouched long enough that a change would have shown in its times.
+  bool Settled() const {
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::int64_t current = std::int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
+    return !exists ||
+           (current - modified > kSettledNanoseconds && current - changed > kSettledNanoseconds);
+  }
+};
+
+struct Snapshot {
+  std::string file; // the store file, links followed
+  FileIdentity identity;
+  std::size_t hash = 0; // of the file's bytes
+  std::size_t size = 0;
+  std::shared_ptr<Tree> tree;
+};
+
+std::mutex gSnapshotMutex;
+std::atomic<DWORD> gParses{0};
+
+Snapshot& CachedSnapshot() {
+  static Snapshot* snapshot = new Snapshot;
+  return *snapshot;
+}
+
+std::size_t HashOf(const std::string& bytes) { return std::hash<std::string>()(bytes); }
+
+// The cached tree of `file` when `matches` holds for the snapshot; null
+// otherwise. `take` moves it out of the cache, for a writer that changes it
+// (only when no reader holds it).
+template <typename Matches>
+std::shared_ptr<Tree> Cached(const std::string& file, bool take, Matches matches) {
+  std::lock_guard<std::mutex> lock(gSnapshotMutex);
+  Snapshot& cached = CachedSnapshot();
+  if (!cached.tree || cached.file != file || !matches(cached))
+    return nullptr;
+  if (!take)
+    return cached.tree;
+  if (cached.tree.use_count() != 1)
+    return nullptr;
+  std::shared_ptr<Tree> tree = std::move(cached.tree);
+  cached.tree.reset();
+  return tree;
+}
+
+void Remember(const std::string& file, const FileIdentity& identity, const std::string& bytes,
+              std::shared_ptr<Tree> tree) {
+  std::lock_guard<std::mutex> lock(gSnapshotMutex);
+  Snapshot& cached = CachedSnapshot();
+  cached.tree.reset();
+  cached.file = file;
+  cached.identity = identity;
+  cached.hash = HashOf(bytes);
+  cached.size = bytes.size();
+  cached.tree = std::move(tree);
+}
+
+void Forget() {
+  std::lock_guard<std::mutex> lock(gSnapshotMutex);
+  CachedSnapshot().tree.reset();
+}
+
+bool ReadAll(int fd, std::size_t expected, std::string* bytes) {
+  bytes->clear();
+  bytes->reserve(expected);
   char buffer[65536];
   while (true) {
     ssize_t n = read(fd, buffer, sizeof buffer);
     if (n < 0 && errno == EINTR)
       continue;
-    if (n < 0) {
-      int saved = errno;
-      close(fd);
-      errno = saved;
-      return FailWith(ERROR_CANTREAD, ErrnoText("cannot read registry store", path));
-    }
+    if (n < 0)
+      return false;
     if (n == 0)
-      break;
-    bytes.append(buffer, static_cast<std::size_t>(n));
+      return true;
+    bytes->append(buffer, static_cast<std::size_t>(n));
   }
-  close(fd);
+}
+
+// Reads the store `file` (links followed) into a tree, or takes the
+// snapshot of it when the file has not changed since. A missing file is an
+// empty store. `forChange` asks for a tree the caller may change.
+LONG LoadStore(const std::string& file, bool forChange, std::shared_ptr<Tree>* tree) {
+  Descriptor fd(open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (fd.get() < 0) {
+    if (errno != ENOENT && errno != ENOTDIR)
+      return FailWith(ERROR_CANTREAD, ErrnoText("cannot read registry store", file));
+    const FileIdentity missing;
+    *tree = Cached(file, forChange, [&](const Snapshot& c) { return c.identity == missing; });
+    if (!*tree) {
+      *tree = std::make_shared<Tree>();
+      if (!forChange)
+        Remember(file, missing, std::string(), *tree);
+    }
+    return ERROR_SUCCESS;
+  }
+  struct stat st;
+  if (fstat(fd.get(), &st) != 0)
+    return FailWith(ERROR_CANTREAD, ErrnoText("cannot read registry store", file));
+  if (S_ISDIR(st.st_mode)) {
+    errno = EISDIR;
+    return FailWith(ERROR_CANTREAD, ErrnoText("cannot read registry store", file));
+  }
+  const FileIdentity identity = FileIdentity::Of(st);
+  const bool settled = identity.Settled();
+  *tree =
+      Cached(file, forChange, [&](const Snapshot& c) { return settled && c.identity == identity; });
+  if (*tree)
+    return ERROR_SUCCESS;
+  std::string bytes;
+  if (!ReadAll(fd.get(), static_cast<std::size_t>(st.st_size), &bytes))
+    return FailWith(ERROR_CANTREAD, ErrnoText("cannot read registry store", file));
+  const std::size_t hash = HashOf(bytes);
+  *tree = Cached(file, forChange, [&](const Snapshot& c) {
+    return c.identity.exists && c.size == bytes.size() && c.hash == hash;
+  });
+  if (*tree) {
+    if (!forChange) {
+      std::lock_guard<std::mutex> lock(gSnapshotMutex);
+      CachedSnapshot().identity = identity; // the same bytes under a newer identity
+    }
+    return ERROR_SUCCESS;
+  }
+  ++gParses;
   std::vector<regfile::Entry> entries;
   regfile::ParseError error;
   if (!regfile::Parse(bytes, &entries, &error))
-    return FailWith(ERROR_BADDB, path + ":" + std::to_string(error.line) + ": " + error.message);
-  regfile::Apply(entries, tree);
+    return FailWith(ERROR_BADDB, file + ":" + std::to_string(error.line) + ": " + error.message);
+  auto loaded = std::make_shared<Tree>();
+  regfile::Apply(entries, loaded.get());
+  *tree = loaded;
+  if (!forChange)
+    Remember(file, identity, bytes, std::move(loaded));
   return ERROR_SUCCESS;
 }
 
 bool WriteAll(int fd, const std::string& bytes) {
   std::size_t done = 0;
   while (done < bytes.size()) {
-    ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+    const std::size_t step = std::min(kWriteStep, bytes.size() - done);
+    ssize_t n = write(fd, bytes.data() + done, step);
     if (n < 0 && errno == EINTR)
       continue;
     if (n <= 0)
       return false;
     done += static_cast<std::size_t>(n);
+    Step();
   }
   return true;
 }
 
-// Replaces the store with `tree`: a temporary file beside it, flushed to disk,
-// then renamed over it. The store keeps its permissions.
-LONG SaveStore(const std::string& path, const Tree& tree) {
-  std::string temp = path + ".tmp." + std::to_string(getpid());
+// Replaces the store `file` (links followed) with `tree`: the whole text
+// made first, then written to "<file>.tmp" beside it, flushed to disk,
+// renamed over the store and the directory flushed, so that the store is
+// the old content or the new one whatever stops the writer. Only the
+// holder of the writer lock writes the temporary file; one left by a
+// writer that was killed is overwritten by the next. The store keeps its
+// permissions. On success the tree becomes the snapshot of the new file.
+LONG SaveStore(const std::string& file, std::shared_ptr<Tree> tree) {
+  const std::string bytes = regfile::Write(*tree, regfile::Encoding::kUtf8);
+  const std::string temp = file + ".tmp";
   mode_t mode = 0666;
   struct stat st;
-  bool exists = stat(path.c_str(), &st) == 0;
-  int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
-  if (fd < 0)
+  if (stat(file.c_str(), &st) == 0)
+    mode = st.st_mode & 07777;
+  Descriptor fd(open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (fd.get() < 0)
     return FailWith(ERROR_CANTWRITE, ErrnoText("cannot write registry store", temp));
-  if (exists)
-    fchmod(fd, st.st_mode & 07777);
-  std::string bytes = regfile::Write(tree, regfile::Encoding::kUtf8);
-  if (!WriteAll(fd, bytes) || fsync(fd) != 0) {
+  Step();
+  // Explicitly, so that the process's umask does not narrow it.
+  if (!(fchmod(fd.get(), mode) == 0 && WriteAll(fd.get(), bytes) && fsync(fd.get()) == 0 &&
+        (Step(), fd.Close()))) {
     int saved = errno;
-    close(fd);
+    fd.Close();
     unlink(temp.c_str());
     errno = saved;
     return FailWith(ERROR_CANTWRITE, ErrnoText("cannot write registry store", temp));
   }
-  close(fd);
-  if (rename(temp.c_str(), path.c_str()) != 0) {
+  if (rename(temp.c_str(), file.c_str()) != 0) {
     int saved = errno;
     unlink(temp.c_str());
     errno = saved;
-    return FailWith(ERROR_CANTWRITE, ErrnoText("cannot replace registry store", path));
+    return FailWith(ERROR_CANTWRITE, ErrnoText("cannot replace registry store", file));
   }
+  Step();
+  // The rename itself reaches the disk with the directory.
+  Descriptor directory(open(DirectoryOf(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (directory.get() >= 0)
+    fsync(directory.get());
+  Step();
+  if (stat(file.c_str(), &st) == 0)
+    Remember(file, FileIdentity::Of(st), bytes, std::move(tree));
   return ERROR_SUCCESS;
 }
 
 // Holds the store's writer lock for its lifetime. Writers in other processes
-// (and other threads: each lock has its own open file) wait for it.
+// (and other threads: each lock has its own open file) wait for it. The
+// lock file is "<store>.lock" beside the store file (links followed), so
+// that writers that name the store through a link and through its target
+// queue on the same lock. A writer that is killed holds it no longer.
 class WriterLock {
 public:
-  explicit WriterLock(const std::string& storePath) {
-    std::string lockPath = storePath + ".lock";
+  explicit WriterLock(const std::string& storeFile) {
+    std::string lockPath = storeFile + ".lock";
     if (!MakeParentDirectories(lockPath)) {
-      m_error = ErrnoText("cannot create the directory of", storePath);
+      m_error = ErrnoText("cannot create the directory of", storeFile);
       return;
     }
     m_fd = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
@@ -275,37 +508,46 @@ private:
 // Runs `read` on a snapshot of the store.
 template <typename F>
 LONG ReadStore(F&& read) {
-  Tree tree;
-  LONG rc = LoadStore(StorePath(), &tree);
+  std::shared_ptr<Tree> tree;
+  LONG rc = LoadStore(FollowLinks(StorePath()), /*forChange=*/false, &tree);
   if (rc != ERROR_SUCCESS)
     return rc;
-  return read(tree);
+  return read(static_cast<const Tree&>(*tree));
 }
 
 // Runs `change` on the current store under the writer lock; `change` returns
 // its result and sets `*changed` when the store must be written back.
 template <typename F>
 LONG ChangeStore(F&& change) {
-  std::string path = StorePath();
-  WriterLock lock(path);
+  const std::string file = FollowLinks(StorePath());
+  WriterLock lock(file);
   if (!lock.Held())
     return FailWith(ERROR_CANTWRITE, lock.Error());
-  Tree tree;
-  LONG rc = LoadStore(path, &tree);
+  Step();
+  std::shared_ptr<Tree> tree;
+  LONG rc = LoadStore(file, /*forChange=*/true, &tree);
   if (rc != ERROR_SUCCESS)
     return rc;
+  Step();
   bool changed = false;
-  rc = change(tree, &changed);
-  if (changed) {
-    LONG saved = SaveStore(path, tree);
-    if (saved != ERROR_SUCCESS)
-      return saved;
+  try {
+    rc = change(*tree, &changed);
+    if (changed) {
+      LONG saved = SaveStore(file, tree);
+      if (saved != ERROR_SUCCESS)
+        return saved;
+    }
+  } catch (...) {
+    // The tree may be half changed: the next reader reads the file again.
+    Forget();
+    throw;
   }
   return rc;
 }
 
 // The key a handle names, or null when it has been deleted.
 Key* Resolve(Tree& tree, RegKey key) { return tree.RootKey(key->root).Find(key->path); }
+const Key* Resolve(const Tree& tree, RegKey key) { return tree.RootKey(key->root).Find(key->path); }
 
 bool ValidName(const char* name) {
   for (const char* p = name; p && *p; ++p)
@@ -352,8 +594,8 @@ LONG ReadKey(RegKey handle, DWORD access, F&& read) {
     return Fail(ERROR_INVALID_HANDLE);
   if (access && !(handle->access & access))
     return Fail(ERROR_ACCESS_DENIED);
-  return ReadStore([&](Tree& tree) -> LONG {
-    Key* key = Resolve(tree, handle);
+  return ReadStore([&](const Tree& tree) -> LONG {
+    const Key* key = Resolve(tree, handle);
     if (!key)
       return Fail(ERROR_KEY_DELETED);
     return read(tree, *key);
@@ -431,7 +673,7 @@ LONG OpenRegKey(RegKey parent, const char* subKey, DWORD access, RegKey* result)
   std::vector<std::string> names;
   if (!SplitSubKey(parent, subKey, &names))
     return IsValidHandle(parent) ? Fail(ERROR_BAD_PATHNAME) : Fail(ERROR_INVALID_HANDLE);
-  return ReadKey(parent, 0, [&](Tree&, Key& base) -> LONG {
+  return ReadKey(parent, 0, [&](const Tree&, const Key& base) -> LONG {
     if (!base.Find(names))
       return Fail(ERROR_FILE_NOT_FOUND);
     *result = NewHandle(parent->root, Join(parent->path, names), access);
@@ -479,7 +721,7 @@ LONG CloseRegKey(RegKey key) {
 }
 
 LONG QueryRegValue(RegKey key, const char* name, DWORD* type, BYTE* data, DWORD* size) {
-  return ReadKey(key, kKeyQueryValue, [&](Tree&, Key& k) -> LONG {
+  return ReadKey(key, kKeyQueryValue, [&](const Tree&, const Key& k) -> LONG {
     const regfile::Value* value = k.FindValue(name ? name : "");
     if (!value)
       return Fail(ERROR_FILE_NOT_FOUND);
@@ -513,7 +755,7 @@ LONG DeleteRegKey(RegKey parent, const char* subKey) { return DeleteKey(parent, 
 LONG DeleteRegTree(RegKey parent, const char* subKey) { return DeleteKey(parent, subKey, true); }
 
 LONG EnumRegKey(RegKey key, DWORD index, char* name, DWORD* nameSize) {
-  return ReadKey(key, kKeyEnumerateSubKeys, [&](Tree&, Key& k) -> LONG {
+  return ReadKey(key, kKeyEnumerateSubKeys, [&](const Tree&, const Key& k) -> LONG {
     if (index >= k.subKeys.size())
       return Fail(ERROR_NO_MORE_ITEMS);
     return CopyName(k.subKeys[index]->name, name, nameSize);
@@ -522,7 +764,7 @@ LONG EnumRegKey(RegKey key, DWORD index, char* name, DWORD* nameSize) {
 
 LONG EnumRegValue(RegKey key, DWORD index, char* name, DWORD* nameSize, DWORD* type, BYTE* data,
                   DWORD* dataSize) {
-  return ReadKey(key, kKeyQueryValue, [&](Tree&, Key& k) -> LONG {
+  return ReadKey(key, kKeyQueryValue, [&](const Tree&, const Key& k) -> LONG {
     if (index >= k.values.size())
       return Fail(ERROR_NO_MORE_ITEMS);
     const regfile::Value& value = k.values[index];
@@ -535,7 +777,7 @@ LONG EnumRegValue(RegKey key, DWORD index, char* name, DWORD* nameSize, DWORD* t
 
 LONG QueryRegKeyInfo(RegKey key, DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* values,
                      DWORD* maxValueNameLength, DWORD* maxValueLength) {
-  return ReadKey(key, kKeyQueryValue, [&](Tree&, Key& k) -> LONG {
+  return ReadKey(key, kKeyQueryValue, [&](const Tree&, const Key& k) -> LONG {
     DWORD maxSub = 0, maxName = 0, maxData = 0;
     for (const auto& sub : k.subKeys)
       maxSub = std::max<DWORD>(maxSub, static_cast<DWORD>(sub->name.size()));
@@ -560,6 +802,8 @@ LONG QueryRegKeyInfo(RegKey key, DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* 
 std::string RegLastErrorText() { return tLastError; }
 
 std::string RegStoreDescription() { return StorePath(); }
+
+DWORD RegStoreParses() { return gParses; }
 
 } // namespace native
 } // namespace qvbase

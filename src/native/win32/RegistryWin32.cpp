@@ -103,5 +103,7 @@ std::string RegLastErrorText() { return tLastError; }
 
 std::string RegStoreDescription() { return "Windows registry"; }
 
+DWORD RegStoreParses() { return 0; }
+
 } // namespace native
 } // namespace qvbase
