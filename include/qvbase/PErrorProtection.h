@@ -28,6 +28,7 @@
 // protections on the thread that runs the application's main loop.
 #pragma once
 
+#include <qvbase/NResource.h>
 #include <qvbase/PError.h>
 #include <qvbase/PMBString.h>
 #include <qvbase/PRoot.h>
@@ -143,15 +144,19 @@ inline constexpr IID IID_IQVErrorHandler = {
 // below (their text loaded from the library's resources on first use).
 
 // Adds one string detail to every error; does not forward the preparation,
-// so protections outside it add nothing.
+// so protections outside it add nothing. The text may be a string resource:
+// it is loaded at the first PrepareError and kept (a string the module lacks
+// gives its fallback text, kept the same way).
 class QVBASE_API PErrorStringInfoProtection : public PErrorProtection {
 public:
   PErrorStringInfoProtection(const char* key, const PMBString& value, bool set);
+  PErrorStringInfoProtection(const char* key, const NResourceString& value, bool set);
   PError PrepareError(PError& error) override;
 
 private:
   const char* m_key;
-  PMBString m_value;
+  NResourceString m_value; // the resource form; not valid for a text
+  PMBString m_cachedValue; // the text, or the resource's once loaded
 };
 
 // Names the application in every error ("appname") and offers only giving
@@ -160,11 +165,14 @@ class QVBASE_API PApplicationErrorProtection : public PErrorProtection {
 public:
   PApplicationErrorProtection(const char* name, bool set);
   PApplicationErrorProtection(const PMBString& name, bool set);
+  // The name is loaded from the resource at the first PrepareError.
+  PApplicationErrorProtection(const NResourceString& name, bool set);
   PError PrepareError(PError& error) override;
   void PrepareDisplayMask(PError& error, ULONG* mask) const override;
 
 private:
-  PMBString m_name;
+  NResourceString m_name; // the resource form; not valid for a text
+  PMBString m_cachedName; // the text, or the resource's once loaded
 };
 
 // Names the action ("actionname"): retry and item are withdrawn, giving up
@@ -173,11 +181,14 @@ class QVBASE_API PActionErrorProtection : public PErrorProtection {
 public:
   PActionErrorProtection(const char* name, bool set);
   PActionErrorProtection(const PMBString& name, bool set);
+  // The name is loaded from the resource at the first PrepareError.
+  PActionErrorProtection(const NResourceString& name, bool set);
   PError PrepareError(PError& error) override;
   void PrepareDisplayMask(PError& error, ULONG* mask) const override;
 
 private:
-  PMBString m_name;
+  NResourceString m_name; // the resource form; not valid for a text
+  PMBString m_cachedName; // the text, or the resource's once loaded
 };
 
 // Names the item ("itemname"): retry is withdrawn, giving up the item (8)
@@ -186,11 +197,14 @@ class QVBASE_API PItemErrorProtection : public PErrorProtection {
 public:
   PItemErrorProtection(const char* name, bool set);
   PItemErrorProtection(const PMBString& name, bool set);
+  // The name is loaded from the resource at the first PrepareError.
+  PItemErrorProtection(const NResourceString& name, bool set);
   PError PrepareError(PError& error) override;
   void PrepareDisplayMask(PError& error, ULONG* mask) const override;
 
 private:
-  PMBString m_name;
+  NResourceString m_name; // the resource form; not valid for a text
+  PMBString m_cachedName; // the text, or the resource's once loaded
 };
 
 // Hands all three steps to an external error handler (a COM object). Without

@@ -36,6 +36,9 @@
 #include <qvbase/PDate.h>
 #include <qvbase/WINDate.h>
 #include <qvbase/PComponent.h>
+#include <qvbase/NResource.h>
+#include <qvbase/NResourceStream.h>
+#include <qvbase/NResourceStruct.h>
 #include <qvbase/PProgressHook.h>
 #include <qvbase/PProgressDialog.h>
 #include <qvbase/PBackground.h>

@@ -14,6 +14,15 @@ bool IsControlCode(int code) {
   return code >= kErrControlRetry && code <= kErrControlQuitApplication;
 }
 
+// The text of a protection made from a string resource: loaded when it is
+// still empty at preparation time, then kept. A protection made from a text
+// has no valid resource and keeps its text, empty or not.
+const PMBString& CachedText(NResourceString& resource, PMBString& cached) {
+  if (cached.IsEmpty() && resource.IsValid())
+    cached = resource;
+  return cached;
+}
+
 // Runs one step of an external handler: the error goes out as a fresh error
 // object and comes back, possibly rewritten, into `error`.
 template <typename Step>
@@ -121,13 +130,20 @@ PError PErrorIntInfoProtection::PrepareError(PError& error) {
 
 PErrorStringInfoProtection::PErrorStringInfoProtection(const char* key, const PMBString& value,
                                                        bool set)
+    : PErrorProtection(false), m_key(key), m_cachedValue(value) {
+  if (set)
+    Set();
+}
+
+PErrorStringInfoProtection::PErrorStringInfoProtection(const char* key,
+                                                       const NResourceString& value, bool set)
     : PErrorProtection(false), m_key(key), m_value(value) {
   if (set)
     Set();
 }
 
 PError PErrorStringInfoProtection::PrepareError(PError& error) {
-  error.SetStringInfo(m_key, m_value);
+  error.SetStringInfo(m_key, CachedText(m_value, m_cachedValue));
   return PError(error);
 }
 
@@ -139,13 +155,19 @@ PApplicationErrorProtection::PApplicationErrorProtection(const char* name, bool 
     : PApplicationErrorProtection(PMBString(name, true), set) {}
 
 PApplicationErrorProtection::PApplicationErrorProtection(const PMBString& name, bool set)
+    : PErrorProtection(false), m_cachedName(name) {
+  if (set)
+    Set();
+}
+
+PApplicationErrorProtection::PApplicationErrorProtection(const NResourceString& name, bool set)
     : PErrorProtection(false), m_name(name) {
   if (set)
     Set();
 }
 
 PError PApplicationErrorProtection::PrepareError(PError& error) {
-  error.SetStringInfo("appname", m_name);
+  error.SetStringInfo("appname", CachedText(m_name, m_cachedName));
   return PErrorProtection::PrepareError(error);
 }
 
@@ -158,13 +180,19 @@ PActionErrorProtection::PActionErrorProtection(const char* name, bool set)
     : PActionErrorProtection(PMBString(name, true), set) {}
 
 PActionErrorProtection::PActionErrorProtection(const PMBString& name, bool set)
+    : PErrorProtection(false), m_cachedName(name) {
+  if (set)
+    Set();
+}
+
+PActionErrorProtection::PActionErrorProtection(const NResourceString& name, bool set)
     : PErrorProtection(false), m_name(name) {
   if (set)
     Set();
 }
 
 PError PActionErrorProtection::PrepareError(PError& error) {
-  error.SetStringInfo("actionname", m_name);
+  error.SetStringInfo("actionname", CachedText(m_name, m_cachedName));
   return PErrorProtection::PrepareError(error);
 }
 
@@ -177,13 +205,19 @@ PItemErrorProtection::PItemErrorProtection(const char* name, bool set)
     : PItemErrorProtection(PMBString(name, true), set) {}
 
 PItemErrorProtection::PItemErrorProtection(const PMBString& name, bool set)
+    : PErrorProtection(false), m_cachedName(name) {
+  if (set)
+    Set();
+}
+
+PItemErrorProtection::PItemErrorProtection(const NResourceString& name, bool set)
     : PErrorProtection(false), m_name(name) {
   if (set)
     Set();
 }
 
 PError PItemErrorProtection::PrepareError(PError& error) {
-  error.SetStringInfo("itemname", m_name);
+  error.SetStringInfo("itemname", CachedText(m_name, m_cachedName));
   return PErrorProtection::PrepareError(error);
 }
 

@@ -6,8 +6,8 @@
 // resource file and PE images of the same .rc.
 #include <QVResModule.h>
 
+#include "support/ResourceTestSupport.h"
 #include "support/StringTestSupport.h"
-#include "support/TestSupport.h"
 
 #include "ResourceTestIds.h"
 
@@ -21,36 +21,9 @@ namespace {
 
 constexpr unsigned kTypeRawData = 10;
 
-std::string Module(const std::string& file) { return qvtest::BinaryDir() + "/" + file; }
-
-// The test module in the platform's own form.
-std::string NativeModule() {
-#if defined(_WIN32)
-  return Module("ResourceTest.dll");
-#else
-  return Module("ResourceTest.res");
-#endif
-}
-
-// Loads a module for one test and frees it after.
-class LoadedModule {
-public:
-  explicit LoadedModule(const std::string& path) {
-    m_result = QVRes_LoadModule(path.c_str(), &m_handle);
-  }
-  ~LoadedModule() {
-    if (m_handle)
-      QVRes_FreeModule(m_handle);
-  }
-  LoadedModule(const LoadedModule&) = delete;
-  LoadedModule& operator=(const LoadedModule&) = delete;
-  void* handle() const { return m_handle; }
-  int result() const { return m_result; }
-
-private:
-  void* m_handle = nullptr;
-  int m_result = -1;
-};
+using qvtest::BuiltFile;
+using qvtest::TestModulePath;
+typedef qvtest::ScopedResourceModule LoadedModule;
 
 std::string Bytes(void* module, const char* name, const char* type) {
   void* resource = QVRes_FindResource(module, name, type);
@@ -71,14 +44,14 @@ std::string String(void* module, unsigned id, int size = 1024) {
 }
 
 TEST(QVResModule, LoadsTheCompiledTestModule) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   EXPECT_NE(module.handle(), nullptr);
   EXPECT_EQ(String(module.handle(), IDS_FIRST), "The first string");
 }
 
 TEST(QVResModule, FindsResourcesByNumberByNameAndByHashNumber) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   void* m = module.handle();
   EXPECT_EQ(Bytes(m, "WORKEDEXAMPLE", QVRES_INTRESOURCE(kTypeRawData)),
@@ -97,13 +70,13 @@ TEST(QVResModule, FindsResourcesByNumberByNameAndByHashNumber) {
 }
 
 TEST(QVResModule, PrefersTheNeutralLanguage) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   EXPECT_EQ(Bytes(module.handle(), "LANGUAGES", QVRES_INTRESOURCE(kTypeRawData)), "neutral");
 }
 
 TEST(QVResModule, LoadsStringsFromEveryBundle) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   struct Row {
     unsigned id;
@@ -126,7 +99,7 @@ TEST(QVResModule, LoadsStringsFromEveryBundle) {
 }
 
 TEST(QVResModule, MissingStringGivesZeroAndAnEmptyText) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   for (unsigned id : {1u, 18u, 2007u, 65534u}) {
     SCOPED_TRACE(id);
@@ -137,7 +110,7 @@ TEST(QVResModule, MissingStringGivesZeroAndAnEmptyText) {
 }
 
 TEST(QVResModule, LoadStringCutsAtSizeMinusOneAndReturnsWhatItCopied) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   struct Row {
     unsigned id;
@@ -159,7 +132,7 @@ TEST(QVResModule, LoadStringCutsAtSizeMinusOneAndReturnsWhatItCopied) {
 }
 
 TEST(QVResModule, LoadStringWithoutRoomCopiesNothing) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   char buffer[4] = "abc";
   EXPECT_EQ(QVRes_LoadString(module.handle(), IDS_FIRST, buffer, 0), 0);
@@ -170,11 +143,11 @@ TEST(QVResModule, LoadStringWithoutRoomCopiesNothing) {
 TEST(QVResModule, StringsCharactersTheCodePageLacksBecomeQuestionMarks) {
 #if defined(_WIN32)
   // The ANSI code page of the test machine holds the accented e.
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   EXPECT_EQ(String(module.handle(), IDS_ACCENTED), "caf\xE9");
 #else
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   {
     qvtest::ScopedLocale c("C");
@@ -188,13 +161,13 @@ TEST(QVResModule, StringsCharactersTheCodePageLacksBecomeQuestionMarks) {
 }
 
 TEST(QVResModule, ModuleFileNameIsTheFullPathWithTheSystemsBufferRules) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   char path[1024];
   const uint32_t length = QVRes_GetModuleFileName(module.handle(), path, sizeof path);
   ASSERT_GT(length, 0u);
   EXPECT_EQ(std::strlen(path), length);
-  EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::path(path), NativeModule())) << path;
+  EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::path(path), TestModulePath())) << path;
   EXPECT_TRUE(std::filesystem::path(path).is_absolute()) << path;
 
   char shortBuffer[6] = "xxxxx";
@@ -208,7 +181,7 @@ TEST(QVResModule, ModuleFileNameIsTheFullPathWithTheSystemsBufferRules) {
 TEST(QVResModule, RelativePathIsMadeFull) {
   const std::filesystem::path saved = std::filesystem::current_path();
   std::filesystem::current_path(qvtest::BinaryDir());
-  const std::string relative = std::filesystem::path(NativeModule()).filename().string();
+  const std::string relative = std::filesystem::path(TestModulePath()).filename().string();
   void* handle = nullptr;
   const int result = QVRes_LoadModule(relative.c_str(), &handle);
   std::filesystem::current_path(saved);
@@ -216,7 +189,7 @@ TEST(QVResModule, RelativePathIsMadeFull) {
   char path[1024];
   ASSERT_GT(QVRes_GetModuleFileName(handle, path, sizeof path), 0u);
   EXPECT_TRUE(std::filesystem::path(path).is_absolute()) << path;
-  EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::path(path), NativeModule())) << path;
+  EXPECT_TRUE(std::filesystem::equivalent(std::filesystem::path(path), TestModulePath())) << path;
   EXPECT_EQ(QVRes_FreeModule(handle), 0);
 }
 
@@ -230,11 +203,11 @@ TEST(QVResModule, LoadFailuresSayWhy) {
   EXPECT_EQ(QVRes_LoadModule(dir.File("text.res").c_str(), &handle), QVRES_NOT_A_MODULE);
   EXPECT_EQ(handle, nullptr);
   EXPECT_EQ(QVRes_LoadModule(nullptr, &handle), QVRES_BAD_ARGUMENT);
-  EXPECT_EQ(QVRes_LoadModule(NativeModule().c_str(), nullptr), QVRES_BAD_ARGUMENT);
+  EXPECT_EQ(QVRes_LoadModule(TestModulePath().c_str(), nullptr), QVRES_BAD_ARGUMENT);
 }
 
 TEST(QVResModule, BadHandlesGiveFailuresNotCrashes) {
-  LoadedModule module(NativeModule());
+  LoadedModule module(TestModulePath());
   ASSERT_EQ(module.result(), QVRES_OK);
   void* m = module.handle();
   int notAModule = 0;
@@ -258,7 +231,7 @@ TEST(QVResModule, BadHandlesGiveFailuresNotCrashes) {
   EXPECT_EQ(QVRes_SizeofResource(bogus, resource), 0u);
   EXPECT_EQ(QVRes_LoadResource(nullptr, resource), nullptr);
   // A resource handle of one module is no resource of another.
-  LoadedModule other(NativeModule());
+  LoadedModule other(TestModulePath());
   ASSERT_EQ(other.result(), QVRES_OK);
   if (other.handle() != m) {
     EXPECT_EQ(QVRes_SizeofResource(other.handle(), resource), 0u);
@@ -267,7 +240,7 @@ TEST(QVResModule, BadHandlesGiveFailuresNotCrashes) {
 
 TEST(QVResModule, FreedModuleIsNoLongerAccepted) {
   void* handle = nullptr;
-  ASSERT_EQ(QVRes_LoadModule(NativeModule().c_str(), &handle), QVRES_OK);
+  ASSERT_EQ(QVRes_LoadModule(TestModulePath().c_str(), &handle), QVRES_OK);
   EXPECT_EQ(QVRes_FreeModule(handle), 0);
   char buffer[32];
   EXPECT_EQ(QVRes_LoadString(handle, IDS_FIRST, buffer, sizeof buffer), 0);
@@ -278,9 +251,9 @@ TEST(QVResModule, FreedModuleIsNoLongerAccepted) {
 TEST(QVResModule, ReadsPeImagesOfBothWidthsToo) {
   for (const char* file : {"ResourceTestImage.dll", "ResourceTestImage32.dll"}) {
     SCOPED_TRACE(file);
-    if (!qvtest::FileExists(Module(file)))
+    if (!qvtest::FileExists(BuiltFile(file)))
       GTEST_SKIP() << "lld-link is not installed: no PE images built";
-    LoadedModule module(Module(file));
+    LoadedModule module(BuiltFile(file));
     ASSERT_EQ(module.result(), QVRES_OK);
     EXPECT_EQ(String(module.handle(), IDS_MIDDLE), "A string in the middle");
     EXPECT_EQ(Bytes(module.handle(), "PAYLOAD", "QVDATA"), "payload of a named type");

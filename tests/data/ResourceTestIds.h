@@ -31,10 +31,19 @@
 #define IDS_SHIFTED_BASE 1000
 #define IDS_SHIFTED_COUNT 10
 
-/* Raw data under a number; a custom type under a number. Names (tagged
- * structures WORKEDEXAMPLE, NOTERMINATOR, CUTVALUE, EMPTYSTRUCT, TRAILING;
- * the custom type QVDATA; raw data LANGUAGES in three languages) stand in
- * the .rc itself, since a resource compiler takes a name only as it is. */
+/* Tagged structures (raw data). */
+#define STRUCT_WORKED_EXAMPLE 201 /* A = 5, BC = 0x1234, the empty tag */
+#define STRUCT_NO_TERMINATOR 202  /* the same without the empty tag */
+#define STRUCT_CUT_VALUE 203      /* A = 5, then BC with one byte of value */
+#define STRUCT_EMPTY 204          /* the empty tag alone */
+#define STRUCT_TRAILING 205       /* A = 5, the empty tag, then more records */
+#define STRUCT_REPEATED_TAG 206   /* A = 1, A = 2, the empty tag */
+#define STRUCT_CUT_TAG 207        /* A = 5, then "BC" without its zero byte */
+
+/* Raw data under a number; a custom type under a number. Names (the worked
+ * example again as WORKEDEXAMPLE, the custom type QVDATA, raw data LANGUAGES
+ * in three languages) stand in the .rc itself, since a resource compiler
+ * takes a name only as it is. */
 #define RAW_NUMBERED 100
 #define CUSTOM_TYPE_NUMBER 300
 #define CUSTOM_NUMBERED 7

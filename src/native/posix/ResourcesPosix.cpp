@@ -1,0 +1,54 @@
+// ResourcesPosix.cpp - resource modules through QVComponent's reader.
+// Part of qvbase, the QVKernel foundation class library.
+//
+// The calls resolve against QVComponent, which the library links; only the
+// library uses this part of the layer.
+#include "native/Process.h"
+#include "native/Resources.h"
+
+#include <QVResModule.h>
+
+#include <cstring>
+#include <string>
+
+namespace qvbase {
+namespace native {
+
+void* FindModuleResource(void* module, const char* name, const char* type) {
+  return QVRes_FindResource(module, name, type);
+}
+
+ULONG ModuleResourceSize(void* module, void* resource) {
+  return QVRes_SizeofResource(module, resource);
+}
+
+void* LoadModuleResource(void* module, void* resource) {
+  return QVRes_LoadResource(module, resource);
+}
+
+void* LockModuleResource(void* loaded) { return QVRes_LockResource(loaded); }
+
+int LoadModuleString(void* module, ULONG id, char* buffer, int size) {
+  return QVRes_LoadString(module, id, buffer, size);
+}
+
+ULONG ModuleFileName(void* module, char* buffer, ULONG size) {
+  if (module)
+    return QVRes_GetModuleFileName(module, buffer, size);
+  // The null handle stands for the running executable, as on Windows.
+  if (!buffer || size == 0)
+    return 0;
+  const std::string path = ExecutablePath();
+  if (path.empty())
+    return 0;
+  if (path.size() < size) {
+    std::memcpy(buffer, path.c_str(), path.size() + 1);
+    return static_cast<ULONG>(path.size());
+  }
+  std::memcpy(buffer, path.data(), size - 1);
+  buffer[size - 1] = '\0';
+  return size;
+}
+
+} // namespace native
+} // namespace qvbase

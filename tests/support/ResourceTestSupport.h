@@ -1,0 +1,51 @@
+// ResourceTestSupport.h - the test resource module, loaded for one test.
+// Part of qvbase, the QVKernel foundation class library.
+//
+// The build compiles tests/data/ResourceTest.rc beside the test executables:
+// ResourceTest.res (Linux) or ResourceTest.dll (Windows), and on Linux also
+// the PE images ResourceTestImage.dll (64-bit) and ResourceTestImage32.dll.
+// Its identifiers are in tests/data/ResourceTestIds.h.
+#pragma once
+
+#include "support/TestSupport.h"
+
+#include <QVResModule.h>
+
+#include <string>
+
+namespace qvtest {
+
+// A file that the build put beside the test executables.
+inline std::string BuiltFile(const std::string& name) { return BinaryDir() + "/" + name; }
+
+// The test module in the platform's own form.
+inline std::string TestModulePath() {
+#if defined(_WIN32)
+  return BuiltFile("ResourceTest.dll");
+#else
+  return BuiltFile("ResourceTest.res");
+#endif
+}
+
+// Loads a resource module with QVRes_LoadModule and frees it at the end.
+class ScopedResourceModule {
+public:
+  explicit ScopedResourceModule(const std::string& path = TestModulePath())
+      : m_result(QVRes_LoadModule(path.c_str(), &m_handle)) {}
+  ~ScopedResourceModule() {
+    if (m_handle)
+      QVRes_FreeModule(m_handle);
+  }
+  ScopedResourceModule(const ScopedResourceModule&) = delete;
+  ScopedResourceModule& operator=(const ScopedResourceModule&) = delete;
+
+  // 0 when loaded (QVRES_OK), else the load's failure.
+  int result() const { return m_result; }
+  void* handle() const { return m_handle; }
+
+private:
+  void* m_handle = nullptr;
+  int m_result;
+};
+
+} // namespace qvtest
