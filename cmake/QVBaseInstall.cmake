@@ -11,6 +11,8 @@ install(TARGETS qvbase12 QVComponent
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/qvcomponent/include/QVResModule.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/qvbase
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILES_MATCHING PATTERN "*.h")
@@ -35,4 +37,5 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/qvbaseConfigVersion.cmake
 install(FILES
   ${PROJECT_BINARY_DIR}/qvbaseConfig.cmake
   ${PROJECT_BINARY_DIR}/qvbaseConfigVersion.cmake
+  ${PROJECT_SOURCE_DIR}/cmake/QVBaseResources.cmake
   DESTINATION ${QVBASE_CMAKE_DIR})

@@ -11,8 +11,9 @@
 #     system loads as a data file;
 #   - elsewhere: the compiled resource file <name>.res (llvm-rc, else a
 #     windres with -O res), which QVComponent reads directly.
-# The module lands beside the library (the runtime output directory, else
-# the library output directory) unless OUTPUT_DIRECTORY says where. The
+# The module lands where the project's shared libraries land (the runtime
+# output directory on Windows, the library output directory elsewhere) unless
+# OUTPUT_DIRECTORY says where. The
 # target <name> builds it with ALL; its property QVBASE_RESOURCE_FILE holds
 # the module's full path, for install(FILES) and for tests:
 #
@@ -26,11 +27,12 @@
 
 include_guard(GLOBAL)
 
-# Where the module lands when nothing says otherwise.
+# Where the module lands when nothing says otherwise: beside the shared
+# libraries, as the code that loads it looks for it there.
 function(_qvbase_resource_output_directory out)
-  if(CMAKE_RUNTIME_OUTPUT_DIRECTORY)
+  if(WIN32 AND CMAKE_RUNTIME_OUTPUT_DIRECTORY)
     set(${out} "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" PARENT_SCOPE)
-  elseif(CMAKE_LIBRARY_OUTPUT_DIRECTORY)
+  elseif(NOT WIN32 AND CMAKE_LIBRARY_OUTPUT_DIRECTORY)
     set(${out} "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}" PARENT_SCOPE)
   else()
     set(${out} "${CMAKE_CURRENT_BINARY_DIR}" PARENT_SCOPE)

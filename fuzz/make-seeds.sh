@@ -2,7 +2,8 @@
 # Makes the seed corpora under fuzz/corpus/ from real files: the example's
 # document written in both byte orderings by the example program, the
 # registry files of tests/data, and what qvreg exports after importing them
-# (UTF-8 and UTF-16). Scripted targets get the document behind a script that
+# (UTF-8 and UTF-16); the compiled test resource module in its three forms
+# and QVKernelRes12, and the tagged structures of the test module. Scripted targets get the document behind a script that
 # reads it as the example's reader does. Run it again when the document or
 # a target's input layout changes, and commit the result.
 #
@@ -12,7 +13,8 @@ cd "$(dirname "$0")/.."
 root="$PWD"
 
 cmake --preset linux >/dev/null
-cmake --build --preset linux --target qvbase_example qvreg >/dev/null
+cmake --build --preset linux --target qvbase_example qvreg ResourceTest ResourceTestImage \
+  ResourceTestImage32 QVKernelRes12 >/dev/null
 bin="$root/build/linux/bin"
 
 work="$(mktemp -d)"
@@ -30,10 +32,10 @@ sed 's/@KEY@/Software\\qvbase-seeds/' tests/data/export-input.reg >"$work/import
 "$bin/qvreg" export 'HKCU\Software\qvbase-seeds' "$work/export-utf8.reg"
 "$bin/qvreg" export --utf16 'HKCU\Software\qvbase-seeds' "$work/export-utf16.reg"
 
-python3 - "$work" "$root" <<'EOF'
+python3 - "$work" "$root" "$root/build/linux" <<'EOF'
 import os, shutil, struct, sys
 
-work, root = sys.argv[1], sys.argv[2]
+work, root, build = sys.argv[1], sys.argv[2], sys.argv[3]
 corpus = os.path.join(root, "fuzz", "corpus")
 ii = open(os.path.join(work, "document-ii.qvd"), "rb").read()
 mm = open(os.path.join(work, "document-mm.qvd"), "rb").read()
@@ -142,5 +144,27 @@ for name in sorted(os.listdir(os.path.join(root, "tests", "data"))):
         shutil.copy(os.path.join(root, "tests", "data", name), os.path.join(corpus, "RegFileFuzz", name))
 for name in ("export-utf8.reg", "export-utf16.reg", "store.reg"):
     shutil.copy(os.path.join(work, name), os.path.join(corpus, "RegFileFuzz", name))
+
+# ResourceModuleFuzz: the test module as a compiled resource file and as PE
+# images of both widths, and the library's own module.
+fresh("ResourceModuleFuzz")
+for source, name in (("bin/ResourceTest.res", "ResourceTest.res"),
+                     ("bin/ResourceTestImage.dll", "ResourceTestImage.dll"),
+                     ("bin/ResourceTestImage32.dll", "ResourceTestImage32.dll"),
+                     ("lib/QVKernelRes12.res", "QVKernelRes12.res")):
+    shutil.copy(os.path.join(build, source), os.path.join(corpus, "ResourceModuleFuzz", name))
+
+# ResourceStructFuzz: the raw data (type 10) of the test module, each
+# record's bytes as one seed.
+fresh("ResourceStructFuzz")
+res = open(os.path.join(build, "bin", "ResourceTest.res"), "rb").read()
+at = 0
+while at + 8 <= len(res):
+    size, header = struct.unpack_from("<II", res, at)
+    kind, number = struct.unpack_from("<HH", res, at + 8)
+    name_marker, name = struct.unpack_from("<HH", res, at + 12)
+    if kind == 0xFFFF and number == 10 and name_marker == 0xFFFF and name >= 200:
+        put("ResourceStructFuzz", "struct-%d" % name, res[at + header:at + header + size])
+    at = (at + header + size + 3) & ~3
 EOF
 echo "seeds written to fuzz/corpus/"
