@@ -27,6 +27,15 @@ inline std::string TestModulePath() {
 #endif
 }
 
+// The library's own resource module as the build left it beside the library.
+inline std::string KernelResourcesPath() {
+#if defined(_WIN32)
+  return BuiltFile("QVKernelRes12.dll");
+#else
+  return BinaryDir() + "/../lib/QVKernelRes12.res";
+#endif
+}
+
 // Loads a resource module with QVRes_LoadModule and frees it at the end.
 class ScopedResourceModule {
 public:
