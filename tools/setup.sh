@@ -18,6 +18,9 @@ packages=(
   util-linux        # flock, used by the Wine wrapper
   clang-format      # tools/check-format.sh
   clang-tidy        # tools/lint.sh
+  llvm              # llvm-rc: .rc sources -> compiled resource files on Linux
+  clang             # the preprocessor llvm-rc runs; the fuzz targets (libFuzzer)
+  lld               # lld-link: the PE resource images the reader's tests read
   locales           # the locale tests: the locales below
 )
 

@@ -19,6 +19,8 @@
 
 #include <qvbase/QVCompat.h>
 
+#include <string>
+
 namespace qvbase {
 namespace native {
 
@@ -41,6 +43,12 @@ int LoadModuleString(void* module, ULONG id, char* buffer, int size);
 // GetModuleFileNameA: the module's full path; its length, `size` when it
 // was cut to size - 1 bytes, 0 on failure.
 ULONG ModuleFileName(void* module, char* buffer, ULONG size);
+
+// Copies a module's path with GetModuleFileNameA's buffer rules: the path
+// and a 0 byte when they fit (the result is the path's length), else
+// size - 1 bytes of it and a 0 byte (the result is `size`); 0, copying
+// nothing, for a null buffer, a size of 0 or an empty path.
+ULONG CopyModulePath(const std::string& path, char* buffer, ULONG size);
 
 } // namespace native
 } // namespace qvbase

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -233,8 +234,8 @@ Bytes PeImage(const std::vector<Resource>& resources, bool pe32Plus, PeLayout* l
     Put32(&section, entryAt[i] + 4, static_cast<std::uint32_t>(r->data.size()));
     std::memcpy(section.data() + dataAt[i], r->data.data(), r->data.size());
   }
-  std::memcpy(section.data() + (dataEntriesAt + 16 * dataEntries.size()), names.data(),
-              names.size());
+  std::copy(names.begin(), names.end(),
+            section.begin() + static_cast<std::ptrdiff_t>(dataEntriesAt + 16 * dataEntries.size()));
 
   // Headers.
   const std::uint16_t optionalSize = pe32Plus ? 240 : 224;

@@ -7,6 +7,8 @@
 // ordering given; identifiers that PAutomaticUID made from a name are named.
 #include "SectionDump.h"
 
+#include "common/HexLine.h"
+
 #include <qvbase/PMBString.h>
 #include <qvbase/PString.h>
 #include <qvbase/PUniversalID.h>
@@ -165,32 +167,13 @@ private:
   }
 
   void HexDump(std::uint64_t begin, std::uint64_t end, int depth) const {
-    static const char kDigits[] = "0123456789ABCDEF";
     std::string indent = Indent(depth);
     for (std::uint64_t line = begin; line < end; line += 16) {
-      char offset[32];
-      std::snprintf(offset, sizeof offset, "%08llX", static_cast<unsigned long long>(line));
-      std::string hex, ascii;
-      for (std::uint64_t i = 0; i < 16; ++i) {
-        if (i == 8)
-          hex += ' ';
-        if (line + i < end) {
-          unsigned char c = m_bytes[static_cast<std::size_t>(line + i)];
-          hex += kDigits[c >> 4];
-          hex += kDigits[c & 15];
-          hex += ' ';
-          ascii += (c >= 0x20 && c < 0x7F) ? static_cast<char>(c) : '.';
-        } else {
-          hex += "   ";
-        }
-      }
+      const std::uint64_t count = end - line < 16 ? end - line : 16;
       std::string text = indent;
-      text += offset;
-      text += "  ";
-      text += hex;
-      text += " |";
-      text += ascii;
-      text += "|\n";
+      text += qvtools::HexLine(&m_bytes[static_cast<std::size_t>(line)],
+                               static_cast<std::size_t>(count), line);
+      text += '\n';
       m_sink(text);
     }
   }

@@ -10,6 +10,7 @@
 // resource's bytes in hex. Exit status: 0 on success, 1 on input it cannot
 // read or trust (one line naming the offset) or a resource that is not
 // there, 2 on wrong usage.
+#include "common/HexLine.h"
 #include "resmodule/ResourceImage.h"
 
 #include <algorithm>
@@ -285,30 +286,12 @@ public:
   }
 
   void HexDump(const ResourceKey& type, const ResourceKey& id) const {
-    static const char kDigits[] = "0123456789ABCDEF";
     const ResourceEntry& e = Resource(type, id);
     Print(TypeText(e.type) + " " + KeyText(e.name) + " language " + Hex(e.language, 4) + ": " +
           Decimal(e.size) + " bytes at offset " + Decimal(e.dataOffset));
     const std::uint8_t* data = m_image.Data(e);
-    for (std::uint64_t line = 0; line < e.size; line += 16) {
-      char offset[16];
-      std::snprintf(offset, sizeof offset, "%08llX", static_cast<unsigned long long>(line));
-      std::string hex, ascii;
-      for (std::uint64_t i = 0; i < 16; ++i) {
-        if (i == 8)
-          hex += ' ';
-        if (line + i < e.size) {
-          const unsigned char c = data[line + i];
-          hex += kDigits[c >> 4];
-          hex += kDigits[c & 15];
-          hex += ' ';
-          ascii += (c >= 0x20 && c < 0x7F) ? static_cast<char>(c) : '.';
-        } else {
-          hex += "   ";
-        }
-      }
-      Print(std::string("  ") + offset + "  " + hex + " |" + ascii + "|");
-    }
+    for (std::uint32_t line = 0; line < e.size; line += 16)
+      Print("  " + qvtools::HexLine(data + line, e.size - line < 16 ? e.size - line : 16, line));
   }
 
 private:

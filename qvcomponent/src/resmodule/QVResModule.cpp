@@ -11,6 +11,7 @@
 #include <QVResModule.h>
 
 #include "native/Locale.h"
+#include "native/Resources.h"
 #include "resmodule/ResourceImage.h"
 
 #include <cstring>
@@ -214,14 +215,7 @@ QVRES_API uint32_t QVRes_GetModuleFileName(void* handle, char* buffer, uint32_t 
   Module* module = Loaded(handle);
   if (!module)
     return 0;
-  const std::string& path = module->path;
-  if (path.size() < size) {
-    std::memcpy(buffer, path.c_str(), path.size() + 1);
-    return static_cast<uint32_t>(path.size());
-  }
-  std::memcpy(buffer, path.data(), size - 1);
-  buffer[size - 1] = '\0';
-  return size;
+  return qvbase::native::CopyModulePath(module->path, buffer, size);
 }
 
 } // extern "C"

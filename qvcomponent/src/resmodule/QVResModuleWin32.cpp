@@ -13,7 +13,8 @@
 
 #include <QVResModule.h>
 
-#include <cstring>
+#include "native/Resources.h"
+
 #include <map>
 #include <mutex>
 #include <set>
@@ -146,14 +147,7 @@ QVRES_API uint32_t QVRes_GetModuleFileName(void* handle, char* buffer, uint32_t 
   if (length != 0)
     return length;
   // Loaded as a data file: the loader does not know its name.
-  const std::string& path = module->path;
-  if (path.size() < size) {
-    std::memcpy(buffer, path.c_str(), path.size() + 1);
-    return static_cast<uint32_t>(path.size());
-  }
-  std::memcpy(buffer, path.data(), size - 1);
-  buffer[size - 1] = '\0';
-  return size;
+  return qvbase::native::CopyModulePath(module->path, buffer, size);
 }
 
 } // extern "C"

@@ -8,9 +8,6 @@
 
 #include <QVResModule.h>
 
-#include <cstring>
-#include <string>
-
 namespace qvbase {
 namespace native {
 
@@ -36,18 +33,7 @@ ULONG ModuleFileName(void* module, char* buffer, ULONG size) {
   if (module)
     return QVRes_GetModuleFileName(module, buffer, size);
   // The null handle stands for the running executable, as on Windows.
-  if (!buffer || size == 0)
-    return 0;
-  const std::string path = ExecutablePath();
-  if (path.empty())
-    return 0;
-  if (path.size() < size) {
-    std::memcpy(buffer, path.c_str(), path.size() + 1);
-    return static_cast<ULONG>(path.size());
-  }
-  std::memcpy(buffer, path.data(), size - 1);
-  buffer[size - 1] = '\0';
-  return size;
+  return CopyModulePath(ExecutablePath(), buffer, size);
 }
 
 } // namespace native
