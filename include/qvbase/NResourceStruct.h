@@ -32,6 +32,8 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+#include <type_traits>
+
 class NResourceStructData;
 
 class QVBASE_API NResourceStruct : public PSmartPtr {
@@ -48,8 +50,11 @@ public:
   ULONG Size() const;
   // The tag of entry `index`, in resource order; empty when out of range.
   PString GetTag(ULONG index) const;
-  PString operator[](ULONG index) const { return GetTag(index); }
-  PString operator[](int index) const { return GetTag(static_cast<ULONG>(index)); }
+  // Any integer type is an index (so that s[0] is not taken for a null tag).
+  template <typename Index, typename = std::enable_if_t<std::is_integral_v<Index>>>
+  PString operator[](Index index) const {
+    return GetTag(static_cast<ULONG>(index));
+  }
 
   // Tags compare exactly (case counts); the first match in resource order
   // wins.

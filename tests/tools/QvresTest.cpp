@@ -175,7 +175,8 @@ TEST(Qvres, MissingResourceFailsWithOneLine) {
 TEST(Qvres, CutModuleIsBadInputNamingTheOffset) {
   qvtest::TempDir dir;
   const std::string whole = qvtest::ReadFile(qvtest::TestModulePath());
-  for (std::size_t length : {std::size_t(1), std::size_t(40), whole.size() / 2, whole.size() - 1}) {
+  // (Not the last bytes: a PE image may end in padding that no section needs.)
+  for (std::size_t length : {std::size_t(1), std::size_t(40), whole.size() / 2}) {
     SCOPED_TRACE(length);
     const std::string path = dir.File("cut.res");
     qvtest::WriteFile(path, whole.substr(0, length));
