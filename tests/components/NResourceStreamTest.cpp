@@ -21,7 +21,7 @@ namespace {
 using qvbase::test::Caught;
 using qvbase::test::CountingHook;
 using qvbase::test::ScopedErrorCapture;
-using qvtest::ScopedResourceModule;
+using qvbase::test::ScopedResourceModule;
 
 const char* Native(std::uintptr_t number) { return reinterpret_cast<const char*>(number); }
 

@@ -19,7 +19,7 @@
 namespace {
 
 using qvbase::test::CountingHook;
-using qvtest::ScopedResourceModule;
+using qvbase::test::ScopedResourceModule;
 namespace native = qvbase::native;
 
 NResourceStruct Struct(void* module, ULONG id) {
@@ -171,12 +171,13 @@ int ParseMissingRole(const std::vector<std::string>& args) {
   const NResourceStruct s = Struct(module.handle(), 999);
   return s.Size() == 0 ? 0 : 96;
 }
-const bool kParseMissingRegistered = qvtest::RegisterChildRole("parse-missing", ParseMissingRole);
+const bool kParseMissingRegistered =
+    qvbase::test::RegisterChildRole("parse-missing", ParseMissingRole);
 
 TEST(NResourceStruct, ParseRunsInTheTracesNoErrorMode) {
   ASSERT_TRUE(kParseMissingRegistered);
-  qvtest::ScratchRegistry registry;
-  qvtest::TempDir dir;
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::TempDir dir;
   const std::string trace = dir.File("trace.log");
   native::RegKey key = nullptr;
   ASSERT_EQ(native::CreateRegKey(native::kRegLocalMachine, "Software\\Varnel\\Config", nullptr,
@@ -186,13 +187,14 @@ TEST(NResourceStruct, ParseRunsInTheTracesNoErrorMode) {
                                 reinterpret_cast<const BYTE*>(trace.c_str()),
                                 static_cast<DWORD>(trace.size() + 1)),
             ERROR_SUCCESS);
-  const qvtest::RunResult run = qvtest::Run(
-      {qvtest::SelfPath(), "--qvtest-child", "parse-missing", qvtest::TestModulePath()});
+  const qvbase::test::RunResult run =
+      qvbase::test::Run({qvbase::test::SelfPath(), "--qvtest-child", "parse-missing",
+                         qvbase::test::TestModulePath()});
   native::DeleteRegValue(key, "errorfile");
   native::CloseRegKey(key);
   EXPECT_EQ(run.status, 0) << run.err;
-  ASSERT_TRUE(qvtest::FileExists(trace));
-  std::string text = qvtest::ReadFile(trace);
+  ASSERT_TRUE(qvbase::test::FileExists(trace));
+  std::string text = qvbase::test::ReadFile(trace);
   for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
     text.erase(p, 1);
   // The -1 is recorded as a bare line: no "***" block, no handling.

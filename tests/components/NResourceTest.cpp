@@ -18,7 +18,7 @@
 
 namespace {
 
-using qvtest::ScopedResourceModule;
+using qvbase::test::ScopedResourceModule;
 
 const char* Native(std::uintptr_t number) { return reinterpret_cast<const char*>(number); }
 
@@ -250,7 +250,7 @@ TEST(NResourceString, LoadsStringsOfEveryLengthAroundTheSteps) {
 // What the manager is asked for beyond a block's own size: the header in
 // which every block remembers its manager.
 ULONG BlockHeaderSize() {
-  qvtest::ScopedAllocationLog log;
+  qvbase::test::ScopedAllocationLog log;
   GMemFree(GMemAllocation(nullptr, 1, /*mode=*/0));
   return log.sizes.empty() ? 0 : log.sizes.front() - 1;
 }
@@ -290,7 +290,7 @@ TEST(NResourceString, BufferGrowsBy128BytesWhileTheTextMayBeCut) {
     NResourceString s(row.id, location);
     std::vector<ULONG> sizes;
     {
-      qvtest::ScopedAllocationLog log;
+      qvbase::test::ScopedAllocationLog log;
       PMBString text = s;
       sizes = log.sizes;
     }
@@ -319,7 +319,7 @@ TEST(NResourceString, MissingStringLeavesTheStringInvalid) {
   // Converted again, it asks the null module (the executable, which holds
   // no such string) for string 0.
   const std::string again = Text(s);
-  EXPECT_EQ(again, "****" + qvtest::SelfPath() + ": UNDEFINED RESOURCE STRING #0****");
+  EXPECT_EQ(again, "****" + qvbase::test::SelfPath() + ": UNDEFINED RESOURCE STRING #0****");
 }
 
 #if !defined(_WIN32)

@@ -32,11 +32,11 @@ constexpr std::uint16_t kEnglishUs = 0x0409;
 typedef std::vector<std::uint8_t> Bytes;
 
 Bytes FileBytes(const std::string& path) {
-  const std::string text = qvtest::ReadFile(path);
+  const std::string text = qvbase::test::ReadFile(path);
   return Bytes(text.begin(), text.end());
 }
 
-std::string BuiltModule(const std::string& file) { return qvtest::BinaryDir() + "/" + file; }
+std::string BuiltModule(const std::string& file) { return qvbase::test::BinaryDir() + "/" + file; }
 
 std::string Text(const Bytes& bytes, const ResourceImage& image, const ResourceEntry& entry) {
   (void)bytes;
@@ -297,7 +297,7 @@ class BuiltModules : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(BuiltModules, HoldEveryResourceOfTheSource) {
   const std::string path = BuiltModule(GetParam());
-  if (!qvtest::FileExists(path))
+  if (!qvbase::test::FileExists(path))
     GTEST_SKIP() << path << " is not built on this machine";
   const Bytes bytes = FileBytes(path);
   ResourceImage image;

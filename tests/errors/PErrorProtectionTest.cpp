@@ -299,45 +299,48 @@ std::string Info(const PError& error, const char* key) {
 }
 
 TEST(PErrorProtection, NameProtectionsTakeTheirNamesFromStringResources) {
-  qvtest::ScopedResourceModule module;
+  qvbase::test::ScopedResourceModule module;
   ASSERT_EQ(module.result(), QVRES_OK);
   const NResourceLocation shifted(module.handle(), IDS_SHIFTED_BASE);
   PApplicationErrorProtection application(NResourceString(1, shifted), true);
   PActionErrorProtection action(NResourceString(2, shifted), true);
   PItemErrorProtection item(NResourceString(3, shifted), true);
-  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+  PError thrown = Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
   EXPECT_EQ(Info(thrown, "appname"), "Shifted string 1");
   EXPECT_EQ(Info(thrown, "actionname"), "Shifted string 2");
   EXPECT_EQ(Info(thrown, "itemname"), "Shifted string 3");
 }
 
 TEST(PErrorProtection, StringInfoProtectionTakesItsTextFromAStringResource) {
-  qvtest::ScopedResourceModule module;
+  qvbase::test::ScopedResourceModule module;
   ASSERT_EQ(module.result(), QVRES_OK);
   PErrorStringInfoProtection detail(
       "document", NResourceString(IDS_MIDDLE, NResourceLocation(module.handle())), true);
-  PError error(1220, ErrorSeverityError);
+  PError error(kErrStreamNoHandler, ErrorSeverityError);
   PError prepared = PErrorProtectionStatus().PrepareError(error);
   EXPECT_EQ(Info(prepared, "document"), "A string in the middle");
 }
 
 TEST(PErrorProtection, MissingNameResourceGivesTheFallbackTextKeptForLaterErrors) {
-  qvtest::ScopedResourceModule module;
+  qvbase::test::ScopedResourceModule module;
   ASSERT_EQ(module.result(), QVRES_OK);
   PApplicationErrorProtection application(
       NResourceString(7, NResourceLocation(module.handle(), 2000)), true);
   char path[1024] = "";
   QVRes_GetModuleFileName(module.handle(), path, sizeof path);
   const std::string fallback = "****" + std::string(path) + ": UNDEFINED RESOURCE STRING #2007****";
-  EXPECT_EQ(Info(Caught([] { Raise(PError(1220, ErrorSeverityError)); }), "appname"), fallback);
+  EXPECT_EQ(Info(Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); }), "appname"),
+            fallback);
   // The miss cleared the protection's resource string; its kept text stays.
-  EXPECT_EQ(Info(Caught([] { Raise(PError(1221, ErrorSeverityError)); }), "appname"), fallback);
+  EXPECT_EQ(
+      Info(Caught([] { Raise(PError(kErrStreamOpenModeInvalid, ErrorSeverityError)); }), "appname"),
+      fallback);
 }
 
 TEST(PErrorProtection, TextNamesAreNeverReplacedByAResource) {
   PApplicationErrorProtection application("", true);
   PItemErrorProtection item(PMBString(""), true);
-  PError thrown = Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+  PError thrown = Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
   EXPECT_EQ(Info(thrown, "appname"), "");
   EXPECT_EQ(Info(thrown, "itemname"), "");
 }
@@ -348,24 +351,25 @@ TEST(PErrorProtection, ResourceNameIsLoadedAtTheFirstPreparationAndThenKept) {
   PActionErrorProtection loadedLate(NResourceString(), false);
   PActionErrorProtection loadedEarly(NResourceString(), false);
   {
-    qvtest::ScopedResourceModule module;
+    qvbase::test::ScopedResourceModule module;
     ASSERT_EQ(module.result(), QVRES_OK);
     const NResourceLocation shifted(module.handle(), IDS_SHIFTED_BASE);
     loadedLate = PActionErrorProtection(NResourceString(4, shifted), false);
     loadedEarly = PActionErrorProtection(NResourceString(5, shifted), false);
     loadedEarly.Set();
-    Caught([] { Raise(PError(1220, ErrorSeverityError)); });
+    Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); });
     loadedEarly.Unset();
   }
   // The module is gone: the name loaded before stays, the other was not
   // loaded at construction and now cannot be.
   loadedEarly.Set();
-  EXPECT_EQ(Info(Caught([] { Raise(PError(1220, ErrorSeverityError)); }), "actionname"),
-            "Shifted string 5");
+  EXPECT_EQ(
+      Info(Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); }), "actionname"),
+      "Shifted string 5");
   loadedEarly.Unset();
   loadedLate.Set();
   const std::string late =
-      Info(Caught([] { Raise(PError(1220, ErrorSeverityError)); }), "actionname");
+      Info(Caught([] { Raise(PError(kErrStreamNoHandler, ErrorSeverityError)); }), "actionname");
   loadedLate.Unset();
   EXPECT_EQ(late, "****^module^: UNDEFINED RESOURCE STRING #1004****");
 }

@@ -13,7 +13,7 @@
 
 #include <string>
 
-namespace qvtest {
+namespace qvbase::test {
 
 // A file that the build put beside the test executables.
 inline std::string BuiltFile(const std::string& name) { return BinaryDir() + "/" + name; }
@@ -57,4 +57,4 @@ private:
   int m_result;
 };
 
-} // namespace qvtest
+} // namespace qvbase::test

@@ -10,11 +10,11 @@
 
 namespace {
 
-using qvtest::RunResult;
+using qvbase::test::RunResult;
 
 RunResult Qvres(std::vector<std::string> args) {
-  args.insert(args.begin(), qvtest::BuiltProgram("qvres"));
-  RunResult result = qvtest::Run(args);
+  args.insert(args.begin(), qvbase::test::BuiltProgram("qvres"));
+  RunResult result = qvbase::test::Run(args);
   // Tools print "\n"; under Windows the C runtime writes "\r\n".
   for (std::string* text : {&result.out, &result.err})
     for (std::size_t p; (p = text->find("\r\n")) != std::string::npos;)
@@ -29,11 +29,11 @@ bool IsOneLine(const std::string& text) {
 // The modules of the test .rc this build has: its own form, and on Linux
 // the PE images too.
 std::vector<std::string> TestModules() {
-  std::vector<std::string> modules = {qvtest::TestModulePath()};
+  std::vector<std::string> modules = {qvbase::test::TestModulePath()};
 #if !defined(_WIN32)
   for (const char* image : {"ResourceTestImage.dll", "ResourceTestImage32.dll"})
-    if (qvtest::FileExists(qvtest::BuiltFile(image)))
-      modules.push_back(qvtest::BuiltFile(image));
+    if (qvbase::test::FileExists(qvbase::test::BuiltFile(image)))
+      modules.push_back(qvbase::test::BuiltFile(image));
 #endif
   return modules;
 }
@@ -92,7 +92,7 @@ TEST(Qvres, PrintsTheStringsByIdentifier) {
 }
 
 TEST(Qvres, PrintsTheLibrarysOwnTexts) {
-  const RunResult r = Qvres({"strings", qvtest::KernelResourcesPath()});
+  const RunResult r = Qvres({"strings", qvbase::test::KernelResourcesPath()});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out.substr(0, 33), "    0  Undefined Resource String\n");
   EXPECT_NE(r.out.find("\n 1229  The stream's medium delivered fewer bytes than were asked for.\n"),
@@ -166,20 +166,20 @@ TEST(Qvres, DumpsAResourcesBytesInHex) {
 }
 
 TEST(Qvres, MissingResourceFailsWithOneLine) {
-  const RunResult r = Qvres({"hex", qvtest::TestModulePath(), "RCDATA", "999"});
+  const RunResult r = Qvres({"hex", qvbase::test::TestModulePath(), "RCDATA", "999"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "qvres: " + qvtest::TestModulePath() +
+  EXPECT_EQ(r.err, "qvres: " + qvbase::test::TestModulePath() +
                        ": no resource of type RCDATA (10) and identifier 999\n");
 }
 
 TEST(Qvres, CutModuleIsBadInputNamingTheOffset) {
-  qvtest::TempDir dir;
-  const std::string whole = qvtest::ReadFile(qvtest::TestModulePath());
+  qvbase::test::TempDir dir;
+  const std::string whole = qvbase::test::ReadFile(qvbase::test::TestModulePath());
   // (Not the last bytes: a PE image may end in padding that no section needs.)
   for (std::size_t length : {std::size_t(1), std::size_t(40), whole.size() / 2}) {
     SCOPED_TRACE(length);
     const std::string path = dir.File("cut.res");
-    qvtest::WriteFile(path, whole.substr(0, length));
+    qvbase::test::WriteFile(path, whole.substr(0, length));
     const RunResult r = Qvres({path});
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "");
@@ -189,9 +189,9 @@ TEST(Qvres, CutModuleIsBadInputNamingTheOffset) {
 }
 
 TEST(Qvres, OtherFilesAreBadInput) {
-  qvtest::TempDir dir;
+  qvbase::test::TempDir dir;
   const std::string text = dir.File("text.res");
-  qvtest::WriteFile(text, "not a resource module");
+  qvbase::test::WriteFile(text, "not a resource module");
   RunResult r = Qvres({text});
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err,
@@ -202,7 +202,7 @@ TEST(Qvres, OtherFilesAreBadInput) {
 }
 
 TEST(Qvres, WrongUsageExitsWithTwo) {
-  const std::string module = qvtest::TestModulePath();
+  const std::string module = qvbase::test::TestModulePath();
   const std::vector<std::vector<std::string>> cases = {
       {},
       {"--bogus", module},
