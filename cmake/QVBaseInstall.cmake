@@ -39,3 +39,15 @@ install(FILES
   ${PROJECT_BINARY_DIR}/qvbaseConfigVersion.cmake
   ${PROJECT_SOURCE_DIR}/cmake/QVBaseResources.cmake
   DESTINATION ${QVBASE_CMAKE_DIR})
+
+# pkg-config: the same library for Makefile projects. The file finds the
+# prefix from its own place (${pcfiledir}), so that a copy installed with
+# --prefix or staged with DESTDIR, then moved, still describes itself.
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+  message(FATAL_ERROR "qvbase12.pc needs CMAKE_INSTALL_LIBDIR and CMAKE_INSTALL_INCLUDEDIR relative to the prefix")
+endif()
+file(RELATIVE_PATH QVBASE_PC_TO_PREFIX "/p/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/p")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/qvbase12.pc.in
+  ${PROJECT_BINARY_DIR}/qvbase12.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/qvbase12.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -25,12 +25,13 @@ cmake --workflow --preset linux
 step "lint: clang-tidy over the library and the tools (.clang-tidy)"
 tools/lint.sh
 
-step "install and build a client against the installed copy"
+step "install and build a client against the installed copy, with CMake and with pkg-config"
 rm -rf build/install-check build/consumer
 cmake --install build/linux --prefix build/install-check >/dev/null
 cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$PWD/build/install-check" >/dev/null
 cmake --build build/consumer
 ctest --test-dir build/consumer --output-on-failure
+tests/consumer/build-with-pkg-config.sh build/install-check build/consumer
 
 step "linux-asan: build and test under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake --workflow --preset linux-asan
