@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Sets up this machine, builds the library (linux preset) and runs the example.
+# Installs only what the Linux build needs (tools/setup.sh example: the
+# compiler, CMake and Ninja; no cross compilers, no Wine, no GoogleTest),
+# builds the library and its example in build/example and runs the example.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-tools/setup.sh
-cmake --preset linux >/dev/null
-cmake --build --preset linux --target qvbase_example
-exec build/linux/bin/qvbase_example build/typical_request.qvd
+tools/setup.sh example
+cmake --preset example >/dev/null
+cmake --build --preset example --target qvbase_example
+exec build/example/bin/qvbase_example build/typical_request.qvd

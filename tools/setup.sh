@@ -1,9 +1,26 @@
 #!/usr/bin/env bash
-# Installs what this project needs on a Debian 12 machine: the build tools,
-# GoogleTest's sources, the 32-bit multilib compilers, both MinGW-w64 cross
-# compilers and Wine. Safe to run again: when everything is there it prints
-# nothing and exits 0.
+# Installs what this project needs on a Debian 12 machine, for one profile:
+#
+#   tools/setup.sh example   the Linux build of the library and its example:
+#                            the compiler, CMake and Ninja (tools/example.sh)
+#   tools/setup.sh [all]     everything tools/test-all.sh uses: also
+#                            GoogleTest, the 32-bit multilib compilers, both
+#                            MinGW-w64 cross compilers and Wine, the format
+#                            and lint tools, the locales the tests switch to,
+#                            Doxygen, pkg-config and the Debian packaging tools
+#
+# It names the packages it installs. Safe to run again: when everything is
+# there it prints nothing and exits 0.
 set -euo pipefail
+
+profile=${1:-all}
+case "$profile" in
+  example | all) ;;
+  -h | --help) sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+  *) echo "setup: unknown profile '$profile' (example or all)" >&2; exit 2 ;;
+esac
+
+example_packages=(cmake ninja-build g++)
 
 packages=(
   cmake             # the build
@@ -22,7 +39,15 @@ packages=(
   clang             # the preprocessor llvm-rc runs; the fuzz targets (libFuzzer)
   lld               # lld-link: the PE resource images the reader's tests read
   locales           # the locale tests: the locales below
+  pkg-config        # the client built with pkg-config's answer
+  doxygen           # the API reference (docs preset)
+  debhelper         # the Debian packages (tools/build-packages.sh)
+  fakeroot
+  lintian
 )
+if [ "$profile" = example ]; then
+  packages=("${example_packages[@]}")
+fi
 
 # The locales the tests switch to: one with a decimal comma, so the
 # number-formatting tests can show that the library keeps "." where the
@@ -31,6 +56,7 @@ packages=(
 # comparison follows the locale there.
 locales=(de_DE tr_TR)
 need_locale() {
+  [ "$profile" = all ] || return 1
   local l
   for l in "${locales[@]}"; do
     locale -a 2>/dev/null | grep -qix "$l.utf8" || return 0
@@ -72,7 +98,7 @@ log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 
 if [ ${#missing[@]} -gt 0 ]; then
-  echo "setup: installing ${missing[*]}"
+  echo "setup ($profile): installing ${missing[*]}"
   if ! "${sudo[@]}" apt-get update -qq >"$log" 2>&1; then
     echo "setup: apt-get update failed (no network, or no package mirror reachable):" >&2
     tail -n 5 "$log" >&2
