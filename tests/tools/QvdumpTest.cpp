@@ -1,5 +1,6 @@
 // qvdump, the section tree printer: its output, names of PAutomaticUID
 // identifiers, hex dumps, bad input and usage errors.
+#include "support/JsonTestSupport.h"
 #include "support/TestSupport.h"
 
 #include <qvbase/PASCIIString.h>
@@ -302,7 +303,7 @@ TEST(Qvdump, ADirectoryIsNamedAsADirectory) {
 TEST(Qvdump, HelpPrintsUsageAndSucceeds) {
   RunResult r = Qvdump({"--help"});
   EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.out.find("usage: qvdump [--mm|--ii] [--hex] FILE"), std::string::npos);
+  EXPECT_NE(r.out.find("usage: qvdump [--mm|--ii] [--hex] [--json] FILE"), std::string::npos);
 }
 
 TEST(Qvdump, WrongUsageExitsWithTwoAndOneLine) {
@@ -310,7 +311,7 @@ TEST(Qvdump, WrongUsageExitsWithTwoAndOneLine) {
   std::string f = dir.File("f.bin");
   qvbase::test::WriteFile(f, "");
   const std::vector<std::vector<std::string>> rows = {
-      {}, {"--hex"}, {"--bogus", f}, {f, f}, {"--mm", "--ii", f},
+      {}, {"--hex"}, {"--json"}, {"--bogus", f}, {f, f}, {"--mm", "--ii", f},
   };
   for (const auto& row : rows) {
     std::string trace;
@@ -323,6 +324,94 @@ TEST(Qvdump, WrongUsageExitsWithTwoAndOneLine) {
     EXPECT_EQ(r.err.rfind("qvdump: ", 0), 0u) << r.err;
     EXPECT_EQ(r.out, "");
   }
+}
+
+// The JSON form of the tree: the same sections, parsed rather than compared
+// as text.
+using qvbase::test::Json;
+using qvbase::test::ParseJson;
+
+void ExpectSection(const Json& section, const std::string& offset, const PUniversalID& id,
+                   const std::string& name, const std::string& version, const std::string& size,
+                   const std::string& body) {
+  EXPECT_EQ(section["offset"].text, offset);
+  EXPECT_EQ(section["id"].text, Text(id));
+  if (name.empty()) {
+    EXPECT_EQ(section["name"].kind, Json::kNull);
+  } else {
+    EXPECT_EQ(section["name"].text, name);
+  }
+  EXPECT_EQ(section["version"].text, version);
+  EXPECT_EQ(section["size"].text, size);
+  EXPECT_EQ(section["body"].text, body);
+}
+
+TEST(Qvdump, JsonGivesTheNestedTreeWithOffsetsIdentifiersNamesVersionsAndSizes) {
+  RunResult r = DumpBytes(SmallFile(kByteOrderingIntel), {"--json"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  const Json doc = ParseJson(r.out);
+  EXPECT_EQ(doc["byteOrder"].text, "II");
+  EXPECT_EQ(doc["size"].text, "120");
+  ASSERT_EQ(doc["sections"].items.size(), 2u);
+  const Json& outer = doc["sections"][0];
+  ExpectSection(outer, "0", kOuter, "Outer", "2", "89", "sections");
+  ASSERT_EQ(outer["sections"].items.size(), 2u);
+  ExpectSection(outer["sections"][0], "28", kInner, "Inner", "1", "33", "data");
+  EXPECT_FALSE(outer["sections"][0].Has("bytes"));
+  ExpectSection(outer["sections"][1], "61", kEmpty, "Empty", "3", "28", "empty");
+  ExpectSection(doc["sections"][1], "89", kPlain, "", "7", "31", "data");
+}
+
+TEST(Qvdump, JsonWithHexGivesTheBytesOfBodiesThatAreNotSections) {
+  RunResult r = DumpBytes(SmallFile(kByteOrderingMotorola), {"--mm", "--hex", "--json"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  const Json doc = ParseJson(r.out);
+  EXPECT_EQ(doc["byteOrder"].text, "MM");
+  EXPECT_EQ(doc["sections"][0]["sections"][0]["bytes"].text, "48656c6c6f"); // "Hello"
+  EXPECT_FALSE(doc["sections"][0]["sections"][1].Has("bytes"));             // empty body
+  EXPECT_EQ(doc["sections"][1]["bytes"].text, "78797a");                    // "xyz"
+}
+
+TEST(Qvdump, JsonOfAnEmptyFileHasNoSections) {
+  RunResult r = DumpBytes("", {"--json"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  const Json doc = ParseJson(r.out);
+  EXPECT_EQ(doc["size"].text, "0");
+  EXPECT_EQ(doc["sections"].kind, Json::kArray);
+  EXPECT_TRUE(doc["sections"].items.empty());
+}
+
+TEST(Qvdump, JsonMarksSectionsNestedTooDeepAsNotOpened) {
+  PStream file = NewStream(kByteOrderingIntel);
+  {
+    std::vector<PStreamSection> levels;
+    levels.reserve(150);
+    levels.push_back(OpenWriteSection(file, kOuter, 1));
+    for (int i = 1; i < 150; ++i)
+      levels.push_back(OpenWriteSection(levels.back(), kInner, 1));
+    while (!levels.empty()) {
+      levels.back().Close();
+      levels.pop_back();
+    }
+  }
+  RunResult r = DumpBytes(Content(file), {"--json"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  const Json doc = ParseJson(r.out);
+  const Json* level = &doc["sections"][0];
+  for (int depth = 0; depth < 99; ++depth) {
+    ASSERT_EQ(level->operator[]("body").text, "sections") << "depth " << depth;
+    level = &level->operator[]("sections")[0];
+  }
+  EXPECT_EQ((*level)["body"].text, "not opened");
+  EXPECT_FALSE(level->Has("sections"));
+}
+
+TEST(Qvdump, JsonOfBadInputPrintsOnlyTheMessage) {
+  std::string bytes = SmallFile(kByteOrderingIntel);
+  SetSize(bytes, 0, 27);
+  RunResult r = DumpBytes(bytes, {"--json"});
+  ExpectBadInput(r, "section at offset 0: size 27 is below the 28-byte header");
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // qvreg, the registry command-line tool: commands, output and exit status.
+#include "support/JsonTestSupport.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -158,6 +159,69 @@ TEST(Qvreg, ListShowsSubKeysThenValues) {
   RunResult r = Qvreg({"list", key});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(Lines(r.out), "Sub\\\n@\tdword\t5\nname\tsz\ttext\n");
+}
+
+TEST(Qvreg, ListJsonGivesSubKeysAndEachValueTypedByItsKind) {
+  qvbase::test::ScratchRegistry registry;
+  std::string key = registry.FullKeyName();
+  ASSERT_EQ(Qvreg({"set", key + "\\Sub", "x", "sz", "1"}).status, 0);
+  // Written in name order: Wine lists values sorted, Windows and the POSIX
+  // store in the order they were first written.
+  ASSERT_EQ(Qvreg({"set", key, "", "dword", "5"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "a", "sz", "say \"hi\"\\\t"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "b", "multi_sz", "one", "two"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "c", "multi_sz"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "d", "qword", "0xffffffffffffffff"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "e", "binary", "01,ff"}).status, 0);
+  ASSERT_EQ(Qvreg({"set", key, "f", "expand_sz", "%HOME%"}).status, 0);
+  RunResult r = Qvreg({"list", key, "--json"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  const qvbase::test::Json doc = qvbase::test::ParseJson(r.out);
+  EXPECT_EQ(doc["key"].text, key);
+  ASSERT_EQ(doc["subKeys"].items.size(), 1u);
+  EXPECT_EQ(doc["subKeys"][0].text, "Sub");
+  const qvbase::test::Json& values = doc["values"];
+  ASSERT_EQ(values.items.size(), 7u);
+  struct Row {
+    std::string name, type;
+    qvbase::test::Json::Kind kind;
+    std::string data;
+  };
+  using K = qvbase::test::Json;
+  const Row rows[] = {
+      {"", "dword", K::kNumber, "5"},
+      {"a", "sz", K::kString, "say \"hi\"\\\t"},
+      {"b", "multi_sz", K::kArray, ""},
+      {"c", "multi_sz", K::kArray, ""},
+      {"d", "qword", K::kNumber, "18446744073709551615"},
+      {"e", "binary", K::kString, "01ff"},
+      {"f", "expand_sz", K::kString, "%HOME%"},
+  };
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    SCOPED_TRACE(rows[i].name);
+    EXPECT_EQ(values[i]["name"].text, rows[i].name);
+    EXPECT_EQ(values[i]["type"].text, rows[i].type);
+    EXPECT_EQ(values[i]["data"].kind, rows[i].kind);
+    if (rows[i].kind != K::kArray) {
+      EXPECT_EQ(values[i]["data"].text, rows[i].data);
+    }
+  }
+  ASSERT_EQ(values[2]["data"].items.size(), 2u);
+  EXPECT_EQ(values[2]["data"][0].text, "one");
+  EXPECT_EQ(values[2]["data"][1].text, "two");
+  EXPECT_TRUE(values[3]["data"].items.empty());
+}
+
+TEST(Qvreg, ListJsonOfAnEmptyKeyHasEmptyLists) {
+  qvbase::test::ScratchRegistry registry;
+  std::string key = registry.FullKeyName() + "\\Empty";
+  ASSERT_EQ(Qvreg({"set", key, "x", "sz", "1"}).status, 0);
+  ASSERT_EQ(Qvreg({"delete", key, "x"}).status, 0);
+  RunResult r = Qvreg({"list", key, "--json"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  const qvbase::test::Json doc = qvbase::test::ParseJson(r.out);
+  EXPECT_TRUE(doc["subKeys"].items.empty());
+  EXPECT_TRUE(doc["values"].items.empty());
 }
 
 std::string Substitute(std::string text, const std::string& key) {

@@ -8,6 +8,7 @@
 #include "SectionDump.h"
 
 #include "common/HexLine.h"
+#include "common/JsonText.h"
 
 #include <qvbase/PMBString.h>
 #include <qvbase/PString.h>
@@ -50,6 +51,18 @@ public:
       return false;
     for (const Header& h : top)
       Print(h, 0);
+    return true;
+  }
+
+  // The same check, then the tree as one JSON document.
+  bool RunJson(std::string* problem) {
+    std::vector<Header> top;
+    if (!Split(0, m_bytes.size(), "the end of the file", &top, problem))
+      return false;
+    m_sink(std::string("{\"byteOrder\": ") + (m_bigEndian ? "\"MM\"" : "\"II\"") +
+           ", \"size\": " + Decimal(m_bytes.size()) + ", \"sections\": [\n");
+    PrintJsonList(top, 0);
+    m_sink("]}\n");
     return true;
   }
 
@@ -166,6 +179,45 @@ private:
       HexDump(begin, end, depth + 1);
   }
 
+  void PrintJsonList(const std::vector<Header>& sections, int depth) const {
+    for (std::size_t i = 0; i < sections.size(); ++i)
+      PrintJson(sections[i], depth, i + 1 == sections.size());
+  }
+
+  // One section as a JSON object on its own lines; what its body is made of
+  // is named in "body": "empty", "sections" (then listed in "sections"),
+  // "data" (its bytes in "bytes" with --hex) or "not opened" (nested too
+  // deep).
+  void PrintJson(const Header& h, int depth, bool last) const {
+    PMBString text = static_cast<PString>(h.id);
+    const std::string name = NameOf(h.id);
+    const std::string indent = Indent(depth + 1);
+    std::string line = indent + "{\"offset\": " + Decimal(h.offset) +
+                       ", \"id\": " + qvtools::JsonString(static_cast<const char*>(text)) +
+                       ", \"name\": " + (name.empty() ? "null" : qvtools::JsonString(name)) +
+                       ", \"version\": " + Decimal(h.version) + ", \"size\": " + Decimal(h.size) +
+                       ", \"body\": ";
+    const std::string close = last ? "}\n" : "},\n";
+    const std::uint64_t begin = h.offset + kHeaderSize, end = h.offset + h.size;
+    std::vector<Header> children;
+    std::string ignored;
+    if (begin == end) {
+      m_sink(line + "\"empty\"" + close);
+    } else if (depth + 1 >= kMaxDepth) {
+      m_sink(line + "\"not opened\"" + close);
+    } else if (Split(begin, end, "the end of its parent", &children, &ignored)) {
+      m_sink(line + "\"sections\", \"sections\": [\n");
+      PrintJsonList(children, depth + 1);
+      m_sink(indent + "]" + close);
+    } else {
+      line += "\"data\"";
+      if (m_hex)
+        line += ", \"bytes\": " + qvtools::JsonHexBytes(&m_bytes[static_cast<std::size_t>(begin)],
+                                                        static_cast<std::size_t>(end - begin));
+      m_sink(line + close);
+    }
+  }
+
   void HexDump(std::uint64_t begin, std::uint64_t end, int depth) const {
     std::string indent = Indent(depth);
     for (std::uint64_t line = begin; line < end; line += 16) {
@@ -189,6 +241,11 @@ private:
 bool DumpSections(const std::vector<unsigned char>& bytes, bool bigEndian, bool hex,
                   const LineSink& sink, std::string* problem) {
   return Dumper(bytes, bigEndian, hex, sink).Run(problem);
+}
+
+bool DumpSectionsJson(const std::vector<unsigned char>& bytes, bool bigEndian, bool hex,
+                      const LineSink& sink, std::string* problem) {
+  return Dumper(bytes, bigEndian, hex, sink).RunJson(problem);
 }
 
 } // namespace qvdump

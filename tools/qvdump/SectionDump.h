@@ -30,4 +30,10 @@ using LineSink = std::function<void(const std::string& line)>;
 bool DumpSections(const std::vector<unsigned char>& bytes, bool bigEndian, bool hex,
                   const LineSink& sink, std::string* problem);
 
+// The same tree as one JSON document (the schema is in the README: "qvdump
+// --json"); with `hex` the bytes of bodies that are not sections are given
+// as hex strings. Fails as DumpSections does, before writing anything.
+bool DumpSectionsJson(const std::vector<unsigned char>& bytes, bool bigEndian, bool hex,
+                      const LineSink& sink, std::string* problem);
+
 } // namespace qvdump

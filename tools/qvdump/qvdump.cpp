@@ -32,7 +32,7 @@ constexpr int kExitUsage = 2;
 // Larger files are refused rather than read into memory.
 constexpr std::uint64_t kMaxFileSize = std::uint64_t(1) << 30;
 
-const char kUsage[] = "usage: qvdump [--mm|--ii] [--hex] FILE\n"
+const char kUsage[] = "usage: qvdump [--mm|--ii] [--hex] [--json] FILE\n"
                       "\n"
                       "Prints the tree of stream sections in FILE: for each section its offset "
                       "in\n"
@@ -46,6 +46,7 @@ const char kUsage[] = "usage: qvdump [--mm|--ii] [--hex] FILE\n"
                       "  --ii    integers are little-endian (\"II\", the default)\n"
                       "  --mm    integers are big-endian (\"MM\")\n"
                       "  --hex   also dump the bytes of bodies that are not sections\n"
+                      "  --json  print the tree as one JSON document (schema in the README)\n"
                       "  --help  print this text\n"
                       "\n"
                       "exit status: 0 success, 1 bad input, 2 wrong usage\n";
@@ -93,7 +94,7 @@ std::vector<unsigned char> ReadWholeFile(const std::string& path) {
 }
 
 int Main(int argc, char** argv) {
-  bool bigEndian = false, orderingGiven = false, hex = false;
+  bool bigEndian = false, orderingGiven = false, hex = false, json = false;
   std::string path;
   bool havePath = false;
   for (int i = 1; i < argc; ++i) {
@@ -110,6 +111,8 @@ int Main(int argc, char** argv) {
       orderingGiven = true;
     } else if (arg == "--hex") {
       hex = true;
+    } else if (arg == "--json") {
+      json = true;
     } else if (arg.size() > 1 && arg[0] == '-') {
       Usage("unknown option " + arg);
     } else if (havePath) {
@@ -123,9 +126,9 @@ int Main(int argc, char** argv) {
     Usage("no FILE given");
   std::vector<unsigned char> bytes = ReadWholeFile(path);
   std::string problem;
-  if (!qvdump::DumpSections(
-          bytes, bigEndian, hex, [](const std::string& line) { std::fputs(line.c_str(), stdout); },
-          &problem))
+  const auto print = [](const std::string& line) { std::fputs(line.c_str(), stdout); };
+  if (!(json ? qvdump::DumpSectionsJson : qvdump::DumpSections)(bytes, bigEndian, hex, print,
+                                                                &problem))
     BadInput(problem);
   return std::fflush(stdout) == 0 ? kExitOk : kExitBadInput;
 }

@@ -10,6 +10,8 @@
 #include "native/RegFileWriter.h"
 #include "native/Registry.h"
 
+#include "common/JsonText.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -47,8 +49,9 @@ const char kUsage[] =
     "                               binary, none (hex bytes: 01,02,ff or 0102ff)\n"
     "  delete KEY NAME              delete a value\n"
     "  delete-key KEY               delete a key and everything below it\n"
-    "  list KEY                     list sub-keys (name\\) and values\n"
-    "                               (name, type and data, tab-separated)\n"
+    "  list KEY [--json]            list sub-keys (name\\) and values\n"
+    "                               (name, type and data, tab-separated);\n"
+    "                               --json: one JSON document (schema in the README)\n"
     "  import FILE                  apply a .reg file (version 5.00 or REGEDIT4)\n"
     "  export KEY [FILE] [--utf16]  write KEY and everything below it as a .reg\n"
     "                               file (UTF-8; --utf16 writes regedit's UTF-16\n"
@@ -162,6 +165,22 @@ std::string HexBytes(const std::vector<BYTE>& data) {
   return out;
 }
 
+// The strings of a multi_sz, up to the empty string that ends the list.
+std::vector<std::string> MultiStrings(const std::vector<BYTE>& data) {
+  const std::string bytes(data.begin(), data.end());
+  std::vector<std::string> strings;
+  for (std::size_t pos = 0; pos < bytes.size();) {
+    std::size_t end = bytes.find('\0', pos);
+    if (end == std::string::npos)
+      end = bytes.size();
+    if (end == pos)
+      break;
+    strings.push_back(bytes.substr(pos, end - pos));
+    pos = end + 1;
+  }
+  return strings;
+}
+
 // A value's data as the user reads it: text for strings, decimal numbers,
 // hex bytes for the rest. `separator` joins the strings of a multi_sz.
 std::string DataText(DWORD type, const std::vector<BYTE>& data, const char* separator) {
@@ -172,19 +191,12 @@ std::string DataText(DWORD type, const std::vector<BYTE>& data, const char* sepa
     return bytes.substr(0, bytes.find('\0'));
   case native::kRegMultiSz: {
     std::string out;
-    std::size_t pos = 0;
     bool first = true;
-    while (pos < bytes.size()) {
-      std::size_t end = bytes.find('\0', pos);
-      if (end == std::string::npos)
-        end = bytes.size();
-      if (end == pos)
-        break; // the empty string that ends the list
+    for (const std::string& string : MultiStrings(data)) {
       if (!first)
         out += separator;
-      out += bytes.substr(pos, end - pos);
+      out += string;
       first = false;
-      pos = end + 1;
     }
     return out;
   }
@@ -398,19 +410,61 @@ void ReadTree(native::RegKey key, regfile::Key* out) {
   }
 }
 
+// A value's data in JSON: a string for sz and expand_sz, an array of
+// strings for multi_sz, a number for a dword or qword of the right size, the
+// bytes as a hex string for everything else.
+std::string DataJson(DWORD type, const std::vector<BYTE>& data) {
+  switch (type) {
+  case native::kRegSz:
+  case native::kRegExpandSz:
+    return qvtools::JsonString(DataText(type, data, ""));
+  case native::kRegMultiSz: {
+    std::string out = "[";
+    for (const std::string& string : MultiStrings(data))
+      out += (out.size() > 1 ? ", " : "") + qvtools::JsonString(string);
+    return out + "]";
+  }
+  case native::kRegDword:
+  case native::kRegQword:
+    if (data.size() == (type == native::kRegDword ? 4u : 8u))
+      return DataText(type, data, "");
+    break;
+  }
+  return qvtools::JsonHexBytes(data.data(), data.size());
+}
+
 int CmdList(const std::vector<std::string>& args) {
-  if (args.size() != 1)
+  std::vector<std::string> keys;
+  bool json = false;
+  for (const std::string& arg : args)
+    (arg == "--json" ? json = true, void() : keys.push_back(arg));
+  if (keys.size() != 1)
     Usage("list takes KEY");
-  KeyName name = ParseKeyName(args[0]);
+  KeyName name = ParseKeyName(keys[0]);
   OpenKey key(name, native::kKeyRead, false);
   regfile::Key tree;
   tree.name = name.display;
   ReadTree(key.get(), &tree);
-  for (const auto& sub : tree.subKeys)
-    std::printf("%s\\\n", sub->name.c_str());
-  for (const regfile::Value& v : tree.values)
-    std::printf("%s\t%s\t%s\n", v.name.empty() ? "@" : v.name.c_str(), TypeText(v.type).c_str(),
-                DataText(v.type, v.data, "\\0").c_str());
+  if (!json) {
+    for (const auto& sub : tree.subKeys)
+      std::printf("%s\\\n", sub->name.c_str());
+    for (const regfile::Value& v : tree.values)
+      std::printf("%s\t%s\t%s\n", v.name.empty() ? "@" : v.name.c_str(), TypeText(v.type).c_str(),
+                  DataText(v.type, v.data, "\\0").c_str());
+    return kExitOk;
+  }
+  std::string out = "{\"key\": " + qvtools::JsonString(name.display) + ", \"subKeys\": [";
+  for (std::size_t i = 0; i < tree.subKeys.size(); ++i)
+    out += (i ? ", " : "") + qvtools::JsonString(tree.subKeys[i]->name);
+  out += "], \"values\": [";
+  for (std::size_t i = 0; i < tree.values.size(); ++i) {
+    const regfile::Value& v = tree.values[i];
+    out += std::string(i ? "," : "") + "\n  {\"name\": " + qvtools::JsonString(v.name) +
+           ", \"type\": " + qvtools::JsonString(TypeText(v.type)) +
+           ", \"data\": " + DataJson(v.type, v.data) + "}";
+  }
+  out += tree.values.empty() ? "]}\n" : "\n]}\n";
+  std::fputs(out.c_str(), stdout);
   return kExitOk;
 }
 
