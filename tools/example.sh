@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs only what the Linux build needs (tools/setup.sh example: the
-# compiler, CMake and Ninja; no cross compilers, no Wine, no GoogleTest),
+# compiler, CMake, Ninja and llvm-rc; no cross compilers, no Wine, no GoogleTest),
 # builds the library and its example in build/example and runs the example.
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -2,7 +2,8 @@
 # Installs what this project needs on a Debian 12 machine, for one profile:
 #
 #   tools/setup.sh example   the Linux build of the library and its example:
-#                            the compiler, CMake and Ninja (tools/example.sh)
+#                            the compiler, CMake, Ninja and llvm-rc
+#                            (tools/example.sh)
 #   tools/setup.sh [all]     everything tools/test-all.sh uses: also
 #                            GoogleTest, the 32-bit multilib compilers, both
 #                            MinGW-w64 cross compilers and Wine, the format
@@ -16,11 +17,13 @@ set -euo pipefail
 profile=${1:-all}
 case "$profile" in
   example | all) ;;
-  -h | --help) sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+  -h | --help) sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
   *) echo "setup: unknown profile '$profile' (example or all)" >&2; exit 2 ;;
 esac
 
-example_packages=(cmake ninja-build g++)
+# llvm-rc (package llvm, with clang as its preprocessor) compiles the
+# library's own resource module on Linux.
+example_packages=(cmake ninja-build g++ llvm clang)
 
 packages=(
   cmake             # the build
