@@ -4,7 +4,9 @@
 # built only. Also checks that every source is formatted, runs clang-tidy
 # over the library and the tools (tools/lint.sh: about 22 s of processor
 # time, well under a minute), installs the linux build and builds a client
-# project against the installed copy. Warnings are errors here.
+# project against the installed copy, and builds the Debian packages, checks
+# them with lintian and builds the client against them. Warnings are errors
+# here.
 # Ends with CTest's summary of the last target; exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -32,6 +34,9 @@ cmake -S tests/consumer -B build/consumer -G Ninja -DCMAKE_PREFIX_PATH="$PWD/bui
 cmake --build build/consumer
 ctest --test-dir build/consumer --output-on-failure
 tests/consumer/build-with-pkg-config.sh build/install-check build/consumer
+
+step "Debian packages: build, lintian, unpack into a scratch root, build a client with CMake and pkg-config"
+tools/build-packages.sh
 
 step "linux-asan: build and test under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake --workflow --preset linux-asan

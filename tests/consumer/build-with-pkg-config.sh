@@ -14,11 +14,18 @@ pc=$(find "$root" -name qvbase12.pc -path '*/pkgconfig/*' | head -n 1)
 export PKG_CONFIG_PATH=$(dirname "$pc")
 libdir=$(pkg-config --variable=libdir qvbase12)
 mkdir -p "$out"
+# The client's own resource module, compiled as a Makefile would: llvm-rc
+# makes the compiled resource file the library reads on Linux.
+resources="$out/ConsumerRes-pkg-config.res"
+llvm-rc /FO "$resources" "$here/ConsumerRes.rc"
 # shellcheck disable=SC2046 # the flags are meant to split into words
-${CXX:-c++} "$here/main.cpp" -o "$out/consumer-pkg-config" $(pkg-config --cflags --libs qvbase12)
+${CXX:-c++} "$here/main.cpp" -o "$out/consumer-pkg-config" \
+  -DCONSUMER_RESOURCES="\"$(cd "$(dirname "$resources")" && pwd)/$(basename "$resources")\"" \
+  $(pkg-config --cflags --libs qvbase12)
 printed=$(LD_LIBRARY_PATH="$libdir" "$out/consumer-pkg-config")
 echo "$printed"
 case "$printed" in
-  "qvbase12 $(pkg-config --modversion qvbase12) build "*) ;;
+  "qvbase12 $(pkg-config --modversion qvbase12) build "*"
+Hello from the client's own resources") ;;
   *) echo "unexpected output from the pkg-config client" >&2; exit 1 ;;
 esac
