@@ -180,6 +180,9 @@ ULONG PBufferizedStreamHdl::FreeBuffer() {
   GMemFree(m_block);
   m_block = nullptr;
   m_blockLoaded = false;
+  // Whatever was not written back went with the block (after a failed
+  // transfer): the next block taken at this start is clean until written.
+  m_dirty = false;
   gCurrentTotal -= m_blockSize;
   return m_blockSize;
 }

@@ -220,6 +220,36 @@ TEST_F(Benchmark, ACopyCarriesTheLinksTextsFlagAndResultsAsTheyAre) {
   EXPECT_EQ(copy->NextActive(), &older);
   EXPECT_EQ(copy->GetResultsPath(), original.GetResultsPath());
   EXPECT_EQ(PBenchmark::FirstActive(), &original);
+  // Assignment copies the same way, over whatever the target held.
+  alignas(PBenchmark) unsigned char other[sizeof(PBenchmark)];
+  PBenchmark* assigned = new (other) PBenchmark("Other", "Name");
+  *assigned = original;
+  EXPECT_TRUE(assigned->IsActive());
+  EXPECT_EQ(assigned->GetGroup(), original.GetGroup());
+  EXPECT_EQ(assigned->GetName(), original.GetName());
+  EXPECT_EQ(assigned->NextActive(), &older);
+  EXPECT_EQ(assigned->GetResultsPath(), original.GetResultsPath());
+}
+
+TEST_F(Benchmark, StartedAgainAfterStopItAddsToTheRecordsItHas) {
+  SwitchOn();
+  {
+    CountingBenchmark benchmark(m_group.c_str(), "Run");
+    benchmark.Start();
+    { PBenchmarkCall call("Site", "Call", "test"); }
+    benchmark.Stop();
+    { PBenchmarkCall call("Site", "Call", "test"); } // not charged
+    benchmark.Start();
+    EXPECT_EQ(benchmark.started, 2);
+    { PBenchmarkCall call("Site", "Call", "test"); }
+  }
+  const std::string text = Results();
+  const std::vector<Line> lines = RecordLines(text);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].count, 2u);
+  const std::string header = "Benchmark results for " + m_group + " Run";
+  EXPECT_NE(text.find(header), std::string::npos);
+  EXPECT_EQ(text.find(header), text.rfind(header));
 }
 
 // ---------------------------------------------------------------------------

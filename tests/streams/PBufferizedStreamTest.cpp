@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -729,6 +730,24 @@ TEST(BufferizedStream, AfterAFailedBlockWriteTheBudgetDoesNotWriteItAgain) {
   EXPECT_FALSE(HandlerOf(stream)->HasBlock());
 }
 
+TEST(BufferizedStream, ABlockGivenUpAfterAFailedWriteLeavesNothingDirtyBehind) {
+  // The released block's dirty mark used to stay, so the next block loaded
+  // at that start was written back at the next flush.
+  ScopedBuffersMaxSize budget(0x100000);
+  CountingMedium medium(Digits(64));
+  PStream stream = OpenOver(medium, 32, OpenReadWrite);
+  WriteText(stream, "abcdef");
+  medium.shortWrites = 1;
+  EXPECT_EQ(Caught([&] { stream.Flush(); }).Code(), kErrStreamShortWrite);
+  EXPECT_EQ(PBufferizedStreamHdl::FlushBuffers(1), 32u);
+  EXPECT_FALSE(HandlerOf(stream)->IsDirty());
+  stream.MoveTo(0);
+  EXPECT_EQ(ReadAll(stream, 3), "abc");
+  stream.Close();
+  EXPECT_EQ(medium.writes.size(), 1u);
+  EXPECT_EQ(medium.flushes, 1);
+}
+
 TEST(BufferizedStream, AFailedWriteBackDuringTheBudgetsReleaseKeepsTheBlockAndTheTotal) {
   ScopedBuffersMaxSize budget(100);
   CountingMedium a, b(Digits(10));
@@ -802,6 +821,61 @@ TEST(BufferizedStream, WritingAReadOnlyStreamRaises1231) {
   ScopedErrorCapture capture;
   EXPECT_EQ(stream.Write("x", 1, 1), 0u);
   EXPECT_EQ(medium.bytes, Digits(10));
+}
+
+TEST(BufferizedStream, EveryErrorIsPreparedByTheHandler) {
+  // A handler that adds its own context to every error it raises.
+  struct TaggingHdl : CountingMediumHdl {
+    using CountingMediumHdl::CountingMediumHdl;
+    PError IOPrepareError(PError& error) override {
+      PError prepared(error);
+      prepared.SetIntegerInfo("medium", 42);
+      return prepared;
+    }
+  };
+  ScopedBuffersMaxSize budget(0x100000);
+  CountingMedium medium(Digits(100));
+  // Blocks of 4 KiB, so that the refused allocation below is the block's
+  // and not the error's own information.
+  PStream stream(new TaggingHdl(medium, 4096));
+  char c = 0;
+  struct Row {
+    const char* name;
+    int code;
+    std::function<void()> fault;
+  };
+  const Row rows[] = {
+      {"read while closed", kErrStreamClosed, [&] { stream.Read(&c, 1, 1); }},
+      {"write while closed", kErrStreamClosed, [&] { stream.Write("x", 1, 1); }},
+      {"short block read", kErrStreamShortRead,
+       [&] {
+         medium.shortReads = 1;
+         stream.Open(OpenReadWrite);
+       }},
+      {"seek past the end", kErrStreamSeekPastEnd, [&] { stream.SetPos(SeekFromStart, 101); }},
+      {"seek before the start", kErrStreamSeekBeforeStart, [&] { stream.SetPos(SeekBack, 1); }},
+      {"short block write", kErrStreamShortWrite,
+       [&] {
+         stream.Write("abc", 3, 1);
+         medium.shortWrites = 1;
+         stream.Flush();
+       }},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    PError error = Caught(row.fault);
+    EXPECT_EQ(error.Code(), row.code);
+    EXPECT_STREQ(error.File(), "src\\PBufferizedStream");
+    EXPECT_EQ(error.GetIntegerInfo("medium", 0), 42);
+  }
+  // No block: the failed one goes without another attempt, and none comes
+  // back. The manager outlives the error, whose information it allocated.
+  PBufferizedStreamHdl::FlushBuffers(0xFFFFFFFF);
+  ScopedBlockManager refusing(&ScopedBlockManager::Refuse, /*threshold=*/4096);
+  PError error = Caught([&] { stream.Read(&c, 1, 1); });
+  EXPECT_EQ(error.Code(), kErrOutOfMemory);
+  EXPECT_EQ(error.GetIntegerInfo("medium", 0), 42);
+  EXPECT_EQ(medium.writes.size(), 1u);
 }
 
 TEST(BufferizedStream, SeeksOutOfRangeRaiseTheirCodesAndLeaveThePosition) {
