@@ -9,13 +9,8 @@
 
 namespace {
 
+using qvbase::test::Lines;
 const char kSwitchKey[] = "Software\\Varnel\\Benchmarks\\Examples\\Profile";
-
-std::string Lines(std::string text) {
-  for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
-    text.erase(p, 1);
-  return text;
-}
 
 // The example's switch, in the test's private registry on POSIX; on Windows
 // in the build's own Wine prefix, removed again at the end.

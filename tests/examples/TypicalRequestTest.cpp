@@ -8,12 +8,7 @@
 
 namespace {
 
-std::string Lines(std::string text) {
-  for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
-    text.erase(p, 1);
-  return text;
-}
-
+using qvbase::test::Lines;
 TEST(TypicalRequest, WritesReadsBackAndSkipsTheUnknownSection) {
   qvbase::test::ScratchRegistry registry;
   qvbase::test::TempDir dir;

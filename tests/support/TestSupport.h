@@ -79,6 +79,20 @@ struct RunResult {
 };
 RunResult Run(const std::vector<std::string>& argv);
 
+// A program's output with "\r\n" as "\n": programs print "\n", which the C
+// runtime writes as "\r\n" under Windows.
+inline std::string Lines(std::string text) {
+  for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
+    text.erase(p, 1);
+  return text;
+}
+
+// Exactly one line, ended by its line break: how tools report a failure.
+inline bool IsOneLine(const std::string& text) {
+  const std::string t = Lines(text);
+  return !t.empty() && t.find('\n') == t.size() - 1;
+}
+
 // Tests that need a second process start this executable again with
 // "--qvtest-child <role> args..."; a role is registered before main runs.
 typedef int (*ChildRole)(const std::vector<std::string>& args);

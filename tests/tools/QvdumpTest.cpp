@@ -18,23 +18,13 @@
 
 namespace {
 
+using qvbase::test::IsOneLine;
+using qvbase::test::Lines;
 using qvbase::test::RunResult;
 
 RunResult Qvdump(std::vector<std::string> args) {
   args.insert(args.begin(), qvbase::test::BuiltProgram("qvdump"));
   return qvbase::test::Run(args);
-}
-
-// Tools print "\n"; under Windows the C runtime writes "\r\n".
-std::string Lines(std::string text) {
-  for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
-    text.erase(p, 1);
-  return text;
-}
-
-bool IsOneLine(const std::string& text) {
-  std::string t = Lines(text);
-  return !t.empty() && t.find('\n') == t.size() - 1;
 }
 
 std::string Text(const PUniversalID& id) {
@@ -240,20 +230,23 @@ TEST(Qvdump, HeaderCutShortIsBadInput) {
                                    "of 28 bytes before the end of the file");
 }
 
-TEST(Qvdump, DeepNestingIsCutOffWithANote) {
+// Outer holding Inner holding Inner ..., `levels` sections deep.
+std::string NestedFile(int levels) {
   PStream file = NewStream(kByteOrderingIntel);
-  {
-    std::vector<PStreamSection> levels;
-    levels.reserve(150);
-    levels.push_back(OpenWriteSection(file, kOuter, 1));
-    for (int i = 1; i < 150; ++i)
-      levels.push_back(OpenWriteSection(levels.back(), kInner, 1));
-    while (!levels.empty()) {
-      levels.back().Close();
-      levels.pop_back();
-    }
+  std::vector<PStreamSection> open;
+  open.reserve(static_cast<std::size_t>(levels));
+  open.push_back(OpenWriteSection(file, kOuter, 1));
+  for (int i = 1; i < levels; ++i)
+    open.push_back(OpenWriteSection(open.back(), kInner, 1));
+  while (!open.empty()) {
+    open.back().Close();
+    open.pop_back();
   }
-  RunResult r = DumpBytes(Content(file));
+  return Content(file);
+}
+
+TEST(Qvdump, DeepNestingIsCutOffWithANote) {
+  RunResult r = DumpBytes(NestedFile(150));
   EXPECT_EQ(r.status, 0) << r.err;
   std::string out = Lines(r.out);
   EXPECT_EQ(out.rfind("0 " + Text(kOuter) + " \"Outer\" version 1 size 4200\n", 0), 0u);
@@ -383,19 +376,7 @@ TEST(Qvdump, JsonOfAnEmptyFileHasNoSections) {
 }
 
 TEST(Qvdump, JsonMarksSectionsNestedTooDeepAsNotOpened) {
-  PStream file = NewStream(kByteOrderingIntel);
-  {
-    std::vector<PStreamSection> levels;
-    levels.reserve(150);
-    levels.push_back(OpenWriteSection(file, kOuter, 1));
-    for (int i = 1; i < 150; ++i)
-      levels.push_back(OpenWriteSection(levels.back(), kInner, 1));
-    while (!levels.empty()) {
-      levels.back().Close();
-      levels.pop_back();
-    }
-  }
-  RunResult r = DumpBytes(Content(file), {"--json"});
+  RunResult r = DumpBytes(NestedFile(150), {"--json"});
   EXPECT_EQ(r.status, 0) << r.err;
   const Json doc = ParseJson(r.out);
   const Json* level = &doc["sections"][0];

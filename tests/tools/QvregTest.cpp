@@ -9,23 +9,13 @@
 
 namespace {
 
+using qvbase::test::IsOneLine;
+using qvbase::test::Lines;
 using qvbase::test::RunResult;
 
 RunResult Qvreg(std::vector<std::string> args) {
   args.insert(args.begin(), qvbase::test::BuiltProgram("qvreg"));
   return qvbase::test::Run(args);
-}
-
-// Tools print "\n"; under Windows the C runtime writes "\r\n".
-std::string Lines(std::string text) {
-  for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
-    text.erase(p, 1);
-  return text;
-}
-
-bool IsOneLine(const std::string& text) {
-  std::string t = Lines(text);
-  return !t.empty() && t.find('\n') == t.size() - 1;
 }
 
 TEST(Qvreg, HelpPrintsUsageAndSucceeds) {
