@@ -98,32 +98,41 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // values without carets.
   parts[2].erase(std::remove(parts[2].begin(), parts[2].end(), '^'), parts[2].end());
 
+  // The promises below are checked on 7-bit text and values. Other text is
+  // read as the locale's multibyte characters, and a multibyte handler made
+  // from text counts its bytes as its length (a kept quirk), so positions
+  // past its first multibyte character are not those of its characters:
+  // such text is only run, for crashes, hangs and allocations.
+  bool sevenBit = true;
+  for (const std::string* part : {&parts[0], &parts[2]})
+    for (char c : *part)
+      sevenBit = sevenBit && static_cast<unsigned char>(c) < 0x80;
+
   // Text the handler cannot hold is reported and kept as it can be.
   IgnoringHook hook;
   PErrorHookProtection protection(&hook, /*set=*/true);
   PString text = InHandler(parts[0], choice);
   const PString value = InHandler(parts[2], choice / 3);
 
-  CheckPlaceholders(text);
+  if (sevenBit)
+    CheckPlaceholders(text);
 
   const ULONG before = text.Len();
   PASCIIString name(PMBString(parts[1].c_str(), /*copy=*/true));
   text.SetParameter(name, value);
   const ULONG pattern = name.Len() + 2;
-  // A value the text's handler cannot hold whole (not 7-bit) may lose
-  // characters on the way in.
-  bool sevenBit = true;
-  for (char c : parts[2])
-    sevenBit = sevenBit && static_cast<unsigned char>(c) < 0x80;
   if (sevenBit)
     Check(text.Len() == before || text.Len() + pattern == before + value.Len(),
           "SetParameter changed the text by another length than one placeholder");
-  CheckPlaceholders(text);
+  if (sevenBit)
+    CheckPlaceholders(text);
 
   text.SetParameter(static_cast<ULONG>(choice), value);
-  CheckPlaceholders(text);
+  if (sevenBit)
+    CheckPlaceholders(text);
 
   text.ValidateParams(value);
-  Check(Carets(text) <= 1, "a pair of carets survived ValidateParams");
+  if (sevenBit)
+    Check(Carets(text) <= 1, "a pair of carets survived ValidateParams");
   return 0;
 }

@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Sets up this machine, then builds and tests every target it can run:
 # linux, linux-asan and linux-m32 natively, mingw64 under Wine; mingw32 is
-# built only. Also checks that every source is formatted, runs clang-tidy
-# over the library and the tools (tools/lint.sh: about 22 s of processor
-# time, well under a minute), installs the linux build and builds a client
-# project against the installed copy, and builds the Debian packages, checks
-# them with lintian and builds the client against them. Warnings are errors
-# here.
+# built only; every fuzz target (clang) runs briefly from its seeds. Also
+# checks that every source is formatted, runs clang-tidy over the library and
+# the tools (tools/lint.sh: about 22 s of processor time, well under a
+# minute), installs the linux build and builds a client project against the
+# installed copy, and builds the Debian packages, checks them with lintian
+# and builds the client against them. Warnings are errors here.
 # Ends with CTest's summary of the last target; exits non-zero on any failure.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -40,6 +40,9 @@ tools/build-packages.sh
 
 step "linux-asan: build and test under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake --workflow --preset linux-asan
+
+step "fuzz: build every fuzz target and run each briefly from its seeds"
+cmake --workflow --preset fuzz
 
 step "linux-m32: build and test the 32-bit library"
 cmake --workflow --preset linux-m32
