@@ -145,24 +145,45 @@ void Begin(std::size_t failAt, AllocationFaults::Kind kind) {
 // ---------------------------------------------------------------------------
 // Global operator new
 
+// Under Windows, blocks cross the library's DLL boundary: a block the DLL's
+// operator new made may be deleted here and one made here deleted in the
+// DLL, both through the one C runtime heap. So there the replacement only
+// counts and fails requests, and hands out the runtime's blocks as they
+// are: no header, and no count of outstanding blocks or bytes.
+#if defined(_WIN32)
+constexpr bool kNewBlocksTagged = false;
+#else
+constexpr bool kNewBlocksTagged = true;
+#endif
+
+void* Allocated(std::size_t size) {
+  if (!kNewBlocksTagged)
+    return std::malloc(size ? size : 1);
+  return Tagged(std::malloc(size + sizeof(Header)), size);
+}
+
 void* New(std::size_t size) {
   if (CountAndDecide(size))
     throw std::bad_alloc();
-  void* raw = std::malloc(size + sizeof(Header));
-  if (!raw)
+  void* block = Allocated(size);
+  if (!block)
     throw std::bad_alloc();
-  return Tagged(raw, size);
+  return block;
 }
 
 void* NewNoThrow(std::size_t size) noexcept {
   if (CountAndDecide(size))
     return nullptr;
-  return Tagged(std::malloc(size + sizeof(Header)), size);
+  return Allocated(size);
 }
 
 void Delete(void* block) noexcept {
   if (!block)
     return;
+  if (!kNewBlocksTagged) {
+    std::free(block);
+    return;
+  }
   Header* header = HeaderOf(block);
   Untag(header);
   std::free(header);

@@ -50,9 +50,12 @@ public:
     // The largest single request so far, in bytes.
     std::size_t Largest() const;
     // Requests seen but not given back: blocks and objects that are still
-    // alive (a scenario that cleans up after itself leaves 0).
+    // alive (a scenario that cleans up after itself leaves 0). Under Windows
+    // the manager's blocks only: operator new's blocks cross the DLL
+    // boundary there and are not tracked.
     long Outstanding() const;
-    // The most bytes alive at once, of those allocated under this Watch.
+    // The most bytes alive at once, of those allocated under this Watch
+    // (under Windows, of the manager's blocks).
     std::size_t PeakBytes() const;
   };
 
