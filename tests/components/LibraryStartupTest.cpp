@@ -90,7 +90,10 @@ int ReportUnload(const std::vector<std::string>&) {
 const bool kUnloadRegistered = qvbase::test::RegisterChildRole("unload-report", ReportUnload);
 
 qvbase::test::RunResult RunChild(const char* role) {
-  return qvbase::test::Run({qvbase::test::SelfPath(), "--qvtest-child", role});
+  qvbase::test::RunResult result =
+      qvbase::test::Run({qvbase::test::SelfPath(), "--qvtest-child", role});
+  result.out = qvbase::test::Lines(result.out);
+  return result;
 }
 
 TEST(LibraryStartup, TheLibraryIsFileTesselOfQVKernel) {
@@ -135,7 +138,7 @@ TEST(LibraryStartup, AStartedProcessFindsTheRegistrationAndQvregTheResourceDll) 
   qvbase::test::RunResult read =
       qvbase::test::Run({qvbase::test::BuiltProgram("qvreg"), "get", kResourcesKey, "DefResFile"});
   EXPECT_EQ(read.status, 0) << read.err;
-  EXPECT_EQ(read.out, "QVKernelRes12.dll\n");
+  EXPECT_EQ(qvbase::test::Lines(read.out), "QVKernelRes12.dll\n");
 }
 
 TEST(LibraryStartup, UnloadingDeclaresTheLibrarysFileStopping) {
