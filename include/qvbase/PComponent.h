@@ -26,8 +26,10 @@
 //   PComponent suite("Components", "MySuite", 3, 1, "MySuiteRes.dll");
 //   static PComponentFile myFile;
 //   myFile.Init(suite, PASCIIString("Viewer"), myInstance, "DLL", 3, 1, 0, 12, 0);
+//   NResourceLocation strings = myFile.ResourceLocation();
 #pragma once
 
+#include <qvbase/NResource.h>
 #include <qvbase/PASCIIString.h>
 #include <qvbase/PList.h>
 #include <qvbase/PRoot.h>
@@ -156,6 +158,10 @@ public:
   // read.
   PASCIIString VersionString(bool withBuild) const;
 
+  // Where the file's resources live: its component's resource module and
+  // its part's identifier offset (with the component's); (0, 0) when the
+  // file has no part or the registry has no module for the component.
+  NResourceLocation ResourceLocation() const;
   // Sets the identifier offset of the file's part; nothing without a part.
   void SetResourceOffset(int offset);
 

@@ -1,8 +1,10 @@
 // QVComponent.cpp - the component registry's C API.
 // Part of qvbase, the QVKernel foundation class library.
 #include <QVComponent.h>
+#include <QVResModule.h>
 
 #include "RegistryState.h"
+#include "ResourceSearch.h"
 
 #include "native/Modules.h"
 
@@ -61,8 +63,8 @@ private:
 };
 
 void Locked::UnloadModules(const std::vector<void*>& modules) {
-  // No module is loaded by the registry yet; the list stays empty.
-  (void)modules;
+  for (void* module : modules)
+    QVRes_FreeModule(module);
 }
 
 char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -152,6 +154,16 @@ std::string VersionText(const Object* component) {
   return std::to_string(component->majorVersion) + "." + std::to_string(component->minorVersion);
 }
 
+// Where the component's resource files are recorded (path kind 0x80000001).
+std::string ResourcesPath(const Object* component) {
+  return kRegistryRoot + component->name + "\\" + VersionText(component) + "\\Resources";
+}
+
+// The component's text: "<name> <major>.<minor>".
+std::string ComponentText(const Object* component) {
+  return component->name + " " + VersionText(component);
+}
+
 // Calls `proc` for each handle, each kept alive by one reference until all
 // calls are done (also when a callback throws).
 int CallEach(const std::vector<void*>& handles, QVCompEnumProc proc, void* context) {
@@ -213,9 +225,34 @@ int EnumerateParts(void* component, bool byType, std::uint32_t type, QVCompEnumP
   return CallEach(handles, proc, context);
 }
 
+// The directories of the component's running files, in the order they were
+// first obtained.
+std::vector<std::string> RunningFileDirectories(Locked& state, const Object* component) {
+  std::vector<std::string> directories;
+  for (const Object* file : state->All(Kind::kFile))
+    if (file->running && file->owner && file->owner->owner == component && !file->path.empty())
+      directories.push_back(qvcomponent::DirectoryOf(file->path));
+  return directories;
+}
+
+// Loads the resource module recorded for the component, once: a component
+// whose module cannot be found answers without one until a module is given
+// or the given one is taken back (QVComp_SetComponentResLocation), so that a
+// missing file costs one search, not one per resource.
+void SeekRecordedModule(Locked& state, Object* component) {
+  if (component->givenModule || component->loadedModule || component->resourcesSought)
+    return;
+  component->resourcesSought = true;
+  std::string file =
+      qvcomponent::RecordedResourceFile(ResourcesPath(component), ComponentText(component));
+  component->loadedModule =
+      qvcomponent::LoadResourceModule(file, RunningFileDirectories(state, component));
+}
+
 // The module and offset of a component, with a part's offset added.
-int ResourceLocation(Object* component, std::int32_t partOffset, void** module,
+int ResourceLocation(Locked& state, Object* component, std::int32_t partOffset, void** module,
                      std::int32_t* offset) {
+  SeekRecordedModule(state, component);
   void* found = component->givenModule ? component->givenModule : component->loadedModule;
   if (!found) {
     *module = nullptr;
@@ -353,7 +390,7 @@ int QVComp_GetComponentRegistryPath(void* component, std::uint32_t kind, char* b
   case QVCOMP_PATH_ALL_VERSIONS:
     break;
   case QVCOMP_PATH_RESOURCES:
-    path += "\\" + VersionText(object) + "\\Resources";
+    path = ResourcesPath(object);
     break;
   default:
     if (buffer && size > 0)
@@ -368,7 +405,7 @@ int QVComp_GetComponentString(void* component, char* buffer, std::uint32_t size)
   Object* object = nullptr;
   if (int rc = state.Find(component, Kind::kComponent, &object))
     return rc;
-  return CopyText(object->name + " " + VersionText(object), buffer, size);
+  return CopyText(ComponentText(object), buffer, size);
 }
 
 int QVComp_SetComponentResLocation(void* component, void* module, std::int32_t offset) {
@@ -378,6 +415,9 @@ int QVComp_SetComponentResLocation(void* component, void* module, std::int32_t o
     return rc;
   object->givenModule = module;
   object->resourceOffset = offset;
+  // Taking the given module back looks for the recorded one again.
+  if (!module)
+    object->resourcesSought = false;
   return QVCOMP_OK;
 }
 
@@ -388,7 +428,7 @@ int QVComp_GetComponentResLocation(void* component, void** module, std::int32_t*
     return rc;
   if (!module)
     return QVCOMP_E_NULL_POINTER;
-  return ResourceLocation(object, 0, module, offset);
+  return ResourceLocation(state, object, 0, module, offset);
 }
 
 int QVComp_EnumRunningComponents(QVCompEnumProc proc, void* context) {
@@ -503,7 +543,7 @@ int QVComp_GetComponentPartResLocation(void* part, void** module, std::int32_t* 
     return rc;
   if (!module)
     return QVCOMP_E_NULL_POINTER;
-  return ResourceLocation(object->owner, object->resourceOffset, module, offset);
+  return ResourceLocation(state, object->owner, object->resourceOffset, module, offset);
 }
 
 int QVComp_ObtainComponentFromPart(void* part, void** component) {

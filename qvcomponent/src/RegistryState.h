@@ -31,6 +31,7 @@ struct Object {
   std::string displayName;
   void* givenModule = nullptr;     // the caller's module (SetComponentResLocation)
   void* loadedModule = nullptr;    // the module the registry found and loaded
+  bool resourcesSought = false;    // the recorded module was looked for
   std::int32_t resourceOffset = 0; // also a part's own offset
 
   // A part: its component (one reference held). A file: its part (one

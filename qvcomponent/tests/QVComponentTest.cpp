@@ -4,6 +4,10 @@
 #include <QVComponent.h>
 
 #include "native/Modules.h"
+#include "support/ComponentTestSupport.h"
+#include "support/ResourceTestSupport.h"
+
+#include "ResourceTestIds.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -644,6 +648,155 @@ TEST(QVComponent, ThreadsObtainingAndReleasingShareOneObject) {
   EXPECT_EQ(failures, 0);
   for (void* component : seen)
     EXPECT_EQ(component, keep.get());
+}
+
+// --- Recorded resource modules ----------------------------------------------
+
+// The name a resource DLL is recorded under, and the file the build makes of
+// it on this platform: on Windows the DLL itself, elsewhere a compiled
+// resource file that the registry finds under the DLL's name.
+#if defined(_WIN32)
+const char kBuiltModuleSuffix[] = ".dll";
+#else
+const char kBuiltModuleSuffix[] = ".res";
+#endif
+
+// Puts a copy of the test resource module into `directory` as `stem` with
+// the platform's suffix.
+std::string PlaceTestModule(const std::string& directory, const std::string& stem) {
+  std::string path = directory + "/" + stem + kBuiltModuleSuffix;
+  std::filesystem::copy_file(qvbase::test::TestModulePath(), path);
+  return path;
+}
+
+// The path of a loaded module, as the module reports it.
+std::string ModulePath(void* module) {
+  char buffer[1024] = {};
+  if (QVRes_GetModuleFileName(module, buffer, sizeof buffer) == 0)
+    return {};
+  return buffer;
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+  std::error_code error;
+  return std::filesystem::equivalent(a, b, error);
+}
+
+TEST(QVComponent, ARecordedResourceDllIsFoundOnTheResourcePathAndLoaded) {
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::ComponentKeys keys("LookupDll");
+  qvbase::test::TempDir dir;
+  std::string placed = PlaceTestModule(dir.path(), "LookupRes");
+  ASSERT_TRUE(qvbase::test::SetMachineText(keys.Resources("1.0"), "DefResFile", "LookupRes.dll"));
+  qvbase::test::ScopedEnv path("QVBASE_RESOURCE_PATH", dir.path().c_str());
+
+  Held component, part;
+  ASSERT_EQ(QVComp_ObtainAComponent("LookupDll", 1, 0, component.out()), QVCOMP_OK);
+  void* module = nullptr;
+  ASSERT_EQ(QVComp_GetComponentResLocation(component.get(), &module, nullptr), QVCOMP_OK);
+  ASSERT_NE(module, nullptr);
+  EXPECT_TRUE(SameFile(ModulePath(module), placed)) << ModulePath(module);
+  char text[256] = {};
+  EXPECT_GT(QVRes_LoadString(module, IDS_MIDDLE, text, sizeof text), 0);
+
+  // A part answers with the same module, which stays loaded while the
+  // component lives.
+  ASSERT_EQ(QVComp_ObtainAComponentPart(component.get(), "Strings", part.out()), QVCOMP_OK);
+  void* partModule = nullptr;
+  std::int32_t offset = -1;
+  ASSERT_EQ(QVComp_GetComponentPartResLocation(part.get(), &partModule, &offset), QVCOMP_OK);
+  EXPECT_EQ(partModule, module);
+  EXPECT_EQ(offset, 0);
+}
+
+TEST(QVComponent, ARecordedResourceSetOfTheComponentIsFound) {
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::ComponentKeys keys("LookupSet");
+  qvbase::test::TempDir dir;
+  std::string placed = PlaceTestModule(dir.path(), "SetRes");
+  std::string file = std::string("SetRes") + kBuiltModuleSuffix;
+  ASSERT_TRUE(qvbase::test::SetMachineText(keys.Resources("2.1") + "\\ResourceSets", nullptr,
+                                           "LookupSet 2.1," + file));
+  qvbase::test::ScopedEnv path("QVBASE_RESOURCE_PATH", dir.path().c_str());
+
+  Held component;
+  ASSERT_EQ(QVComp_ObtainAComponent("LookupSet", 2, 1, component.out()), QVCOMP_OK);
+  void* module = nullptr;
+  ASSERT_EQ(QVComp_GetComponentResLocation(component.get(), &module, nullptr), QVCOMP_OK);
+  EXPECT_TRUE(SameFile(ModulePath(module), placed)) << ModulePath(module);
+}
+
+TEST(QVComponent, AResourceSetRecordedForAnotherComponentTextIsNotTaken) {
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::ComponentKeys keys("LookupOther");
+  qvbase::test::TempDir dir;
+  PlaceTestModule(dir.path(), "OtherRes");
+  ASSERT_TRUE(
+      qvbase::test::SetMachineText(keys.Resources("1.0") + "\\ResourceSets", nullptr,
+                                   std::string("Somebody 1.0,OtherRes") + kBuiltModuleSuffix));
+  qvbase::test::ScopedEnv path("QVBASE_RESOURCE_PATH", dir.path().c_str());
+
+  Held component;
+  ASSERT_EQ(QVComp_ObtainAComponent("LookupOther", 1, 0, component.out()), QVCOMP_OK);
+  void* module = reinterpret_cast<void*>(1);
+  EXPECT_EQ(QVComp_GetComponentResLocation(component.get(), &module, nullptr), QVCOMP_E_NOT_FOUND);
+  EXPECT_EQ(module, nullptr);
+}
+
+TEST(QVComponent, ARecordedModuleIsFoundBesideTheComponentsRunningFile) {
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::ComponentKeys keys("LookupBeside");
+  qvbase::test::TempDir dir;
+  std::string placed = PlaceTestModule(dir.path(), "BesideRes");
+  qvbase::test::WriteFile(dir.File("Beside.bin"), "module");
+  ASSERT_TRUE(qvbase::test::SetMachineText(keys.Resources("1.0"), "DefResFile", "BesideRes.dll"));
+  qvbase::test::ScopedEnv path("QVBASE_RESOURCE_PATH", "");
+
+  Held component, part, file;
+  ASSERT_EQ(QVComp_ObtainAComponent("LookupBeside", 1, 0, component.out()), QVCOMP_OK);
+  ASSERT_EQ(QVComp_ObtainAComponentPart(component.get(), "Beside", part.out()), QVCOMP_OK);
+  ASSERT_EQ(QVComp_ObtainAComponentFileFromPath(dir.File("Beside.bin").c_str(), file.out()),
+            QVCOMP_OK);
+  ASSERT_EQ(QVComp_DeclareFileRunning(file.get(), part.take()), QVCOMP_OK);
+  void* module = nullptr;
+  EXPECT_EQ(QVComp_GetComponentResLocation(component.get(), &module, nullptr), QVCOMP_OK);
+  EXPECT_TRUE(SameFile(ModulePath(module), placed)) << ModulePath(module);
+  EXPECT_EQ(QVComp_DeclareFileStopping(file.get()), QVCOMP_OK);
+}
+
+TEST(QVComponent, AMissingModuleIsSoughtOnceUntilTheGivenModuleIsTakenBack) {
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::ComponentKeys keys("LookupLate");
+  qvbase::test::TempDir dir;
+  ASSERT_TRUE(qvbase::test::SetMachineText(keys.Resources("1.0"), "DefResFile", "LateRes.dll"));
+  qvbase::test::ScopedEnv path("QVBASE_RESOURCE_PATH", dir.path().c_str());
+
+  Held component;
+  ASSERT_EQ(QVComp_ObtainAComponent("LookupLate", 1, 0, component.out()), QVCOMP_OK);
+  void* module = nullptr;
+  EXPECT_EQ(QVComp_GetComponentResLocation(component.get(), &module, nullptr), QVCOMP_E_NOT_FOUND);
+  std::string placed = PlaceTestModule(dir.path(), "LateRes");
+  EXPECT_EQ(QVComp_GetComponentResLocation(component.get(), &module, nullptr), QVCOMP_E_NOT_FOUND);
+  ASSERT_EQ(QVComp_SetComponentResLocation(component.get(), nullptr, 0), QVCOMP_OK);
+  ASSERT_EQ(QVComp_GetComponentResLocation(component.get(), &module, nullptr), QVCOMP_OK);
+  EXPECT_TRUE(SameFile(ModulePath(module), placed)) << ModulePath(module);
+}
+
+TEST(QVComponent, AGivenModuleComesBeforeTheRecordedOne) {
+  qvbase::test::ScratchRegistry registry;
+  qvbase::test::ComponentKeys keys("LookupGiven");
+  qvbase::test::TempDir dir;
+  PlaceTestModule(dir.path(), "GivenRes");
+  ASSERT_TRUE(qvbase::test::SetMachineText(keys.Resources("1.0"), "DefResFile", "GivenRes.dll"));
+  qvbase::test::ScopedEnv path("QVBASE_RESOURCE_PATH", dir.path().c_str());
+
+  Held component;
+  ASSERT_EQ(QVComp_ObtainAComponent("LookupGiven", 1, 0, component.out()), QVCOMP_OK);
+  int given = 0;
+  ASSERT_EQ(QVComp_SetComponentResLocation(component.get(), &given, 0), QVCOMP_OK);
+  void* module = nullptr;
+  ASSERT_EQ(QVComp_GetComponentResLocation(component.get(), &module, nullptr), QVCOMP_OK);
+  EXPECT_EQ(module, &given);
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 
 #include "components/ComponentRegistry.h"
 
+#include <cstdint>
 #include <cstdio>
 
 using qvbase::components::EmptyRecord;
@@ -239,6 +240,21 @@ PASCIIString PComponentFile::VersionString(bool withBuild) const {
   else
     std::snprintf(text, sizeof text, "%lu.%lu.%lu", major, minor, fixes);
   return PASCIIString(text, true);
+}
+
+NResourceLocation PComponentFile::ResourceLocation() const {
+  void* part = PartOf(m_handle);
+  if (!part)
+    return NResourceLocation();
+  void* module = nullptr;
+  std::int32_t offset = 0;
+  const bool located = Registry().GetComponentPartResLocation(part, &module, &offset) == 0;
+  Registry().Release(part);
+  if (!located)
+    return NResourceLocation();
+  // The offset is a signed shift; identifiers wrap around modulo 2^32 when
+  // it is added, as on the 32-bit platform.
+  return NResourceLocation(module, static_cast<ULONG>(offset));
 }
 
 void PComponentFile::SetResourceOffset(int offset) {

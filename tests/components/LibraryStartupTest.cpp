@@ -5,9 +5,12 @@
 // the library is unloaded.
 #include <qvbase/PComponent.h>
 
+#include <qvbase/NResource.h>
+#include <qvbase/PErrorCodes.h>
 #include <qvbase/PMBString.h>
 
 #include "native/Modules.h"
+#include "support/ResourceTestSupport.h"
 #include "support/TestSupport.h"
 
 #include <QVComponent.h>
@@ -108,6 +111,22 @@ TEST(LibraryStartup, TheLibraryIsFileTesselOfQVKernel) {
   EXPECT_EQ(std::string(gTesselComponentFile.VersionString(false)), "1.2.0");
   EXPECT_EQ(std::string(gTesselComponentFile.VersionString(true)), "1.2.0 (27)");
   EXPECT_TRUE(fs::equivalent(Text(gTesselComponentFile.Path()), LibraryPath()));
+}
+
+TEST(LibraryStartup, TheLibrarysResourcesAreItsResourceModuleBesideIt) {
+  NResourceLocation location = gTesselComponentFile.ResourceLocation();
+  ASSERT_TRUE(location.IsValid());
+  EXPECT_EQ(location.ResourceBase(), 0u);
+  char path[1024] = {};
+  ASSERT_GT(QVRes_GetModuleFileName(location.ResourceContainer(), path, sizeof path), 0u);
+  EXPECT_TRUE(fs::equivalent(path, qvbase::test::KernelResourcesPath())) << path;
+  EXPECT_EQ(gQVKernelComponent.ObtainResHandle(), location.ResourceContainer());
+  // Its strings are the library's own.
+  NResourceString text(/*number=*/kErrStreamOpenModeInvalid, location);
+  std::string loaded = Text(PMBString(text));
+  EXPECT_FALSE(loaded.empty());
+  EXPECT_EQ(loaded.find("UNDEFINED RESOURCE STRING"), std::string::npos) << loaded;
+  EXPECT_TRUE(text.IsValid());
 }
 
 TEST(LibraryStartup, TheLibrarysComponentIsQVKernel12) {

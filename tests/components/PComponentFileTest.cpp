@@ -313,6 +313,44 @@ TEST(PComponentFile, SetResourceOffsetGoesToTheFilesPart) {
   EXPECT_EQ(recorder.calls, Calls{"ObtainComponentPartFromFile(f0)"});
 }
 
+TEST(PComponentFile, ResourceLocationIsThePartsModuleAndOffset) {
+  RecordingComponentRegistry recorder;
+  recorder.offset = 1000;
+  PComponentFile file(RecordingComponentRegistry::File(0), false);
+  recorder.Clear();
+  NResourceLocation location = file.ResourceLocation();
+  EXPECT_EQ(recorder.calls, (Calls{"ObtainComponentPartFromFile(f0)",
+                                   "GetComponentPartResLocation(p0)", "Release(p0)"}));
+  EXPECT_EQ(location.ResourceContainer(), recorder.module);
+  EXPECT_EQ(location.ResourceBase(), 1000u);
+}
+
+TEST(PComponentFile, ANegativeResourceOffsetWrapsAsAnUnsignedBase) {
+  RecordingComponentRegistry recorder;
+  recorder.offset = -16;
+  PComponentFile file(RecordingComponentRegistry::File(0), false);
+  EXPECT_EQ(file.ResourceLocation().ResourceBase(), 4294967280u);
+}
+
+TEST(PComponentFile, ResourceLocationIsEmptyWithoutAPartOrAModule) {
+  RecordingComponentRegistry recorder;
+  PComponentFile file(RecordingComponentRegistry::File(0), false);
+  recorder.failing = {"GetComponentPartResLocation"};
+  recorder.Clear();
+  NResourceLocation refused = file.ResourceLocation();
+  EXPECT_EQ(recorder.calls, (Calls{"ObtainComponentPartFromFile(f0)",
+                                   "GetComponentPartResLocation(p0)", "Release(p0)"}));
+  EXPECT_EQ(refused.ResourceContainer(), nullptr);
+  EXPECT_EQ(refused.ResourceBase(), 0u);
+
+  recorder.filesWithoutPart = {RecordingComponentRegistry::File(0)};
+  recorder.Clear();
+  NResourceLocation partless = file.ResourceLocation();
+  EXPECT_EQ(recorder.calls, Calls{"ObtainComponentPartFromFile(f0)"});
+  EXPECT_EQ(partless.ResourceContainer(), nullptr);
+  EXPECT_EQ(partless.ResourceBase(), 0u);
+}
+
 TEST(PComponentFile, GetComponentKeepsThePartAndComponentReferences) {
   RecordingComponentRegistry recorder;
   PComponentFile file(RecordingComponentRegistry::File(0), false);

@@ -8,6 +8,7 @@
 #include "native/Process.h"
 #include "native/Registry.h"
 #include "native/SystemInfo.h"
+#include "support/ComponentTestSupport.h"
 #include "support/RecordingComponentRegistry.h"
 #include "support/TestSupport.h"
 
@@ -25,41 +26,8 @@ typedef std::vector<std::string> Calls;
 
 std::string Text(const PString& text) { return static_cast<const char*>(PMBString(text)); }
 
-// A string value below HKEY_LOCAL_MACHINE; "<missing>" when there is none.
-std::string MachineText(const std::string& path, const char* name) {
-  native::RegKey key = nullptr;
-  if (native::OpenRegKey(native::kRegLocalMachine, path.c_str(), native::kKeyRead, &key) !=
-      ERROR_SUCCESS)
-    return "<missing>";
-  char buffer[600] = {};
-  DWORD size = sizeof buffer - 1, type = 0;
-  LONG rc = native::QueryRegValue(key, name, &type, reinterpret_cast<BYTE*>(buffer), &size);
-  native::CloseRegKey(key);
-  if (rc != ERROR_SUCCESS || type != native::kRegSz)
-    return "<missing>";
-  return buffer;
-}
-
-// A component's keys below HKEY_LOCAL_MACHINE, deleted at the end (on Windows
-// they are in the machine's registry; elsewhere in the scratch store).
-class ComponentKeys {
-public:
-  explicit ComponentKeys(const std::string& name)
-      : m_path("Software\\Varnel\\Components\\" + name) {
-    native::DeleteRegTree(native::kRegLocalMachine, m_path.c_str());
-    native::DeleteRegKey(native::kRegLocalMachine, m_path.c_str());
-  }
-  ~ComponentKeys() {
-    native::DeleteRegTree(native::kRegLocalMachine, m_path.c_str());
-    native::DeleteRegKey(native::kRegLocalMachine, m_path.c_str());
-  }
-  std::string Resources(const std::string& version) const {
-    return m_path + "\\" + version + "\\Resources";
-  }
-
-private:
-  std::string m_path;
-};
+using qvbase::test::ComponentKeys;
+using qvbase::test::MachineText;
 
 // --- The type-code table ---------------------------------------------------
 
