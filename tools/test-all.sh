@@ -27,6 +27,9 @@ cmake --workflow --preset linux
 step "lint: clang-tidy over the library and the tools (.clang-tidy)"
 tools/lint.sh
 
+step "API reference: Doxygen over the public headers, every class documented"
+tools/api-reference.sh
+
 step "install and build a client against the installed copy, with CMake and with pkg-config"
 rm -rf build/install-check build/consumer
 cmake --install build/linux --prefix build/install-check >/dev/null

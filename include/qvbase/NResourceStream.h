@@ -29,6 +29,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// A read-only stream handler over the bytes of one resource, loaded at open.
 class QVBASE_API NResourceStream : public PMemoryStreamHdl {
 public:
   // Over no resource: opening it fails with -1.

@@ -36,6 +36,7 @@
 
 class NResourceStructData;
 
+// A tagged structure resource: its named 16-bit values, looked up by tag.
 class QVBASE_API NResourceStruct : public PSmartPtr {
 public:
   // No body: no entries.

@@ -18,6 +18,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// The string handler of 7-bit text, one byte per character.
 class QVBASE_API PASCIIStringHandler : public PStringHandler {
 public:
   // The `length` bytes at `text + offset`. copy false borrows them (nothing
@@ -77,6 +78,7 @@ QVBASE_API PStringHandler* GASCIIStrHandlerConstructor3(LONG ch);
 // value (collation included, which ASCII does not have) is exact.
 QVBASE_API TypStringCmpFunction GASCIIGetCmpMethod(TypStringComp mode);
 
+// A string of 7-bit text, one byte per character.
 class QVBASE_API PASCIIString : public PString {
 public:
   PASCIIString();

@@ -33,6 +33,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// A background task: one slice of work per ProcessStep, tasks taken round robin.
 class QVBASE_API PBackground : public PRoot {
 public:
   // Starts and stops the application's processing timer.

@@ -47,6 +47,8 @@
 class PBenchmarkCall;
 struct PBenchmarkResults;
 
+// A named benchmark (group and name), switched on in the registry, that records
+// the instrumented calls made while it is active.
 class QVBASE_API PBenchmark {
 public:
   // Inactive and unlinked; the texts are not copied and must outlive the

@@ -67,6 +67,8 @@
 // The buffer budget every process starts with: 0x100000 bytes (1 MiB).
 constexpr ULONG kBufferizedDefaultMaxSize = 0x100000;
 
+// A stream handler that caches its medium in one block, within one
+// process-wide budget for the blocks of all handlers.
 class QVBASE_API PBufferizedStreamHdl : public PStreamHdl {
 public:
   // Registers the handler as the most recently used. A locked handler takes

@@ -29,6 +29,7 @@
 
 class PASCIIString;
 
+// An instant in universal time, counted in ticks from 1970.
 class QVBASE_API PUTDate : public PRoot {
 public:
   // No date.
@@ -72,6 +73,7 @@ protected:
   PTime m_value;
 };
 
+// An instant as the local wall-clock reading, counted in ticks from 1970.
 class QVBASE_API PLocalDate : public PRoot {
 public:
   PLocalDate();
@@ -169,6 +171,7 @@ protected:
   }
 };
 
+// The generic local date: a PLocalDate with nothing beside its value.
 class QVBASE_API NGenLocalDate : public PLocalDate {
 public:
   NGenLocalDate() = default;

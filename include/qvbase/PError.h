@@ -82,6 +82,8 @@ public:
   void Reset(PErrorInfoData* data);
 };
 
+// The library's one error value: code, severity, source, line and named
+// information, shared by its copies.
 class QVBASE_API PError : public PRoot {
 public:
   // Code 0, severity 31 (warning).

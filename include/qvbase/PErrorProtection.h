@@ -54,6 +54,8 @@ constexpr ULONG kErrorMaskItem = 1u << ErrorHandlingItem;
 constexpr ULONG kErrorMaskAction = 1u << ErrorHandlingAction;
 constexpr ULONG kErrorMaskApplication = 1u << ErrorHandlingApplication;
 
+// A scoped protection: while it lives, it decides how signalled errors are
+// handled (hooks, retries, messages, transformations).
 class QVBASE_API PErrorProtection : public PRoot {
 public:
   explicit PErrorProtection(bool set);

@@ -29,6 +29,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// The base of typed handles on IUnknown-based interfaces.
 class QVBASE_API PInterfacePtr : public PRoot {
 public:
   bool IsNull() const { return m_interface == nullptr; }

@@ -35,6 +35,8 @@
 // "Not in the list", as every position-returning operation reports it.
 constexpr ULONG kListNoIndex = 0xFFFFFFFFu;
 
+// The back end of a PList: the interface every storage of list elements
+// implements.
 class QVBASE_API PListData : public PRoot {
 public:
   PListData();
@@ -69,6 +71,7 @@ protected:
   ULONG count;
 };
 
+// The list back end over a growable array.
 class QVBASE_API PDynArrayData : public PListData {
 public:
   PDynArrayData();
@@ -101,6 +104,7 @@ struct PLinkedNode {
   void* object;
 };
 
+// The list back end over a doubly linked list.
 class QVBASE_API PLinkedListData : public PListData {
 public:
   PLinkedListData();
@@ -129,12 +133,14 @@ private:
   void ClearCache() const;
 };
 
+// The array back end that keeps one reference on its element per occurrence.
 class QVBASE_API PSmartArrayData : public PDynArrayData {
 public:
   void ARefAdded(const void* object) const override;
   void ARefRemoved(const void* object) const override;
 };
 
+// The linked back end that keeps one reference on its element per occurrence.
 class QVBASE_API PSmartListData : public PLinkedListData {
 public:
   void ARefAdded(const void* object) const override;
@@ -147,6 +153,7 @@ QVBASE_API PListData* GDynArrayDataConstructor();
 QVBASE_API PListData* GSmartListDataConstructor();
 QVBASE_API PListData* GSmartArrayDataConstructor();
 
+// An ordered list of object pointers over an interchangeable back end.
 class QVBASE_API PList : public PRoot {
 public:
   typedef PListData* (*DataFactory)();

@@ -22,6 +22,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// The string handler of the C runtime locale's multibyte code page.
 class QVBASE_API PMBStringHandler : public PStringHandler {
 public:
   // `offset` and `length` count characters: the start is `offset`
@@ -124,6 +125,7 @@ QVBASE_API int GMBCharLen(LONG ch, char* out);
 // collates, every other value is exact.
 QVBASE_API TypStringCmpFunction GMBGetCmpMethod(TypStringComp mode);
 
+// A string in the C runtime locale's multibyte code page.
 class QVBASE_API PMBString : public PString {
 public:
   PMBString();

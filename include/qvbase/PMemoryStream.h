@@ -29,6 +29,7 @@
 constexpr ULONG OpenNoLoad = 0x40000000;     // start empty, nothing is loaded
 constexpr ULONG OpenAllowEmpty = 0x80000000; // reading empty content is no error
 
+// The stream handler that keeps its whole content in one heap block.
 class QVBASE_API PMemoryStreamHdl : public PStreamHdl {
 public:
   // Granularity 0x10000.

@@ -18,6 +18,7 @@
 #include <qvbase/PStream.h>
 #include <qvbase/QVExport.h>
 
+// A write-only stream that stores nothing and counts what is written.
 class QVBASE_API PNullStream : public PStream {
 public:
   // A new null handler, byte ordering "II".

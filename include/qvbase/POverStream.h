@@ -18,6 +18,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// The stream handler that stacks on another stream and forwards to it.
 class QVBASE_API POverStreamHdl : public PStreamHdl {
 public:
   explicit POverStreamHdl(PStream& stream);

@@ -36,6 +36,8 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// The timing of a progress window: when it appears, refreshes and is
+// cancelled.
 class QVBASE_API PProgressDialog : public PProgressHook {
 public:
   // Value levels 1, status levels 1, refresh interval 1 s, show delay 3 s.

@@ -43,6 +43,7 @@ enum TypStatusText : LONG {
                         // middle and keeps the file name whole
 };
 
+// Nested progress of a long operation, timed and cancellable.
 class QVBASE_API PProgressHook : public PRoot {
 public:
   // A root hook: no parent, not started, every value and time 0, no status,

@@ -13,6 +13,8 @@
 
 #include <cstddef>
 
+// The root class of every library class: its objects are allocated
+// through the library's memory manager.
 class QVBASE_API PRoot {
 public:
   PRoot();

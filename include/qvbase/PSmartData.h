@@ -26,6 +26,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// Reference-counted data shared by the handles (PSmartPtr) that point at it.
 class QVBASE_API PSmartData : public PRoot {
 public:
   // Both start with a count of 0: a copy is a new, unshared object.

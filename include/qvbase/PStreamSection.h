@@ -29,6 +29,8 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// The handler of a section: an identified, versioned block inside its
+// parent stream.
 class QVBASE_API PStreamSectionHdl : public POverStreamHdl {
 public:
   explicit PStreamSectionHdl(PStream& parent);
@@ -71,6 +73,7 @@ private:
   unsigned __int64 m_afterIdentifier; // where version and size are rewritten
 };
 
+// An identified, versioned, nested block inside a stream.
 class QVBASE_API PStreamSection : public PStream {
 public:
   // A section without handler.

@@ -122,6 +122,7 @@ QVBASE_API extern const char* gVoidCharString;
 // "Undefined Resource String".
 QVBASE_API extern const char* gUndefinedString;
 
+// The string value: text shared between copies, encoded by its handler.
 class QVBASE_API PString : public PRoot {
 public:
   PString();

@@ -15,6 +15,7 @@
 #include <qvbase/PStream.h>
 #include <qvbase/QVExport.h>
 
+// The front object of text handlers: one counted reference to a handler.
 class QVBASE_API PTextStream : public PRoot {
 public:
   PTextStream();

@@ -19,6 +19,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// A duration as a signed count of 100-nanosecond ticks.
 class QVBASE_API PTime : public PRoot {
 public:
   // The unset time.

@@ -17,6 +17,7 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// The string handler of 16-bit Unicode units.
 class QVBASE_API PUNIStringHandler : public PStringHandler {
 public:
   // The `length` units at `text + offset`; copy false borrows them.
@@ -81,6 +82,7 @@ QVBASE_API PStringHandler* GUNIStringHandlerConstructor2(const PStringHandler* s
 // every other value is exact. Counts are in units.
 QVBASE_API TypStringCmpFunction GUNIGetCmpMethod(TypStringComp mode);
 
+// A string of 16-bit Unicode units.
 class QVBASE_API PUNIString : public PString {
 public:
   PUNIString();

@@ -33,6 +33,7 @@ struct _H2_GUID {
   std::uint8_t Data4[8];
 };
 
+// A 128-bit universal identifier.
 class QVBASE_API PUniversalID : public PRoot {
 public:
   // The null identifier.

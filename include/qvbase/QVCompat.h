@@ -149,6 +149,7 @@ typedef union _LARGE_INTEGER {
   } u;
   LONGLONG QuadPart;
 } LARGE_INTEGER;
+// An unsigned 64-bit integer and its two 32-bit halves, as Win32 declares it.
 typedef union _ULARGE_INTEGER {
   struct {
     DWORD LowPart;
@@ -163,6 +164,7 @@ typedef struct _FILETIME {
   DWORD dwHighDateTime;
 } FILETIME;
 
+// A date and time broken into fields, as Win32 declares it.
 typedef struct _SYSTEMTIME {
   WORD wYear;
   WORD wMonth;
@@ -174,6 +176,7 @@ typedef struct _SYSTEMTIME {
   WORD wMilliseconds;
 } SYSTEMTIME;
 
+// What IStream::Stat answers about a stream, as COM declares it.
 typedef struct tagSTATSTG {
   LPOLESTR pwcsName;
   DWORD type;
@@ -209,15 +212,18 @@ struct IUnknown {
   STDMETHOD_(ULONG, Release)() = 0;
 };
 
+// The COM interface of persistent objects (its class identifier).
 struct IPersist : public IUnknown {
   STDMETHOD(GetClassID)(CLSID* classId) = 0;
 };
 
+// The COM interface of sequential reads and writes.
 struct ISequentialStream : public IUnknown {
   STDMETHOD(Read)(void* buffer, ULONG count, ULONG* read) = 0;
   STDMETHOD(Write)(const void* buffer, ULONG count, ULONG* written) = 0;
 };
 
+// The COM stream interface, with the slot order of the Windows headers.
 struct IStream : public ISequentialStream {
   STDMETHOD(Seek)(LARGE_INTEGER move, DWORD origin, ULARGE_INTEGER* newPosition) = 0;
   STDMETHOD(SetSize)(ULARGE_INTEGER newSize) = 0;

@@ -33,6 +33,7 @@ QVBASE_API extern const __int64 gFileTimeEpochOffset;
 
 class WINLocalDate;
 
+// A universal date that keeps its FILETIME and SYSTEMTIME forms beside its value.
 class QVBASE_API WINUTDate : public PUTDate {
 public:
   WINUTDate();
@@ -74,6 +75,7 @@ enum : unsigned char {
   kSystemFormatLongDateTime = 4, // long date, one space, time of day
 };
 
+// A local date that keeps its FILETIME and SYSTEMTIME forms beside its value.
 class QVBASE_API WINLocalDate : public PLocalDate {
 public:
   WINLocalDate();
