@@ -142,9 +142,6 @@ struct IQVErrorHandler : public IUnknown {
 inline constexpr IID IID_IQVErrorHandler = {
     0xA4E6DCF2, 0xF1C8, 0x11D2, {0x9F, 0x6F, 0x00, 0x80, 0xC8, 0x4E, 0x04, 0xAB}};
 
-// TODO(resources): the NResourceString forms of the string-valued protections
-// below (their text loaded from the library's resources on first use).
-
 // Adds one string detail to every error; does not forward the preparation,
 // so protections outside it add nothing. The text may be a string resource:
 // it is loaded at the first PrepareError and kept (a string the module lacks
