@@ -6,10 +6,10 @@
 #include <QVResModule.h>
 
 #include "native/Modules.h"
+#include "native/Process.h"
 #include "native/Registry.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -77,12 +77,14 @@ std::vector<std::string> NamesFor(const std::string& file) {
   return names;
 }
 
-std::vector<std::string> SplitPathList(const char* list) {
+// The directories of the resource path variable, in order.
+std::vector<std::string> ResourcePathDirectories() {
   std::vector<std::string> directories;
-  if (!list)
+  std::string list;
+  if (!native::GetEnv(kResourcePathVariable, &list))
     return directories;
   std::string current;
-  for (const char* p = list;; ++p) {
+  for (const char* p = list.c_str();; ++p) {
     if (*p == kPathListSeparator || !*p) {
       if (!current.empty())
         directories.push_back(current);
@@ -145,7 +147,7 @@ void* LoadResourceModule(const std::string& file, const std::vector<std::string>
   const std::vector<std::string> names = NamesFor(file);
   if (std::filesystem::path(file).has_parent_path())
     return LoadFirst(std::string(), names);
-  std::vector<std::string> directories = SplitPathList(std::getenv(kResourcePathVariable));
+  std::vector<std::string> directories = ResourcePathDirectories();
   directories.insert(directories.end(), fileDirectories.begin(), fileDirectories.end());
   directories.push_back(OwnDirectory());
   for (const std::string& directory : directories) {
