@@ -205,3 +205,37 @@ protected:
 
   PListData* data;
 };
+
+// A typed list of T pointers over the linked back end: the elements are not
+// owned. Walks by index and by neighbour are cheap (see the file comment).
+//
+//   LinkedList<PMsgPort> ports;
+//   ports.AddTail(&port);
+//   for (ULONG i = 0; i < ports.Size(); ++i) ports.At(i)->...;
+template <class T>
+class LinkedList : public PList {
+public:
+  LinkedList() : PList(GLinkedListDataConstructor) {}
+  LinkedList(const LinkedList& other) : PList(GLinkedListDataConstructor, other) {}
+  LinkedList& operator=(const LinkedList& other) {
+    PList::operator=(other);
+    return *this;
+  }
+
+  void Add(T* object, ULONG index) { AddAnObject(object, index); }
+  void AddHead(T* object) { AddAnObjectHead(object); }
+  void AddTail(T* object) { AddAnObjectTail(object); }
+  // Removes the first occurrence from the head, if any.
+  void Remove(T* object) { RemoveAnObject(object); }
+  void RemoveAt(ULONG index) { RemoveAnIdx(index); }
+
+  // Null past the end.
+  T* At(ULONG index) const { return static_cast<T*>(GetAnObject(index)); }
+  // kListNoIndex when absent.
+  ULONG IndexOf(const T* object) const { return GetAnIndex(object); }
+  bool Contains(const T* object) const { return GetAnIndex(object) != kListNoIndex; }
+  T* First() const { return static_cast<T*>(GetAFirstObject()); }
+  T* Last() const { return static_cast<T*>(GetALastObject()); }
+  T* Next(const T* object) const { return static_cast<T*>(GetANextObject(object)); }
+  T* Prev(const T* object) const { return static_cast<T*>(GetAPrevObject(object)); }
+};

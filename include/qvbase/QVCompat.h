@@ -28,6 +28,8 @@
 
 #else // !_WIN32
 
+#include <qvbase/QVExport.h>
+
 #include <cstdint>
 
 // Integer widths of the Win32 ABI. "long" is never used directly: it is 64-bit
@@ -259,6 +261,22 @@ inline constexpr GUID GUID_NULL = {0, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}};
 #define CLSCTX_INPROC (CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER)
 #define CLSCTX_ALL                                                                                 \
   (CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER | CLSCTX_LOCAL_SERVER | CLSCTX_REMOTE_SERVER)
+
+// Thread-local storage slots, with the Win32 meanings: TlsAlloc gives a new
+// slot index (TLS_OUT_OF_INDEXES when none is left) whose value is null in
+// every thread; TlsGetValue and TlsSetValue read and set the calling
+// thread's value; TlsFree releases the index and forgets every thread's
+// value. TlsFree and TlsSetValue answer FALSE for an index that is not
+// allocated, and TlsGetValue answers null. Elsewhere than on Windows they are
+// the library's, over the system's thread-specific data; failures are told
+// by the results alone (there is no GetLastError). The library itself never
+// allocates a slot: they are for applications (see NThreadStorage).
+typedef void* LPVOID;
+#define TLS_OUT_OF_INDEXES (static_cast<DWORD>(0xFFFFFFFFu))
+QVBASE_API DWORD TlsAlloc();
+QVBASE_API BOOL TlsFree(DWORD index);
+QVBASE_API LPVOID TlsGetValue(DWORD index);
+QVBASE_API BOOL TlsSetValue(DWORD index, LPVOID value);
 
 #endif // _WIN32
 

@@ -25,6 +25,8 @@
 #include <qvbase/WINError.h>
 #include <qvbase/GDbg.h>
 #include <qvbase/PStringConversions.h>
+#include <qvbase/NMutex.h>
+#include <qvbase/NThreadStorage.h>
 #include <qvbase/PStream.h>
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/PBufferizedStream.h>
