@@ -27,6 +27,7 @@
 #include <qvbase/PStringConversions.h>
 #include <qvbase/NMutex.h>
 #include <qvbase/NThreadStorage.h>
+#include <qvbase/PDynClass.h>
 #include <qvbase/PStream.h>
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/PBufferizedStream.h>
