@@ -56,7 +56,7 @@ void WaitStarted(const Locker& locker) {
 }
 
 // Refuses every block, so that the critical section cannot be allocated.
-struct RefusingManager : qvtest::SystemCalls {
+struct RefusingManager : qvbase::test::SystemCalls {
   static void* Allocate(MemoryManager*, ULONG, unsigned short) { return nullptr; }
 };
 
