@@ -278,6 +278,9 @@ QVBASE_API BOOL TlsFree(DWORD index);
 QVBASE_API LPVOID TlsGetValue(DWORD index);
 QVBASE_API BOOL TlsSetValue(DWORD index, LPVOID value);
 
+// A wait without time limit, in milliseconds (the Win32 constant).
+#define INFINITE 0xFFFFFFFFu
+
 #endif // _WIN32
 
 // Win32 error numbers the library and its tools name. On Windows they come

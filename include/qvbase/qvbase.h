@@ -35,6 +35,8 @@
 #include <qvbase/PNullStream.h>
 #include <qvbase/PTextStream.h>
 #include <qvbase/PStreamSection.h>
+#include <qvbase/PMessage.h>
+#include <qvbase/PMsgListener.h>
 #include <qvbase/PTime.h>
 #include <qvbase/PDate.h>
 #include <qvbase/WINDate.h>

@@ -26,5 +26,18 @@ void* ApplicationInstance();
 // untouched, when no module is loaded there (any other address, null).
 bool ModuleInstancePath(void* instance, std::string* path);
 
+// Loading a module at run time (dlopen, LoadLibraryA) and unloading it: its
+// static objects are built at load and destroyed at unload.
+typedef void* Module;
+// The module at `path`; null, with the system's reason in `*error` (when
+// not null), when it cannot be loaded.
+Module OpenModule(const std::string& path, std::string* error);
+// Unloads it; false for null or when the system refuses.
+bool CloseModule(Module module);
+// The address of an exported function or object; null when absent.
+void* ModuleSymbol(Module module, const char* name);
+// The file suffix of a loadable module here: ".so" or ".dll".
+const char* ModuleSuffix();
+
 } // namespace native
 } // namespace qvbase

@@ -84,5 +84,22 @@ bool ModuleInstancePath(void* instance, std::string* path) {
   return true;
 }
 
+Module OpenModule(const std::string& path, std::string* error) {
+  void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!module && error) {
+    const char* reason = dlerror();
+    *error = reason ? reason : "the module cannot be loaded";
+  }
+  return module;
+}
+
+bool CloseModule(Module module) { return module && dlclose(module) == 0; }
+
+void* ModuleSymbol(Module module, const char* name) {
+  return module && name ? dlsym(module, name) : nullptr;
+}
+
+const char* ModuleSuffix() { return ".so"; }
+
 } // namespace native
 } // namespace qvbase

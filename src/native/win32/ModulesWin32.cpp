@@ -4,6 +4,7 @@
 
 #include <qvbase/QVCompat.h>
 
+#include <string>
 #include <vector>
 
 namespace qvbase {
@@ -40,6 +41,24 @@ bool ModuleInstancePath(void* instance, std::string* path) {
     buffer.resize(buffer.size() * 2);
   }
 }
+
+Module OpenModule(const std::string& path, std::string* error) {
+  HMODULE module = LoadLibraryA(path.c_str());
+  if (!module && error)
+    *error =
+        "LoadLibrary failed for " + path + " (system error " + std::to_string(GetLastError()) + ")";
+  return module;
+}
+
+bool CloseModule(Module module) { return module && FreeLibrary(static_cast<HMODULE>(module)) != 0; }
+
+void* ModuleSymbol(Module module, const char* name) {
+  if (!module || !name)
+    return nullptr;
+  return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(module), name));
+}
+
+const char* ModuleSuffix() { return ".dll"; }
 
 } // namespace native
 } // namespace qvbase
