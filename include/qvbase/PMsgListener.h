@@ -137,10 +137,10 @@ protected:
   bool IsFlushOnDestroy() const { return flushWord != 0; }
 
 private:
-  // Asks `listener` for `message`: false for an empty message, a listener
-  // that does not listen, or a message its filter rejects; else its
-  // DoExecute.
-  static bool Dispatch(PMsgListener* listener, const PMessage& message);
+  // Asks this listener for `message`: false for an empty message, a
+  // listener that does not listen, or a message its filter rejects; else
+  // its DoExecute.
+  bool Dispatch(const PMessage& message);
   // Asks every top-level listener (the index walk above); results ignored.
   static void Broadcast(const PMessage& message);
   static bool Accepts(const PDynClass* candidate);

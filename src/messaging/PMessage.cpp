@@ -112,7 +112,7 @@ void PMessage::ProcessMessages() {
     std::unique_ptr<PendingMessage> record(gPendingMessages.First());
     gPendingMessages.RemoveAt(0);
     if (record->target)
-      PMsgListener::Dispatch(record->target, record->message);
+      record->target->Dispatch(record->message);
     else
       PMsgListener::Broadcast(record->message);
   }

@@ -79,13 +79,13 @@ void PMsgListener::SetTraceOn(void (*)(const char*)) {}
 
 void PMsgListener::SetTraceOff() {}
 
-bool PMsgListener::Dispatch(PMsgListener* listener, const PMessage& message) {
+bool PMsgListener::Dispatch(const PMessage& message) {
   PMessageData* data = message.GetData();
-  if (!data || !listener->listening)
+  if (!data || !listening)
     return false;
-  if (listener->filter && data->DC()->DistanceTo(listener->filter) == kDynClassNoDistance)
+  if (filter && data->DC()->DistanceTo(filter) == kDynClassNoDistance)
     return false;
-  return listener->DoExecute(message);
+  return DoExecute(message);
 }
 
 void PMsgListener::Broadcast(const PMessage& message) {
@@ -94,7 +94,7 @@ void PMsgListener::Broadcast(const PMessage& message) {
   // walk, and one that leaves makes the next one move into its place and be
   // skipped this time. Pinned by the global broadcast tests.
   for (ULONG i = 0; i < gTopListeners.Size(); ++i)
-    Dispatch(gTopListeners.At(i), message);
+    gTopListeners.At(i)->Dispatch(message);
 }
 
 // ---------------------------------------------------------------------------
@@ -132,7 +132,7 @@ bool PMsgBroadcaster::Relay(const PMessage& message) {
   // Deliberately by index over the live list, as the global broadcast: a
   // listener that leaves during the relay makes the next one be skipped.
   for (ULONG i = 0; !consumed && i < listeners.Size(); ++i)
-    consumed = Dispatch(listeners.At(i), message);
+    consumed = listeners.At(i)->Dispatch(message);
   return consumed;
 }
 

@@ -141,6 +141,21 @@ TEST(PMsgPort, DestroyingAPortDropsItsWaitingPayloads) {
   EXPECT_EQ(TestNote::alive, before);
 }
 
+TEST(PMsgPort, PostQueuesThePayloadAndEmptiesTheCallersHandle) {
+  TestPort port;
+  PMessage message(new TestNote("handed over"));
+  PMessageData* data = message.GetData();
+  port.Post(message);
+  EXPECT_TRUE(message.IsEmpty());
+  EXPECT_EQ(data->NumSmartLocks(), 1u); // the queue's reference alone
+  PMessage empty;
+  port.Post(empty); // kept as it stands: the lock stays held once
+  EXPECT_TRUE(port.mutex.Lock());
+  port.mutex.Unlock();
+  port.mutex.Unlock(); // gives back the hold the empty message kept
+  EXPECT_EQ(Describe(port.UnqueueMsg()), "handed over");
+}
+
 TEST(PMsgPort, QueueHoldsOneReferenceToEachWaitingPayload) {
   TestPort port;
   PMessage message(new TestNote("shared"));
