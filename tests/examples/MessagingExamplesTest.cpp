@@ -9,11 +9,7 @@
 
 namespace {
 
-std::string Lines(std::string text) {
-  for (std::size_t p; (p = text.find("\r\n")) != std::string::npos;)
-    text.erase(p, 1);
-  return text;
-}
+using qvbase::test::Lines;
 
 TEST(MessageLogExample, RecordsTheTreesTrafficAndReplaysItIntoAFreshTree) {
   qvbase::test::TempDir dir;
