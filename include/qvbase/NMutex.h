@@ -25,6 +25,8 @@
 #include <qvbase/PRoot.h>
 #include <qvbase/QVExport.h>
 
+// A recursive lock over one platform critical section, held by its
+// constructor until Init and detached by Uninit (see the file comment).
 class QVBASE_API NMutex : public PRoot {
 public:
   // Allocates and initialises a critical section and enters it at once. When

@@ -34,6 +34,8 @@
 #include <qvbase/QVCompat.h>
 #include <qvbase/QVExport.h>
 
+// A per-thread value whose making, destruction and copying a subclass
+// provides, kept in a thread-local slot the application gives it.
 class QVBASE_API NThreadStorage : public PRoot {
 public:
   // Sets no index. The index reads as TLS_OUT_OF_INDEXES until SetIndex, so

@@ -71,6 +71,8 @@ public:
   virtual PUniversalID MapCLSIDToIID(const PUniversalID& clsid) const;
 };
 
+// The record of one class: name, parent, identifier, wrapper and factory,
+// linked into its family's registry while it lives.
 class QVBASE_API PDynClass : public PRoot {
 public:
   typedef void* (*Constructor)();

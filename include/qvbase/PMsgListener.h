@@ -82,6 +82,7 @@ public:
   void RemoveFirst() { RemoveAnIdx(0); }
 };
 
+// A receiver of messages: top-level, or registered to broadcasters.
 class QVBASE_API PMsgListener : public PRoot {
 public:
   // The name is accepted and not kept. The filter is kept when it is the
@@ -154,6 +155,8 @@ private:
   friend class PMsgBroadcaster;
 };
 
+// A listener that relays what it executes to its own listeners, and can
+// log and replay it.
 class QVBASE_API PMsgBroadcaster : public PMsgListener {
 public:
   explicit PMsgBroadcaster(const char* name = nullptr, const PDynClass* filter = nullptr);
@@ -199,6 +202,8 @@ private:
   friend class PMsgListener;
 };
 
+// A broadcaster that queues what it receives, from any thread, and relays
+// it when its owner processes it.
 class QVBASE_API PMsgPort : public PMsgBroadcaster {
 public:
   // As the broadcaster; the mutex is made and initialised, the port joins
