@@ -13,8 +13,8 @@ cd "$(dirname "$0")/.."
 root="$PWD"
 
 cmake --preset linux >/dev/null
-cmake --build --preset linux --target qvbase_example qvreg ResourceTest ResourceTestImage \
-  ResourceTestImage32 QVKernelRes12 >/dev/null
+cmake --build --preset linux --target qvbase_example qvbase_message_log qvreg ResourceTest \
+  ResourceTestImage ResourceTestImage32 QVKernelRes12 >/dev/null
 bin="$root/build/linux/bin"
 
 work="$(mktemp -d)"
@@ -23,6 +23,9 @@ trap 'rm -rf "$work"' EXIT
 # The example's document, "II" and "MM".
 "$bin/qvbase_example" "$work/document-ii.qvd" >/dev/null
 "$bin/qvbase_example" "$work/document-mm.qvd" --mm >/dev/null
+# The message log example's traffic, "II" and "MM".
+"$bin/qvbase_message_log" "$work/messages-ii.qvd" >/dev/null
+"$bin/qvbase_message_log" "$work/messages-mm.qvd" --mm >/dev/null
 
 # Registry files: the test data imported into a store of their own, then
 # exported in both encodings, and the store itself.
@@ -166,5 +169,16 @@ while at + 8 <= len(res):
     if kind == 0xFFFF and number == 10 and name_marker == 0xFFFF and name >= 200:
         put("ResourceStructFuzz", "struct-%d" % name, res[at + header:at + header + size])
     at = (at + header + size + 3) & ~3
+
+# MessageLogFuzz: the example's log in both orderings (flags bit 0: "MM"),
+# a placeholder followed by it, and the log cut inside its last section.
+fresh("MessageLogFuzz")
+mii = open(os.path.join(work, "messages-ii.qvd"), "rb").read()
+mmm = open(os.path.join(work, "messages-mm.qvd"), "rb").read()
+placeholder = bytes(20) + struct.pack("<Q", 28)
+put("MessageLogFuzz", "log-ii", b"\0" + mii)
+put("MessageLogFuzz", "log-mm", b"\1" + mmm)
+put("MessageLogFuzz", "placeholder-ii", b"\0" + placeholder + mii)
+put("MessageLogFuzz", "cut-ii", b"\0" + mii[:-6])
 EOF
 echo "seeds written to fuzz/corpus/"
