@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up this machine, then builds and tests every target it can run:
-# linux, linux-asan and linux-m32 natively, mingw64 under Wine; mingw32 is
+# linux, linux-asan, linux-tsan (the threading and port suites) and
+# linux-m32 natively, mingw64 under Wine; mingw32 is
 # built only; every fuzz target (clang) runs briefly from its seeds. Also
 # checks that every source is formatted, runs clang-tidy over the library and
 # the tools (tools/lint.sh: about 22 s of processor time, well under a
@@ -46,6 +47,9 @@ cmake --workflow --preset linux-asan
 
 step "fuzz: build every fuzz target and run each briefly from its seeds"
 cmake --workflow --preset fuzz
+
+step "linux-tsan: the threading and port suites under ThreadSanitizer (library and those suites only)"
+cmake --workflow --preset linux-tsan
 
 step "linux-m32: build and test the 32-bit library"
 cmake --workflow --preset linux-m32
