@@ -205,7 +205,7 @@ public:                                                                         
 // The factory of a creatable class: a new instance with the default
 // constructor, as a pointer to the family root.
 #define DC_CONSTRUCTOR(Class)                                                                      \
-  ([]() -> void* { return static_cast<Class::DC_RootType*>(new Class); })
+  ([]() -> void* { return static_cast<Class::DC_RootType*>(new (Class)); })
 
 // In one source file. A root class: creatable, or abstract (no factory).
 #define DC_DEFINE_ROOT_CLASS_WITH(Class, id, wrapper, constructor)                                 \
