@@ -81,7 +81,10 @@ function(_qvbase_compile_res source output includes depends)
     endif()
   endforeach()
   if(QVBASE_RC_KIND STREQUAL "llvm-rc")
-    set(command "${QVBASE_RC_COMPILER}" ${include_flags} /FO "${output}" "${source}")
+    # llvm-rc takes options with a slash, so an absolute POSIX path given as
+    # the input reads as an option ("/check/..." is "/C heck/..."): "--" ends
+    # the options before it.
+    set(command "${QVBASE_RC_COMPILER}" ${include_flags} /FO "${output}" -- "${source}")
   else()
     set(command "${QVBASE_RC_COMPILER}" ${include_flags} -O res -o "${output}" "${source}")
   endif()

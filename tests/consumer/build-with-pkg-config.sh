@@ -15,9 +15,10 @@ export PKG_CONFIG_PATH=$(dirname "$pc")
 libdir=$(pkg-config --variable=libdir qvbase12)
 mkdir -p "$out"
 # The client's own resource module, compiled as a Makefile would: llvm-rc
-# makes the compiled resource file the library reads on Linux.
+# makes the compiled resource file the library reads on Linux. Its options
+# start with a slash, so "--" keeps an absolute input path from reading as one.
 resources="$out/ConsumerRes-pkg-config.res"
-llvm-rc /FO "$resources" "$here/ConsumerRes.rc"
+llvm-rc /FO "$resources" -- "$here/ConsumerRes.rc"
 # shellcheck disable=SC2046 # the flags are meant to split into words
 ${CXX:-c++} "$here/main.cpp" -o "$out/consumer-pkg-config" \
   -DCONSUMER_RESOURCES="\"$(cd "$(dirname "$resources")" && pwd)/$(basename "$resources")\"" \
