@@ -248,7 +248,10 @@ public:
   static bool HaveWaitingMessages();
   // Processes one message of the first port (in construction order) that
   // has one; answers whether that port still has messages or a later port
-  // has any. One call processes at most one message in the process.
+  // has any. One call processes at most one message in the process. Kept as
+  // it stands: a port before the processed one is not looked at again, so
+  // a message that a handler queues there is not counted in the answer; it
+  // waits for the next call (HaveWaitingMessages sees it).
   static bool ProcessNextMessages();
 
   // Every port, in construction order.

@@ -143,6 +143,8 @@ bool PMsgPort::ProcessNextMessages() {
     if (port->ProcessNextMessage())
       return true;
     // That port is drained: the answer is whether a later one has more.
+    // Deliberately only the later ones, as the walk goes forward: a message
+    // queued meanwhile in an earlier port waits for the next call.
     for (ULONG j = i + 1; j < theirList.Size(); ++j)
       if (theirList.At(j)->HasWaitingMessages())
         return true;

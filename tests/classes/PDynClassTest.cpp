@@ -99,6 +99,27 @@ TEST(PDynClass, RecordsWithNullIdentifiersMatchOnlyByIdentity) {
   EXPECT_EQ(child.DistanceToIID(PUniversalID()), 4294967295u);
 }
 
+TEST(PDynClass, IdentifierMatchNeedsTwoEqualNonNullIdentifiers) {
+  DC_ROOT_INFOS infos{0, nullptr};
+  PDynClass named(&infos, "Named", nullptr, Id("Named"), nullptr, nullptr);
+  PDynClass unnamed(&infos, "Unnamed", nullptr, PUniversalID(), nullptr, nullptr);
+  struct Row {
+    const PDynClass* record;
+    PUniversalID id;
+    bool matches;
+  };
+  const Row rows[] = {
+      {&named, Id("Named"), true},     {&named, Id("Other"), false},
+      {&named, PUniversalID(), false}, {&unnamed, PUniversalID(), false},
+      {&unnamed, Id("Named"), false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.record->ClassName()) + " row " + std::to_string(&row - rows));
+    EXPECT_EQ(row.record->IsClassIID(row.id), row.matches);
+    EXPECT_EQ(row.record->IsUsingIID(row.id), row.matches); // no wrapper: the same answer
+  }
+}
+
 TEST(PDynClass, IdentifierWalksMatchByIdentifierOnly) {
   SmallFamily f;
   EXPECT_EQ(f.b.DistanceToIID(Id("Root")), 2u);
@@ -263,6 +284,30 @@ TEST(PDynClass, ClassIdentifierFoundThroughAWrappersInterfaceMapping) {
   EXPECT_TRUE(root.IsAParentOfCLSID(Id("User")));
   EXPECT_FALSE(root.IsAParentOfCLSID(Id("Cls"))); // Mapper2 is not a Root
   EXPECT_FALSE(root.IsAParentOfCLSID(Id("Nobody")));
+}
+
+TEST(PDynClass, FindersAnswerTheNewestRecordThatQualifies) {
+  DC_ROOT_INFOS infos{0, nullptr};
+  PDynClass older(&infos, "Older", nullptr, Id("Shared"), nullptr, nullptr);
+  PDynClass newer(&infos, "Newer", nullptr, Id("Shared"), nullptr, nullptr);
+  EXPECT_EQ(GDynClassFindIIDHandler(&infos, Id("Shared")), &newer);
+  EXPECT_EQ(GDynClassFindCLSIDHandler(&infos, Id("Shared")), &newer);
+  EXPECT_STREQ(GDynClassFindCLSIDName(&infos, Id("Shared")), "Newer");
+}
+
+TEST(PDynClass, ClassIdentifierWalkTakesTheFirstAnswerNewestFirst) {
+  DC_ROOT_INFOS infos{0, nullptr};
+  PDynClass owner(&infos, "Owner", nullptr, Id("Cls"), nullptr, nullptr); // has the identifier
+  EXPECT_EQ(GDynClassFindCLSIDHandler(&infos, Id("Cls")), &owner);
+  // A newer record whose wrapper maps "Cls" to nothing: the walk goes on.
+  MarkerWrapper mapsToNull("", "", "Cls");
+  PDynClass mapper(&infos, "Mapper", nullptr, Id("Mapper"), &mapsToNull, nullptr);
+  EXPECT_EQ(GDynClassFindCLSIDHandler(&infos, Id("Cls")), &owner);
+  // A newer record whose wrapper maps "Cls" to an interface it serves is met
+  // before the older record that has the identifier: its mapping answers.
+  MarkerWrapper mapsToIFace("", "IFace", "Cls");
+  PDynClass newest(&infos, "Newest", nullptr, Id("Newest"), &mapsToIFace, nullptr);
+  EXPECT_EQ(GDynClassFindCLSIDHandler(&infos, Id("Cls")), &newest);
 }
 
 TEST(PDynClass, WrapperListIsDroppedWhenARecordWithAWrapperLeaves) {

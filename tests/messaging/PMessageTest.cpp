@@ -110,6 +110,19 @@ TEST(PMessage, UrgentMessagesGoFirstTheLatestUrgentFirst) {
   EXPECT_EQ(gPendingMessages.Size(), 0u);
 }
 
+TEST(PMessage, UrgentBroadcastGoesAheadOfQueuedMessages) {
+  ScopedPendingQueue queue;
+  Record seen;
+  RecordingListener listener("l", &seen);
+  PMessage(new TestNote("queued")).Send(&listener);
+  PMessage(new TestNote("broadcast")).Broadcast();
+  PMessage(new TestNote("urgent broadcast")).Broadcast(/*urgent=*/true);
+  ASSERT_EQ(gPendingMessages.Size(), 3u);
+  EXPECT_EQ(gPendingMessages.At(0)->target, nullptr);
+  PMessage::ProcessMessages();
+  EXPECT_EQ(seen, (Record{"l:urgent broadcast", "l:queued", "l:broadcast"}));
+}
+
 TEST(PMessage, QueuedRecordKeepsThePayloadAlive) {
   ScopedPendingQueue queue;
   int before = TestNote::alive;
@@ -242,6 +255,7 @@ TEST(PMessage, NotStreamableMessageIsAnEmptySectionWithTheNullIdentifier) {
   EXPECT_EQ(bytes.substr(0, 28), placeholder);
   EXPECT_EQ(bytes.substr(28), placeholder);
   EXPECT_EQ(PMessage(new TestSignal(5)).WriteSize(log), 28u);
+  EXPECT_EQ(PMessage().WriteSize(log), 28u);
 }
 
 TEST(PMessage, MessagesRoundTripInBothByteOrders) {

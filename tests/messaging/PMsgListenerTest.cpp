@@ -99,6 +99,47 @@ TEST(PMsgListener, RegisterAsksTheLatestFirstAndRegisterTailInOrder) {
   EXPECT_EQ(hub.ListenerAt(3), &d);
 }
 
+TEST(PMsgBroadcaster, TwoListenersAreAskedLatestFirstWithRegisterAndInOrderWithRegisterTail) {
+  struct Row {
+    const char* how;
+    bool tail;
+    Record expected;
+  };
+  const Row rows[] = {{"Register", false, {"second:m", "first:m"}},
+                      {"RegisterTail", true, {"first:m", "second:m"}}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.how);
+    Record seen;
+    PMsgBroadcaster hub("hub", nullptr);
+    RecordingListener first("first", &seen), second("second", &seen);
+    for (RecordingListener* l : {&first, &second}) {
+      if (row.tail)
+        hub.RegisterTail(l);
+      else
+        hub.Register(l);
+    }
+    hub.DoExecute(PMessage(new TestNote("m")));
+    EXPECT_EQ(seen, row.expected);
+  }
+}
+
+TEST(PMsgListener, RegisterToListsTheBroadcasterFirstAndRegisterToTailLast) {
+  PMsgBroadcaster a("a", nullptr), b("b", nullptr), c("c", nullptr);
+  RecordingListener listener("l", nullptr);
+  listener.RegisterTo(&a);
+  listener.RegisterTo(&b);
+  listener.RegisterToTail(&c);
+  ASSERT_EQ(listener.BroadcasterCount(), 3u);
+  EXPECT_EQ(listener.BroadcasterAt(0), &b);
+  EXPECT_EQ(listener.BroadcasterAt(1), &a);
+  EXPECT_EQ(listener.BroadcasterAt(2), &c);
+  listener.UnregisterFrom(&b);
+  listener.UnregisterFrom(&c);
+  listener.UnregisterFrom(&a);
+  // Top-level again, appended after every other top-level listener.
+  EXPECT_EQ(gTopListeners.Last(), &listener);
+}
+
 TEST(PMsgListener, RegistrationWithNullIsIgnored) {
   RecordingListener listener("l", nullptr);
   listener.RegisterTo(nullptr);
@@ -443,6 +484,19 @@ TEST(PMsgBroadcaster, LogIsWrittenOnlyWhileTheLogStreamIsWritable) {
   closed.Close();
   hub.DoExecute(PMessage(new TestNote("closed")));
   EXPECT_EQ(closed.GetSize(), 0u);
+}
+
+TEST(PMsgBroadcaster, NewLogLetsGoOfThePreviousLogsHandler) {
+  PMsgBroadcaster hub("hub", nullptr);
+  PStream first = OpenLog(OpenWrite);
+  hub.WriteToLog(first);
+  EXPECT_EQ(first.GetHandler()->NumSmartLocks(), 2u); // the stream's and the log's
+  PStream second = OpenLog(OpenWrite);
+  hub.WriteToLog(second);
+  EXPECT_EQ(first.GetHandler()->NumSmartLocks(), 1u);
+  EXPECT_EQ(second.GetHandler()->NumSmartLocks(), 2u);
+  hub.StopWritingLog();
+  EXPECT_EQ(second.GetHandler()->NumSmartLocks(), 1u);
 }
 
 TEST(PMsgBroadcaster, LogRecordsEveryExecutedMessageAndPlaceholdersForTheOthers) {

@@ -116,6 +116,26 @@ TEST(PMsgPort, ProcessNextMessagesAnswersTrueWhileTheSamePortHasMore) {
   EXPECT_EQ(seen, (Record{"port:1", "port:2"}));
 }
 
+TEST(PMsgPort, ProcessNextMessagesSkipsEmptyPortsAndLooksOnlyLaterForMore) {
+  Record seen;
+  TestPort empty(&seen, "empty");
+  TestPort middle(&seen, "middle");
+  TestPort last(&seen, "last");
+  middle.DoExecute(PMessage(new TestNote("m")));
+  last.DoExecute(PMessage(new TestNote("l")));
+  EXPECT_TRUE(PMsgPort::ProcessNextMessages()); // the last port still has one
+  EXPECT_EQ(seen, (Record{"middle:m"}));
+  // Kept as it stands: the answer looks at the processed port and the ports
+  // after it. A message queued meanwhile in an earlier port is not counted,
+  // so the caller's loop ends here and the message waits for the next call.
+  last.onMessage = [&](const PMessage&) { empty.DoExecute(PMessage(new TestNote("e"))); };
+  EXPECT_FALSE(PMsgPort::ProcessNextMessages());
+  EXPECT_EQ(seen, (Record{"middle:m", "last:l"}));
+  EXPECT_TRUE(PMsgPort::HaveWaitingMessages());
+  EXPECT_FALSE(PMsgPort::ProcessNextMessages());
+  EXPECT_EQ(seen, (Record{"middle:m", "last:l", "empty:e"}));
+}
+
 TEST(PMsgPort, PortsAreListedInConstructionOrderWhileTheyLive) {
   auto a = std::make_unique<TestPort>();
   TestPort b;
@@ -179,6 +199,33 @@ TEST(PMsgPort, FilterAndListeningApplyWhenAPortIsDispatchedTo) {
   PMessage queued = port.UnqueueMsg();
   EXPECT_EQ(Describe(queued), "signal:1");
   EXPECT_TRUE(port.IsEmpty());
+}
+
+TEST(PMsgPort, PortWithoutCriticalSectionQueuesAndHandsOutNothing) {
+  TestPort port;
+  port.DoExecute(PMessage(new TestNote("before")));
+  port.mutex.Uninit(); // Lock fails from now on
+  int before = TestNote::alive;
+  port.DoExecute(PMessage(new TestNote("ignored")));
+  EXPECT_EQ(TestNote::alive, before);       // not queued: released with its handle
+  EXPECT_TRUE(port.UnqueueMsg().IsEmpty()); // the lock failed: nothing taken
+  EXPECT_TRUE(port.HasWaitingMessages());   // "before" is still there
+  EXPECT_TRUE(port.ProcessNextMessage());   // and stays there
+}
+
+TEST(PMsgPort, AssignmentTakesTheBroadcasterPartAndKeepsQueueAndMutex) {
+  TestPort source;
+  source.StopListening();
+  source.DoExecute(PMessage(new TestNote("source's")));
+  TestPort target;
+  target.DoExecute(PMessage(new TestNote("target's")));
+  target = source;
+  EXPECT_FALSE(target.IsListening());
+  EXPECT_EQ(Describe(target.UnqueueMsg()), "target's");
+  EXPECT_TRUE(target.IsEmpty());
+  EXPECT_TRUE(target.mutex.Lock()); // its own critical section, still attached
+  target.mutex.Unlock();
+  EXPECT_EQ(Describe(source.UnqueueMsg()), "source's");
 }
 
 TEST(PMsgPort, ProcessingWritesTheLogNotPosting) {
