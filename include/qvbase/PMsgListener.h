@@ -34,7 +34,11 @@
 //   each step. This is deliberate and kept: a listener that joins during
 //   the walk (appended) is reached in the same walk, and when a listener
 //   leaves during it, the one that followed moves into its place and is
-//   skipped this time.
+//   skipped this time. A listener registered at the head (Register) during
+//   a relay moves every listener down one place: the one being asked is
+//   asked once more and the newcomer is first from the next message on. A
+//   listener unregistered from its last broadcaster during a global
+//   broadcast is appended to the top-level listeners and reached in it.
 // - During delivery a handler may send and broadcast (queued, PMessage.h),
 //   post to any port (queued, never delivered inside the call, even to the
 //   port being processed), register and unregister listeners, and destroy a

@@ -180,7 +180,7 @@ TEST(PMessage, BroadcastReachesEveryTopLevelListener) {
   EXPECT_EQ(seen, (Record{"a:all", "b:all"})); // consuming does not stop a broadcast
 }
 
-TEST(PMessage, HandlersThatSendDuringDeliveryAreServedInTheSameCall) {
+TEST(PMessage, HandlersThatSendOrBroadcastDuringDeliveryAreServedInTheSameCall) {
   ScopedPendingQueue queue;
   Record seen;
   RecordingListener a("a", &seen);
@@ -191,12 +191,14 @@ TEST(PMessage, HandlersThatSendDuringDeliveryAreServedInTheSameCall) {
       seen.push_back("queued:" + std::to_string(gPendingMessages.Size()));
       PMessage(new TestNote("normal")).Send(&b);
       PMessage(new TestNote("urgent")).Send(&b, /*urgent=*/true);
+      PMessage(new TestNote("news")).Broadcast();
     }
   };
   PMessage(new TestNote("first")).Send(&a);
   PMessage(new TestNote("backlog")).Send(&b);
   PMessage::ProcessMessages();
-  EXPECT_EQ(seen, (Record{"a:first", "queued:1", "b:urgent", "b:backlog", "b:normal"}));
+  EXPECT_EQ(seen, (Record{"a:first", "queued:1", "b:urgent", "b:backlog", "b:normal", "a:news",
+                          "b:news"}));
   EXPECT_EQ(gPendingMessages.Size(), 0u);
 }
 

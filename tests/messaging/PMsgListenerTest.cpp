@@ -384,6 +384,41 @@ TEST(PMsgBroadcaster, RelaySkipsTheListenerAfterOneThatLeaves) {
   EXPECT_EQ(seen, (Record{"a:m", "leaver:m"})); // kept: the relay walks by index
 }
 
+TEST(PMsgBroadcaster, ListenerRegisteredFirstDuringTheRelayMakesTheCurrentOneAskedAgain) {
+  Record seen;
+  PMsgBroadcaster hub("hub", nullptr);
+  RecordingListener before("before", &seen), current("current", &seen), after("after", &seen),
+      newcomer("newcomer", &seen);
+  hub.RegisterTail(&before);
+  hub.RegisterTail(&current);
+  hub.RegisterTail(&after);
+  current.onMessage = [&](const PMessage&) {
+    if (newcomer.IsTopLevel())
+      hub.Register(&newcomer); // at the head: everyone moves one place down
+  };
+  hub.DoExecute(PMessage(new TestNote("m")));
+  // Kept: the walk is by index, so the listener being asked is asked once
+  // more and the newcomer, ahead of the walk's place, waits for the next one.
+  EXPECT_EQ(seen, (Record{"before:m", "current:m", "current:m", "after:m"}));
+  seen.clear();
+  hub.DoExecute(PMessage(new TestNote("n")));
+  EXPECT_EQ(seen, (Record{"newcomer:n", "before:n", "current:n", "after:n"}));
+}
+
+TEST(PMsgListener, ListenerThatBecomesTopLevelDuringABroadcastIsReachedInIt) {
+  ScopedPendingQueue queue;
+  Record seen;
+  PMsgBroadcaster hub("hub", nullptr);
+  hub.StopListening(); // top-level itself: silenced, it relays nothing
+  RecordingListener returning("returning", &seen), trigger("trigger", &seen);
+  returning.RegisterTo(&hub);
+  trigger.onMessage = [&](const PMessage&) { returning.UnregisterFrom(&hub); };
+  Broadcast("m");
+  // Unregistered from its last broadcaster, it is appended to the top-level
+  // listeners, ahead of the walk.
+  EXPECT_EQ(seen, (Record{"trigger:m", "returning:m"}));
+}
+
 TEST(PMsgListener, HandlerMayDestroyAnotherListener) {
   ScopedPendingQueue queue;
   Record seen;
