@@ -3,6 +3,7 @@
 // Part of qvbase, the QVKernel foundation class library.
 #include <qvbase/PMsgListener.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -11,13 +12,19 @@ LinkedList<PMsgPort> PMsgPort::theirList;
 
 namespace {
 
-// Wakes the threads waiting for a port. A poster bumps the waiting count of
-// its port first, then takes this lock to notify; a waiter tests the counts
-// under this lock before it sleeps. A post can therefore not fall between a
-// waiter's test and its sleep: no wake-up is lost.
+// Wakes the threads waiting for a port. A waiter counts itself in
+// `sleepers` under this lock, then tests the ports' counts and sleeps until
+// notified; a poster bumps the waiting count of its port first, then reads
+// `sleepers`, and only when someone may be asleep takes this lock to
+// notify. Both sides write before they read, and all four accesses are
+// sequentially consistent: either the waiter sees the new message and does
+// not sleep, or the poster sees the waiter and its notification, taken under
+// the lock the waiter holds until it sleeps, reaches it. No wake-up is lost,
+// and a post that nobody waits for costs no lock beyond the port's own.
 struct PostSignal {
   std::mutex lock;
   std::condition_variable posted;
+  std::atomic<int> sleepers{0};
 };
 
 PostSignal& Signal() {
@@ -27,6 +34,8 @@ PostSignal& Signal() {
 
 void NotifyPosted() {
   PostSignal& signal = Signal();
+  if (signal.sleepers.load() == 0)
+    return;
   std::lock_guard<std::mutex> hold(signal.lock);
   signal.posted.notify_all();
 }
@@ -35,11 +44,16 @@ template <class Ready>
 bool WaitUntil(ULONG milliseconds, Ready ready) {
   PostSignal& signal = Signal();
   std::unique_lock<std::mutex> hold(signal.lock);
+  signal.sleepers.fetch_add(1);
+  bool found;
   if (milliseconds == INFINITE) {
     signal.posted.wait(hold, ready);
-    return true;
+    found = true;
+  } else {
+    found = signal.posted.wait_for(hold, std::chrono::milliseconds(milliseconds), ready);
   }
-  return signal.posted.wait_for(hold, std::chrono::milliseconds(milliseconds), ready);
+  signal.sleepers.fetch_sub(1);
+  return found;
 }
 
 } // namespace
