@@ -373,6 +373,18 @@ ULONG PLinkedListData::FindAnIdxFromObject(const void* object) const {
 }
 
 void* PLinkedListData::FindAnObjectFromIdx(ULONG index) const {
+  // A walk by index asks for the cached position or the one after it: those
+  // are answered from the cache at once, without choosing where to start.
+  if (cacheNode && cacheIdx != kListNoIndex) {
+    if (index == cacheIdx)
+      return cacheObj;
+    if (index == cacheIdx + 1 && cacheNode->next) {
+      cacheNode = cacheNode->next;
+      cacheIdx = index;
+      cacheObj = cacheNode->object;
+      return cacheObj;
+    }
+  }
   MoveCacheTo(index);
   return cacheObj;
 }

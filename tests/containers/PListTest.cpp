@@ -361,6 +361,35 @@ TEST(PList, LinkedCacheFollowsWhatWasTouched) {
   EXPECT_EQ(linked->CacheIdx(), kListNoIndex);
 }
 
+TEST(PList, LinkedIndexWalkSeesChangesMadeBetweenSteps) {
+  // A walk by index, the list changed between two steps, against a vector
+  // changed the same way: each step answers from the list as it is now.
+  TestList list(InspectedLinkedConstructor);
+  std::vector<void*> model;
+  for (int i = 0; i < 8; ++i) {
+    list.AddAnObject(Item(i), static_cast<ULONG>(i));
+    model.push_back(Item(i));
+  }
+  for (ULONG i = 0; i < list.Size(); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(list.GetAnObject(i), model[i]);
+    if (i == 1) { // the current element leaves: the next one moves into its place
+      list.RemoveAnIdx(i);
+      model.erase(model.begin() + i);
+    } else if (i == 3) { // one joins before the walk's position
+      list.AddAnObject(Item(12), 0);
+      model.insert(model.begin(), Item(12));
+    } else if (i == 5) { // one joins right after it
+      list.AddAnObject(Item(13), i + 1);
+      model.insert(model.begin() + i + 1, Item(13));
+    }
+  }
+  ASSERT_EQ(list.Size(), static_cast<ULONG>(model.size()));
+  for (ULONG i = 0; i < list.Size(); ++i)
+    EXPECT_EQ(list.GetAnObject(i), model[i]);
+  EXPECT_EQ(list.GetAnObject(list.Size()), nullptr);
+}
+
 // Every back end against a plain vector, over many random operations.
 TEST(PList, RandomOperationsMatchAVector) {
   for (const Backend& b : kPlainBackends) {
