@@ -5,7 +5,8 @@
 #
 #   bench/run.sh [extra Google Benchmark options, e.g. --benchmark_filter=str_]
 #
-# Takes about four minutes on two cores.
+# Takes about four minutes on two cores, and some minutes more for the
+# messaging scenarios (msg_), whose runs of a million messages take long.
 set -euo pipefail
 
 here="$(cd "$(dirname "$0")" && pwd)"
