@@ -140,102 +140,52 @@ QCoreApplication& Application() {
   return *application;
 }
 
-// ---------------------------------------------------------------------------
-// msg_send: N messages, each made and handed at once to a broadcaster (a
-// sender, a notification center) with one listener.
-
-void SendQvbase(benchmark::State& state) {
-  const auto n = static_cast<std::int32_t>(state.range(0));
-  PMsgBroadcaster sender("sender", nullptr);
-  PTickCounter counter;
-  sender.Register(&counter);
-  for (auto _ : state) {
-    for (std::int32_t i = 0; i < n; ++i)
-      sender.DoExecute(PMessage(new PTickMessage(i, i)));
+// A Qt sender connected to one counter, with the given kind of connection
+// (a queued one needs the event loop).
+struct QtTicks {
+  explicit QtTicks(Qt::ConnectionType type) {
+    if (type != Qt::DirectConnection)
+      Application();
+    QObject::connect(&sender, &qtpeer::TickSender::tick, &counter, &qtpeer::TickCounter::OnTick,
+                     type);
   }
-  benchmark::DoNotOptimize(counter.sum);
-}
-
-// One payload made once and handed over N times: the relay alone, without
-// making and releasing a payload per message.
-void SendQvbaseSame(benchmark::State& state) {
-  const auto n = static_cast<std::int32_t>(state.range(0));
-  PMsgBroadcaster sender("sender", nullptr);
-  PTickCounter counter;
-  sender.Register(&counter);
-  const PMessage message(new PTickMessage(1, 1));
-  for (auto _ : state) {
-    for (std::int32_t i = 0; i < n; ++i)
-      sender.DoExecute(message);
-  }
-  benchmark::DoNotOptimize(counter.sum);
-}
-
-void SendQt(benchmark::State& state) {
-  const auto n = static_cast<std::int32_t>(state.range(0));
   qtpeer::TickSender sender;
   qtpeer::TickCounter counter;
-  QObject::connect(&sender, &qtpeer::TickSender::tick, &counter, &qtpeer::TickCounter::OnTick,
-                   Qt::DirectConnection);
-  for (auto _ : state) {
-    for (std::int32_t i = 0; i < n; ++i)
-      emit sender.tick(Tick{i, 1, i});
-  }
-  benchmark::DoNotOptimize(counter.sum);
-}
-
-void SendPoco(benchmark::State& state) {
-  const auto n = static_cast<std::int32_t>(state.range(0));
-  Poco::NotificationCenter center;
-  TickTarget target;
-  center.addObserver(TickObserver(target, &TickTarget::OnTick));
-  for (auto _ : state) {
-    for (std::int32_t i = 0; i < n; ++i)
-      center.postNotification(new TickNotification(i, i));
-  }
-  center.removeObserver(TickObserver(target, &TickTarget::OnTick));
-  benchmark::DoNotOptimize(target.sum);
-}
+};
 
 // ---------------------------------------------------------------------------
-// msg_broadcast: the same with ten listeners, none of which consumes.
+// msg_send, msg_broadcast: N messages, each made and handed at once to a
+// broadcaster (a sender, a notification center) with one listener, or with
+// ten that all see it.
 
-void BroadcastQvbase(benchmark::State& state) {
+// With `onePayload`, one message made once and handed over N times: the
+// relay alone, without making and releasing a payload per message.
+void RelayQvbase(benchmark::State& state, int listeners, bool onePayload) {
   const auto n = static_cast<std::int32_t>(state.range(0));
   PMsgBroadcaster sender("sender", nullptr);
   std::vector<std::unique_ptr<PTickCounter>> counters;
-  for (int l = 0; l < kBroadcastListeners; ++l) {
+  for (int l = 0; l < listeners; ++l) {
     counters.push_back(std::make_unique<PTickCounter>());
     sender.RegisterTail(counters.back().get());
   }
+  const PMessage same(new PTickMessage(1, 1));
   for (auto _ : state) {
-    for (std::int32_t i = 0; i < n; ++i)
-      sender.DoExecute(PMessage(new PTickMessage(i, i)));
+    if (onePayload) {
+      for (std::int32_t i = 0; i < n; ++i)
+        sender.DoExecute(same);
+    } else {
+      for (std::int32_t i = 0; i < n; ++i)
+        sender.DoExecute(PMessage(new PTickMessage(i, i)));
+    }
   }
   benchmark::DoNotOptimize(counters.back()->sum);
 }
 
-void BroadcastQvbaseSame(benchmark::State& state) {
-  const auto n = static_cast<std::int32_t>(state.range(0));
-  PMsgBroadcaster sender("sender", nullptr);
-  std::vector<std::unique_ptr<PTickCounter>> counters;
-  for (int l = 0; l < kBroadcastListeners; ++l) {
-    counters.push_back(std::make_unique<PTickCounter>());
-    sender.RegisterTail(counters.back().get());
-  }
-  const PMessage message(new PTickMessage(1, 1));
-  for (auto _ : state) {
-    for (std::int32_t i = 0; i < n; ++i)
-      sender.DoExecute(message);
-  }
-  benchmark::DoNotOptimize(counters.back()->sum);
-}
-
-void BroadcastQt(benchmark::State& state) {
+void RelayQt(benchmark::State& state, int listeners) {
   const auto n = static_cast<std::int32_t>(state.range(0));
   qtpeer::TickSender sender;
   std::vector<std::unique_ptr<qtpeer::TickCounter>> counters;
-  for (int l = 0; l < kBroadcastListeners; ++l) {
+  for (int l = 0; l < listeners; ++l) {
     counters.push_back(std::make_unique<qtpeer::TickCounter>());
     QObject::connect(&sender, &qtpeer::TickSender::tick, counters.back().get(),
                      &qtpeer::TickCounter::OnTick, Qt::DirectConnection);
@@ -247,10 +197,10 @@ void BroadcastQt(benchmark::State& state) {
   benchmark::DoNotOptimize(counters.back()->sum);
 }
 
-void BroadcastPoco(benchmark::State& state) {
+void RelayPoco(benchmark::State& state, int listeners) {
   const auto n = static_cast<std::int32_t>(state.range(0));
   Poco::NotificationCenter center;
-  std::vector<TickTarget> targets(kBroadcastListeners);
+  std::vector<TickTarget> targets(static_cast<std::size_t>(listeners));
   for (TickTarget& target : targets)
     center.addObserver(TickObserver(target, &TickTarget::OnTick));
   for (auto _ : state) {
@@ -280,19 +230,15 @@ void QueueQvbase(benchmark::State& state) {
 
 void QueueQt(benchmark::State& state) {
   const auto n = static_cast<std::int32_t>(state.range(0));
-  Application();
-  qtpeer::TickSender sender;
-  qtpeer::TickCounter counter;
-  QObject::connect(&sender, &qtpeer::TickSender::tick, &counter, &qtpeer::TickCounter::OnTick,
-                   Qt::QueuedConnection);
+  QtTicks qt(Qt::QueuedConnection);
   for (auto _ : state) {
-    const std::int64_t goal = counter.count + n;
+    const std::int64_t goal = qt.counter.count + n;
     for (std::int32_t i = 0; i < n; ++i)
-      emit sender.tick(Tick{i, 1, i});
-    while (counter.count < goal)
+      emit qt.sender.tick(Tick{i, 1, i});
+    while (qt.counter.count < goal)
       QCoreApplication::processEvents();
   }
-  benchmark::DoNotOptimize(counter.sum);
+  benchmark::DoNotOptimize(qt.counter.sum);
 }
 
 void QueuePoco(benchmark::State& state) {
@@ -355,24 +301,20 @@ void PortQvbase(benchmark::State& state) {
 
 void PortQt(benchmark::State& state) {
   const auto n = static_cast<std::int32_t>(state.range(0));
-  Application();
-  qtpeer::TickSender sender;
-  qtpeer::TickCounter counter;
-  QObject::connect(&sender, &qtpeer::TickSender::tick, &counter, &qtpeer::TickCounter::OnTick,
-                   Qt::QueuedConnection);
+  QtTicks qt(Qt::QueuedConnection);
   for (auto _ : state) {
-    const std::int64_t goal = counter.count + n;
+    const std::int64_t goal = qt.counter.count + n;
     RunPosters(
         n,
-        [&sender](std::int32_t i) {
-          emit sender.tick(Tick{i, 1, i});
+        [&qt](std::int32_t i) {
+          emit qt.sender.tick(Tick{i, 1, i});
         },
-        [&counter, goal] {
-          while (counter.count < goal)
+        [&qt, goal] {
+          while (qt.counter.count < goal)
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         });
   }
-  benchmark::DoNotOptimize(counter.sum);
+  benchmark::DoNotOptimize(qt.counter.sum);
 }
 
 void PortPoco(benchmark::State& state) {
@@ -395,14 +337,14 @@ void PortPoco(benchmark::State& state) {
 void Register() {
   using benchmark::RegisterBenchmark;
   const auto sizes = [](benchmark::internal::Benchmark* b) { Sizes(b, 1000, 1000000); };
-  sizes(RegisterBenchmark("msg_send/qvbase", SendQvbase));
-  sizes(RegisterBenchmark("msg_send/qvbase_same", SendQvbaseSame));
-  sizes(RegisterBenchmark("msg_send/qt", SendQt));
-  sizes(RegisterBenchmark("msg_send/poco", SendPoco));
-  sizes(RegisterBenchmark("msg_broadcast/qvbase", BroadcastQvbase));
-  sizes(RegisterBenchmark("msg_broadcast/qvbase_same", BroadcastQvbaseSame));
-  sizes(RegisterBenchmark("msg_broadcast/qt", BroadcastQt));
-  sizes(RegisterBenchmark("msg_broadcast/poco", BroadcastPoco));
+  sizes(RegisterBenchmark("msg_send/qvbase", RelayQvbase, 1, false));
+  sizes(RegisterBenchmark("msg_send/qvbase_same", RelayQvbase, 1, true));
+  sizes(RegisterBenchmark("msg_send/qt", RelayQt, 1));
+  sizes(RegisterBenchmark("msg_send/poco", RelayPoco, 1));
+  sizes(RegisterBenchmark("msg_broadcast/qvbase", RelayQvbase, kBroadcastListeners, false));
+  sizes(RegisterBenchmark("msg_broadcast/qvbase_same", RelayQvbase, kBroadcastListeners, true));
+  sizes(RegisterBenchmark("msg_broadcast/qt", RelayQt, kBroadcastListeners));
+  sizes(RegisterBenchmark("msg_broadcast/poco", RelayPoco, kBroadcastListeners));
   sizes(RegisterBenchmark("msg_queue/qvbase", QueueQvbase));
   sizes(RegisterBenchmark("msg_queue/qt", QueueQt));
   sizes(RegisterBenchmark("msg_queue/poco", QueuePoco));
