@@ -4,16 +4,28 @@
 # means qvbase is faster).
 #
 #   bench/run.sh [extra Google Benchmark options, e.g. --benchmark_filter=str_]
+#   bench/run.sh --count [REGEX]
 #
 # Takes about four minutes on two cores, and some minutes more for the
 # messaging scenarios (msg_), whose runs of a million messages take long.
+# With --count it times nothing: it runs one iteration of each typed-stream
+# and section benchmark at its large size (or of those whose name matches
+# REGEX) under callgrind and prints the instructions each takes per value, a
+# figure that stays the same however busy the machine is (about a minute).
 set -euo pipefail
+
+count=0
+if [ "${1:-}" = "--count" ]; then
+  count=1
+  shift
+fi
 
 here="$(cd "$(dirname "$0")" && pwd)"
 root="$(cd "$here/.." && pwd)"
 build="$root/build/bench"
 
 packages=(libbenchmark-dev qtbase5-dev libpoco-dev libboost-dev uuid-dev pkg-config)
+((count)) && packages+=(valgrind)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
@@ -40,6 +52,10 @@ if ! { cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=Release &&
   tail -n 30 "$log" >&2
   echo "bench/run.sh: the build failed; the whole log is $log" >&2
   exit 1
+fi
+
+if ((count)); then
+  exec "$here/count.sh" "$build" "${1:-^(stream_be|stream_le)/[^/]*/1000000\$|^sections/[^/]*/100000\$}"
 fi
 
 # Five runs of each benchmark, of which the table takes the median, in a

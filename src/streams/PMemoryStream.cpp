@@ -148,6 +148,88 @@ ULONG PMemoryStreamHdl::IOWrite(const char* buffer, ULONG count, ULONG itemSize)
   return count;
 }
 
+// What IORead and IOWrite do for a request that can neither fail nor call
+// anything else: the same copy, position, size and dirty flag, and for a
+// write that extends the content the size that IOSetSize would set when the
+// capacity stays.
+
+namespace {
+
+// The copies of a typed value (2, 4 or 8 bytes) are single moves.
+void CopyBytes(char* to, const char* from, unsigned __int64 bytes) {
+  switch (bytes) {
+  case 2:
+    std::memcpy(to, from, 2);
+    return;
+  case 4:
+    std::memcpy(to, from, 4);
+    return;
+  case 8:
+    std::memcpy(to, from, 8);
+    return;
+  default:
+    std::memcpy(to, from, static_cast<size_t>(bytes));
+  }
+}
+
+} // namespace
+
+bool PMemoryStreamHdl::ReadInsideContent(char* buffer, ULONG count, ULONG itemSize) {
+  const unsigned __int64 bytes = static_cast<unsigned __int64>(count) * itemSize;
+  if ((m_openMode & OpenRead) == 0 || bytes == 0 || m_position >= m_size ||
+      bytes > m_size - m_position)
+    return false;
+  CopyBytes(buffer, m_buffer + m_position, bytes);
+  m_position += static_cast<ULONG>(bytes);
+  return true;
+}
+
+bool PMemoryStreamHdl::WriteInsideBlock(const char* buffer, ULONG count, ULONG itemSize) {
+  const unsigned __int64 bytes = static_cast<unsigned __int64>(count) * itemSize;
+  if ((m_openMode & OpenWrite) == 0 || bytes == 0)
+    return false;
+  const unsigned __int64 end = m_position + bytes;
+  if (end > m_size) {
+    if (end > m_capacity || !InLastStep(static_cast<ULONG>(end), m_capacity, m_granularity))
+      return false;
+    m_size = static_cast<ULONG>(end);
+  }
+  CopyBytes(m_buffer + m_position, buffer, bytes);
+  m_position = static_cast<ULONG>(end);
+  m_dirty = true;
+  return true;
+}
+
+bool PMemoryStreamHdl::SeekInsideContent(TypSeekMode mode, unsigned __int64 offset64) {
+  if (m_openMode == 0 || m_position > m_size)
+    return false;
+  const ULONG offset = static_cast<ULONG>(offset64);
+  switch (mode) {
+  case SeekFwd:
+    if (offset > m_size - m_position)
+      return false;
+    m_position += offset;
+    return true;
+  case SeekBack:
+    if (offset > m_position)
+      return false;
+    m_position -= offset;
+    return true;
+  case SeekFromStart:
+    if (offset > m_size)
+      return false;
+    m_position = offset;
+    return true;
+  case SeekFromEnd:
+    if (offset > m_size)
+      return false;
+    m_position = m_size - offset;
+    return true;
+  default:
+    return false;
+  }
+}
+
 // ---------------------------------------------------------------------------
 // Opening and closing
 

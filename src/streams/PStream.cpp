@@ -7,7 +7,10 @@
 #include <qvbase/GDbg.h>
 #include <qvbase/PBenchmark.h>
 #include <qvbase/PErrorProtection.h>
+#include <qvbase/PMemoryStream.h> // the plain memory handler's unguarded copies
 #include <qvbase/PProgressHook.h> // the copy reports through the hook's virtual operations
+
+#include <typeinfo>
 
 #include "errors/ErrorTrace.h"
 #include "errors/RaiseError.h"
@@ -78,11 +81,35 @@ auto PStreamHdl::RunGuarded(Operation operation, bool restorePosition) -> declty
   }
 }
 
+// True for a handler of exactly the library's memory handler class, not one
+// derived from it: nobody else can see its IO calls, so a read or write that
+// can neither fail nor call out (a copy inside its block) may skip the
+// guard. A derived memory handler, which may watch its IO calls, always
+// takes the guarded path and sees every call.
+static bool IsPlainMemoryHandler(const PStreamHdl& handler) {
+  return typeid(handler) == typeid(PMemoryStreamHdl);
+}
+
+// Reads and writes of the plain memory handler that stay inside its block
+// are what the guarded pattern would give: the attempt clears the failed
+// flag, the copy raises nothing, so no retry can follow and the protection
+// and the remembered position go unused. Everything else is guarded.
+
 ULONG PStreamHdl::Read(char* buffer, ULONG count, ULONG itemSize) {
+  if (IsPlainMemoryHandler(*this) &&
+      static_cast<PMemoryStreamHdl*>(this)->ReadInsideContent(buffer, count, itemSize)) {
+    m_failed = false;
+    return count;
+  }
   return RunGuarded([&] { return IORead(buffer, count, itemSize); }, /*restorePosition=*/true);
 }
 
 ULONG PStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSize) {
+  if (IsPlainMemoryHandler(*this) &&
+      static_cast<PMemoryStreamHdl*>(this)->WriteInsideBlock(buffer, count, itemSize)) {
+    m_failed = false;
+    return count;
+  }
   return RunGuarded([&] { return IOWrite(buffer, count, itemSize); }, /*restorePosition=*/true);
 }
 
@@ -115,6 +142,13 @@ void PStreamHdl::SetSize(unsigned __int64 size) {
 unsigned __int64 PStreamHdl::GetSize() const { return IOGetSize(); }
 
 void PStreamHdl::SetPos(TypSeekMode mode, unsigned __int64 offset) {
+  // As for reads and writes: a seek of the plain memory handler that raises
+  // nothing needs no guard.
+  if (IsPlainMemoryHandler(*this) &&
+      static_cast<PMemoryStreamHdl*>(this)->SeekInsideContent(mode, offset)) {
+    m_failed = false;
+    return;
+  }
   RunGuarded([&] { IOSetPos(mode, offset); }, /*restorePosition=*/false);
 }
 

@@ -1,0 +1,273 @@
+// Memory streams: the library's own memory handler, whose reads, writes and
+// seeks inside its block skip the guard, set against a handler derived from
+// it, which takes the guarded path with every call: the same bytes, state,
+// results and errors, and a derived handler still sees each call in order.
+#include <qvbase/MemoryManager.h>
+#include <qvbase/PErrorCodes.h>
+#include <qvbase/PErrorProtection.h>
+#include <qvbase/PMBString.h>
+#include <qvbase/PMemoryStream.h>
+#include <qvbase/PStream.h>
+#include <qvbase/PString.h>
+
+#include "PMemoryStreamTestSupport.h"
+
+#include "support/ErrorTestSupport.h"
+#include "support/ForwardingManager.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using qvbase::test::Caught;
+using qvbase::test::Content;
+using qvbase::test::CountingHook;
+using qvbase::test::ExpectStreamError;
+using qvbase::test::kNothingThrown;
+
+// A memory handler that records the IO calls the guarded operations make,
+// then carries them out as the memory handler does.
+class WatchingHdl : public PMemoryStreamHdl {
+public:
+  explicit WatchingHdl(ULONG granularity) : PMemoryStreamHdl(granularity) {}
+
+  std::vector<std::string> calls;
+
+protected:
+  ULONG IORead(char* buffer, ULONG count, ULONG itemSize) override {
+    calls.push_back("IORead " + std::to_string(count) + "x" + std::to_string(itemSize));
+    return PMemoryStreamHdl::IORead(buffer, count, itemSize);
+  }
+  ULONG IOWrite(const char* buffer, ULONG count, ULONG itemSize) override {
+    calls.push_back("IOWrite " + std::to_string(count) + "x" + std::to_string(itemSize));
+    return PMemoryStreamHdl::IOWrite(buffer, count, itemSize);
+  }
+  void IOSetSize(unsigned __int64 size) override {
+    calls.push_back("IOSetSize " + std::to_string(size));
+    PMemoryStreamHdl::IOSetSize(size);
+  }
+  void IOSetPos(TypSeekMode mode, unsigned __int64 offset) override {
+    calls.push_back("IOSetPos " + std::to_string(mode) + " " + std::to_string(offset));
+    PMemoryStreamHdl::IOSetPos(mode, offset);
+  }
+  unsigned __int64 IOGetPos() const override {
+    const_cast<WatchingHdl*>(this)->calls.push_back("IOGetPos");
+    return PMemoryStreamHdl::IOGetPos();
+  }
+};
+
+// What a step left behind: its result and the handler's whole state.
+struct Outcome {
+  ULONG result;
+  std::string content;
+  unsigned __int64 size;
+  unsigned __int64 position;
+  ULONG capacity;
+  bool dirty;
+  bool failed;
+  int thrown;
+};
+
+Outcome RunStep(PStream& stream, PMemoryStreamHdl* handler,
+                const std::function<ULONG(PStream&)>& step) {
+  Outcome o{};
+  o.thrown = kNothingThrown;
+  try {
+    o.result = step(stream);
+  } catch (const PError& e) {
+    o.thrown = e.Code();
+  }
+  o.content = handler->GetBuffer() ? Content(handler, stream) : std::string();
+  o.size = stream.GetSize();
+  o.position = stream.GetPos();
+  o.capacity = handler->GetCapacity();
+  o.dirty = handler->IsDirty();
+  o.failed = handler->HasFailed();
+  return o;
+}
+
+TEST(MemoryStream, DerivedHandlerSeesEveryCallOfTypedValuesInOrder) {
+  WatchingHdl* handler = new WatchingHdl(16);
+  PStream stream(handler);
+  stream.Open(OpenReadWrite | OpenAllowEmpty);
+  handler->calls.clear();
+
+  stream.Write(LONG(7));
+  stream.Write(true);
+  stream.Write(PString("abc", true));
+  stream.MoveTo(0);
+  LONG l = 0;
+  bool b = false;
+  PString t;
+  stream.Read(&l);
+  stream.Read(&b);
+  stream.Read(&t);
+
+  const std::vector<std::string> expected = {
+      "IOGetPos",     "IOWrite 1x4", "IOSetSize 4",  // the LONG
+      "IOGetPos",     "IOWrite 1x2", "IOSetSize 6",  // the bool
+      "IOGetPos",     "IOWrite 1x4", "IOSetSize 10", // the string's length
+      "IOGetPos",     "IOWrite 3x1", "IOSetSize 13", // and its bytes
+      "IOSetPos 2 0",                                // MoveTo
+      "IOGetPos",     "IORead 1x4",                  //
+      "IOGetPos",     "IORead 1x2",                  //
+      "IOGetPos",     "IORead 1x4",                  //
+      "IOGetPos",     "IORead 3x1"};
+  EXPECT_EQ(handler->calls, expected);
+  EXPECT_EQ(l, 7);
+  EXPECT_TRUE(b);
+  EXPECT_STREQ(static_cast<const char*>(PMBString(t)), "abc");
+}
+
+TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryStep) {
+  // Steps inside the block (unguarded for the plain handler) and across it
+  // or over the end (guarded for both).
+  const std::vector<std::pair<const char*, std::function<ULONG(PStream&)>>> steps = {
+      {"write 4 into an empty stream", [](PStream& s) { return s.Write("abcd", 1, 4); }},
+      {"write up to the block's end", [](PStream& s) { return s.Write("0123456789ab", 3, 4); }},
+      {"write across into the next step", [](PStream& s) { return s.Write("xy", 2, 1); }},
+      {"write nothing", [](PStream& s) { return s.Write("", 0, 4); }},
+      {"seek back",
+       [](PStream& s) {
+         s.MoveBack(5);
+         return 0u;
+       }},
+      {"overwrite inside the content", [](PStream& s) { return s.Write("Q", 1, 1); }},
+      {"seek from the end",
+       [](PStream& s) {
+         s.MoveFromEnd(18);
+         return 0u;
+       }},
+      {"read inside the content",
+       [](PStream& s) {
+         char buffer[8];
+         return s.Read(buffer, 2, 4);
+       }},
+      {"seek forward",
+       [](PStream& s) {
+         s.MoveFwd(3);
+         return 0u;
+       }},
+      {"read over the end",
+       [](PStream& s) {
+         char buffer[16];
+         return s.Read(buffer, 4, 2);
+       }},
+      {"read from past the end",
+       [](PStream& s) {
+         char buffer[4];
+         return s.Read(buffer, 1, 4);
+       }},
+      {"seek to the start",
+       [](PStream& s) {
+         s.MoveTo(0);
+         return 0u;
+       }},
+      {"seek to the end exactly",
+       [](PStream& s) {
+         s.MoveFwd(s.GetSize());
+         return 0u;
+       }},
+      {"seek back before the start",
+       [](PStream& s) {
+         s.MoveBack(1000);
+         return 0u;
+       }},
+  };
+  PStream plainStream(new PMemoryStreamHdl(16));
+  plainStream.Open(OpenReadWrite | OpenAllowEmpty);
+  auto* plain = static_cast<PMemoryStreamHdl*>(plainStream.GetHandler());
+  WatchingHdl* derived = new WatchingHdl(16);
+  PStream derivedStream(derived);
+  derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
+  for (const auto& [name, step] : steps) {
+    SCOPED_TRACE(name);
+    const Outcome a = RunStep(plainStream, plain, step);
+    const Outcome b = RunStep(derivedStream, derived, step);
+    EXPECT_EQ(a.result, b.result);
+    EXPECT_EQ(a.content, b.content);
+    EXPECT_EQ(a.size, b.size);
+    EXPECT_EQ(a.position, b.position);
+    EXPECT_EQ(a.capacity, b.capacity);
+    EXPECT_EQ(a.dirty, b.dirty);
+    EXPECT_EQ(a.failed, b.failed);
+    EXPECT_EQ(a.thrown, b.thrown);
+  }
+  EXPECT_FALSE(derived->calls.empty());
+}
+
+TEST(MemoryStream, PlainHandlerErrorsStillComeThroughTheGuard) {
+  PStream stream(new PMemoryStreamHdl(16));
+  stream.Open(OpenRead | OpenAllowEmpty);
+  PStreamHdl* handler = stream.GetHandler();
+
+  const PError notWritable = Caught([&] { stream.Write("ab", 2, 1); });
+  ExpectStreamError(notWritable, kErrStreamNotWritable, ErrorSeverityAbort);
+  EXPECT_TRUE(handler->HasFailed());
+
+  const PError pastEnd = Caught([&] { stream.MoveTo(1); });
+  ExpectStreamError(pastEnd, kErrStreamSeekPastEnd, ErrorSeverityAbort);
+
+  // A seek that stays inside the content clears the flag as any attempt does.
+  stream.MoveTo(0);
+  EXPECT_FALSE(handler->HasFailed());
+}
+
+// Refuses the first block it is asked for, then passes every call through.
+struct RefusingOnceManager : qvbase::test::SystemCalls {
+  static inline int refusals = 0;
+  static inline std::vector<ULONG> sizes;
+  static void* Allocate(MemoryManager* self, ULONG size, unsigned short mode) {
+    sizes.push_back(size);
+    if (refusals > 0) {
+      --refusals;
+      return nullptr;
+    }
+    return SystemCalls::Allocate(self, size, mode);
+  }
+};
+
+TEST(MemoryStream, RetryHookRestartsAFailedWriteOfThePlainHandlerFromItsFirstPosition) {
+  PStream stream(new PMemoryStreamHdl(16));
+  stream.Open(OpenReadWrite | OpenAllowEmpty);
+  stream.Write("0123456789abcdef", 16, 1); // the first block, full
+  auto* handler = static_cast<PMemoryStreamHdl*>(stream.GetHandler());
+
+  MemoryManager refusing{0,
+                         "RefusingOnce",
+                         &RefusingOnceManager::Allocate,
+                         &RefusingOnceManager::Reallocate,
+                         &RefusingOnceManager::Size,
+                         &RefusingOnceManager::Release,
+                         &RefusingOnceManager::Stats};
+  MemoryManager* saved = GGetDefaultMemManager();
+  GSetDefaultMemManager(&refusing);
+  RefusingOnceManager::refusals = 1;
+  RefusingOnceManager::sizes.clear();
+  CountingHook hook(ErrorHandlingRetry);
+  ULONG written = 0;
+  {
+    PErrorHookProtection protection(&hook, /*set=*/true);
+    written = stream.Write("\x04\x03\x02\x01", 1, 4);
+  }
+  GSetDefaultMemManager(saved);
+
+  EXPECT_EQ(hook.codes, std::vector<int>{kErrOutOfMemory});
+  // The refused block and the one of the retry are the same request (the
+  // error's own blocks come between them).
+  ASSERT_GE(RefusingOnceManager::sizes.size(), 2u);
+  EXPECT_EQ(RefusingOnceManager::sizes.front(), RefusingOnceManager::sizes.back());
+  EXPECT_GE(RefusingOnceManager::sizes.front(), 32u);
+  EXPECT_EQ(written, 1u);
+  EXPECT_EQ(stream.GetSize(), 20u);
+  EXPECT_EQ(stream.GetPos(), 20u);
+  EXPECT_EQ(handler->GetCapacity(), 32u);
+  EXPECT_EQ(Content(handler, stream), std::string("0123456789abcdef\x04\x03\x02\x01", 20));
+  EXPECT_FALSE(handler->HasFailed());
+}
+
+} // namespace
