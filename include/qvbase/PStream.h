@@ -140,8 +140,22 @@ protected:
   void SetFailed(bool failed) { m_failed = failed; }
 
 private:
+  // The stream front takes the in-place copies of the plain memory handler
+  // without going through the guarded operations, and so does a section of
+  // the library's own over such a handler.
+  friend class PStream;
+  friend class PStreamSectionHdl;
+
   template <typename Operation>
   auto RunGuarded(Operation operation, bool restorePosition) -> decltype(operation());
+  // For a handler of exactly the library's memory handler class: carries out
+  // a read, write or seek that stays inside its content or block and so can
+  // neither fail nor call anything else, as the guarded operation would
+  // (the attempt clears the failed flag); false, with nothing done, for any
+  // other handler or request.
+  bool ReadInPlace(char* buffer, ULONG count, ULONG itemSize);
+  bool WriteInPlace(const char* buffer, ULONG count, ULONG itemSize);
+  bool SeekInPlace(TypSeekMode mode, unsigned __int64 offset);
 
   bool m_failed;
 };

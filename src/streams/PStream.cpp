@@ -8,7 +8,8 @@
 #include <qvbase/PBenchmark.h>
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PMemoryStream.h> // the plain memory handler's unguarded copies
-#include <qvbase/PProgressHook.h> // the copy reports through the hook's virtual operations
+#include <qvbase/PProgressHook.h>
+#include <qvbase/PStreamSection.h> // sections over the plain memory handler // the copy reports through the hook's virtual operations
 
 #include <typeinfo>
 
@@ -82,34 +83,70 @@ auto PStreamHdl::RunGuarded(Operation operation, bool restorePosition) -> declty
 }
 
 // True for a handler of exactly the library's memory handler class, not one
-// derived from it: nobody else can see its IO calls, so a read or write that
-// can neither fail nor call out (a copy inside its block) may skip the
-// guard. A derived memory handler, which may watch its IO calls, always
-// takes the guarded path and sees every call.
-static bool IsPlainMemoryHandler(const PStreamHdl& handler) {
-  return typeid(handler) == typeid(PMemoryStreamHdl);
+// derived from it: nobody else can see its IO calls, so a read, write or
+// seek that can neither fail nor call out (a copy inside its block) may skip
+// the guard. A derived memory handler, which may watch its IO calls, always
+// takes the guarded path and sees every call. The type records are compared
+// by address: where a platform keeps more than one record of the class, a
+// handler may miss the shortcut, never take it wrongly.
+namespace {
+bool IsPlainMemoryHandler(const PStreamHdl& handler) {
+  return &typeid(handler) == &typeid(PMemoryStreamHdl);
+}
+} // namespace
+
+// What the guarded pattern gives for such a request: the attempt clears the
+// failed flag, the copy raises nothing, so no retry can follow and the
+// protection and the remembered position go unused.
+
+// The same holds for a section of exactly the library's section class over
+// such a handler: its read or write is one in-place copy of the parent, and
+// the parent, the plain memory handler, sees nothing of the position query
+// the section's guard would have made.
+
+bool PStreamHdl::ReadInPlace(char* buffer, ULONG count, ULONG itemSize) {
+  const std::type_info& type = typeid(*this);
+  if (&type == &typeid(PMemoryStreamHdl)) {
+    if (!static_cast<PMemoryStreamHdl*>(this)->ReadInsideContent(buffer, count, itemSize))
+      return false;
+  } else if (&type != &typeid(PStreamSectionHdl) ||
+             !static_cast<PStreamSectionHdl*>(this)->ReadThroughParent(buffer, count, itemSize)) {
+    return false;
+  }
+  m_failed = false;
+  return true;
 }
 
-// Reads and writes of the plain memory handler that stay inside its block
-// are what the guarded pattern would give: the attempt clears the failed
-// flag, the copy raises nothing, so no retry can follow and the protection
-// and the remembered position go unused. Everything else is guarded.
+bool PStreamHdl::WriteInPlace(const char* buffer, ULONG count, ULONG itemSize) {
+  const std::type_info& type = typeid(*this);
+  if (&type == &typeid(PMemoryStreamHdl)) {
+    if (!static_cast<PMemoryStreamHdl*>(this)->WriteInsideBlock(buffer, count, itemSize))
+      return false;
+  } else if (&type != &typeid(PStreamSectionHdl) ||
+             !static_cast<PStreamSectionHdl*>(this)->WriteThroughParent(buffer, count, itemSize)) {
+    return false;
+  }
+  m_failed = false;
+  return true;
+}
+
+bool PStreamHdl::SeekInPlace(TypSeekMode mode, unsigned __int64 offset) {
+  if (!IsPlainMemoryHandler(*this) ||
+      !static_cast<PMemoryStreamHdl*>(this)->SeekInsideContent(mode, offset))
+    return false;
+  m_failed = false;
+  return true;
+}
 
 ULONG PStreamHdl::Read(char* buffer, ULONG count, ULONG itemSize) {
-  if (IsPlainMemoryHandler(*this) &&
-      static_cast<PMemoryStreamHdl*>(this)->ReadInsideContent(buffer, count, itemSize)) {
-    m_failed = false;
+  if (ReadInPlace(buffer, count, itemSize))
     return count;
-  }
   return RunGuarded([&] { return IORead(buffer, count, itemSize); }, /*restorePosition=*/true);
 }
 
 ULONG PStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSize) {
-  if (IsPlainMemoryHandler(*this) &&
-      static_cast<PMemoryStreamHdl*>(this)->WriteInsideBlock(buffer, count, itemSize)) {
-    m_failed = false;
+  if (WriteInPlace(buffer, count, itemSize))
     return count;
-  }
   return RunGuarded([&] { return IOWrite(buffer, count, itemSize); }, /*restorePosition=*/true);
 }
 
@@ -142,13 +179,8 @@ void PStreamHdl::SetSize(unsigned __int64 size) {
 unsigned __int64 PStreamHdl::GetSize() const { return IOGetSize(); }
 
 void PStreamHdl::SetPos(TypSeekMode mode, unsigned __int64 offset) {
-  // As for reads and writes: a seek of the plain memory handler that raises
-  // nothing needs no guard.
-  if (IsPlainMemoryHandler(*this) &&
-      static_cast<PMemoryStreamHdl*>(this)->SeekInsideContent(mode, offset)) {
-    m_failed = false;
+  if (SeekInPlace(mode, offset))
     return;
-  }
   RunGuarded([&] { IOSetPos(mode, offset); }, /*restorePosition=*/false);
 }
 
@@ -226,11 +258,19 @@ void PStream::Flush() {
     m_handler->Flush();
 }
 
+// The plain memory handler's public Read, Write and SetPos are the base
+// class's, which take the in-place copy first: taken here at once, it is the
+// same call without the virtual dispatch.
+
 ULONG PStream::Read(char* buffer, ULONG count, ULONG itemSize) {
+  if (m_handler && m_handler->ReadInPlace(buffer, count, itemSize))
+    return count;
   return CheckHandler() ? m_handler->Read(buffer, count, itemSize) : 0;
 }
 
 ULONG PStream::Write(const char* buffer, ULONG count, ULONG itemSize) {
+  if (m_handler && m_handler->WriteInPlace(buffer, count, itemSize))
+    return count;
   return CheckHandler() ? m_handler->Write(buffer, count, itemSize) : 0;
 }
 
@@ -240,6 +280,8 @@ void PStream::SetSize(unsigned __int64 size) {
 }
 
 void PStream::SetPos(TypSeekMode mode, unsigned __int64 offset) {
+  if (m_handler && m_handler->SeekInPlace(mode, offset))
+    return;
   if (CheckHandler())
     m_handler->SetPos(mode, offset);
 }

@@ -131,6 +131,21 @@ ULONG PStreamSectionHdl::IORead(char* buffer, ULONG count, ULONG itemSize) {
   return m_stream.Read(buffer, count, itemSize);
 }
 
+bool PStreamSectionHdl::ReadThroughParent(char* buffer, ULONG count, ULONG itemSize) {
+  PStreamHdl* parent = m_stream.GetHandler();
+  return m_openMode == OpenRead && parent && parent->ReadInPlace(buffer, count, itemSize);
+}
+
+bool PStreamSectionHdl::WriteThroughParent(const char* buffer, ULONG count, ULONG itemSize) {
+  PStreamHdl* parent = m_stream.GetHandler();
+  if (m_openMode != OpenWrite || !parent || !parent->WriteInPlace(buffer, count, itemSize))
+    return false;
+  const unsigned __int64 position = parent->GetPos() - m_start;
+  if (position > m_size)
+    m_size = position;
+  return true;
+}
+
 unsigned __int64 PStreamSectionHdl::IOGetPos() const { return m_stream.GetPos() - m_start; }
 
 unsigned __int64 PStreamSectionHdl::IOGetSize() const { return m_size; }
