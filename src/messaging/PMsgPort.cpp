@@ -86,7 +86,11 @@ PMsgPort::~PMsgPort() {
 
 bool PMsgPort::DoExecute(const PMessage& message) {
   EnqueueMsg(message);
-  return false; // a port never consumes: a relay goes on past it
+  // Deliberately false, even when the port's own listeners would consume the
+  // message later: a relay goes on past a port at once, so the listeners
+  // after it in its broadcaster are asked now and the port's own ones when
+  // it is processed.
+  return false;
 }
 
 bool PMsgPort::AsyncDoExecute(const PMessage& message) {
