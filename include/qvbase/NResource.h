@@ -83,6 +83,18 @@ private:
   ULONG m_base;
 };
 
+// Where this library's own resources live: what gTesselComponentFile's
+// ResourceLocation answers when the default constructor runs (the QVKernel
+// component's resource module, QVKernelRes12, and the Tessel part's offset).
+// Any location can be given to it or assigned to it.
+class QVBASE_API NTesselResourceLocation : public NResourceLocation {
+public:
+  NTesselResourceLocation();
+  NTesselResourceLocation(const NResourceLocation& location);
+  NTesselResourceLocation& operator=(const NResourceLocation& location);
+  ~NTesselResourceLocation() override;
+};
+
 // A resource type: a portable four-character code, and the native form
 // Windows is asked with: a type number, or (number 0) a type name.
 //
@@ -197,3 +209,13 @@ public:
 private:
   NResourceLocation m_location; // base = the string's shifted identifier
 };
+
+// This library's own resources, at gTesselComponentFile's location (read at
+// each call).
+//   GTesselResource: resource `id` of that type.
+//   GTesselResourceString: string `number`.
+//   GTesselString: string `number`'s text, or the fallback text when the
+//     library's resource module lacks it or was not found.
+QVBASE_API NResourceDesc GTesselResource(const NResourceType& type, ULONG id);
+QVBASE_API NResourceString GTesselResourceString(ULONG number);
+QVBASE_API PMBString GTesselString(ULONG number);

@@ -61,3 +61,8 @@ private:
   const char* m_data; // the locked resource bytes; null until loaded
   ULONG m_size;       // their count; 0 until loaded
 };
+
+// A stream over resource `id` of that type among this library's own
+// resources (GTesselResource), with a new NResourceStream as its handler.
+// Open it for reading (OpenRead); a missing resource signals -1 then.
+QVBASE_API PStream GTesselResourceStream(const NResourceType& type, ULONG id);

@@ -3,6 +3,7 @@
 #include <qvbase/NResource.h>
 
 #include <qvbase/MemoryManager.h>
+#include <qvbase/PComponent.h>
 #include <qvbase/PStringConversions.h>
 
 #include "components/ResourceText.h"
@@ -82,6 +83,22 @@ NResourceLocation::~NResourceLocation() = default;
 bool NResourceLocation::operator==(const NResourceLocation& other) const {
   return m_container == other.m_container && m_base == other.m_base;
 }
+
+// ---------------------------------------------------------------------------
+// NTesselResourceLocation
+
+NTesselResourceLocation::NTesselResourceLocation()
+    : NResourceLocation(gTesselComponentFile.ResourceLocation()) {}
+
+NTesselResourceLocation::NTesselResourceLocation(const NResourceLocation& location)
+    : NResourceLocation(location) {}
+
+NTesselResourceLocation& NTesselResourceLocation::operator=(const NResourceLocation& location) {
+  NResourceLocation::operator=(location);
+  return *this;
+}
+
+NTesselResourceLocation::~NTesselResourceLocation() = default;
 
 // ---------------------------------------------------------------------------
 // NResourceType
@@ -219,6 +236,22 @@ NResourceString::operator PMBString() {
 NResourceString::operator NResourceDesc() const {
   return NResourceDesc(NResourceLocation(ResourceContainer()), NResourceType(kResTypeString),
                        ResourceNum());
+}
+
+// ---------------------------------------------------------------------------
+// This library's own resources
+
+NResourceDesc GTesselResource(const NResourceType& type, ULONG id) {
+  return NResourceDesc(gTesselComponentFile.ResourceLocation(), type, id);
+}
+
+NResourceString GTesselResourceString(ULONG number) {
+  return NResourceString(number, gTesselComponentFile.ResourceLocation());
+}
+
+PMBString GTesselString(ULONG number) {
+  NResourceString text = GTesselResourceString(number);
+  return text;
 }
 
 // ---------------------------------------------------------------------------

@@ -87,3 +87,7 @@ void NResourceStream::LoadResource() {
   m_data = static_cast<const char*>(qvbase::native::LockModuleResource(loaded));
   m_size = m_data ? size : 0;
 }
+
+PStream GTesselResourceStream(const NResourceType& type, ULONG id) {
+  return PStream(new NResourceStream(GTesselResource(type, id)));
+}

@@ -7,6 +7,7 @@
 #include <qvbase/PStream.h>
 
 #include "support/ErrorTestSupport.h"
+#include "support/KernelResourcesTestSupport.h"
 #include "support/ResourceTestSupport.h"
 
 #include "ResourceTestIds.h"
@@ -179,6 +180,34 @@ TEST(NResourceStream, CopyKeepsTheResource) {
   NResourceStream assigned;
   assigned = original;
   EXPECT_EQ(assigned.Resource().Location().ResourceBase(), static_cast<ULONG>(RAW_NUMBERED));
+}
+
+TEST(GTesselResourceStream, ReadsOneOfTheLibrarysOwnResources) {
+  qvbase::test::ScopedKernelResources kernel;
+  ASSERT_EQ(kernel.result(), QVRES_OK);
+  // The string table bundle that holds strings 1216 to 1231, read raw.
+  constexpr ULONG kBundle = 1229 / 16 + 1;
+  void* found = QVRes_FindResource(kernel.handle(), QVRES_INTRESOURCE(kBundle), Native(6));
+  ASSERT_NE(found, nullptr);
+  const char* bytes =
+      static_cast<const char*>(QVRes_LockResource(QVRes_LoadResource(kernel.handle(), found)));
+  const std::string expected(bytes, QVRes_SizeofResource(kernel.handle(), found));
+  PStream stream = GTesselResourceStream(NResourceType(kResTypeString), kBundle);
+  stream.Open(OpenRead);
+  std::string content(static_cast<std::size_t>(stream.GetSize()), '\0');
+  ASSERT_FALSE(content.empty());
+  EXPECT_EQ(stream.Read(&content[0], static_cast<ULONG>(content.size()), 1), content.size());
+  stream.Close();
+  EXPECT_EQ(content, expected);
+}
+
+TEST(GTesselResourceStream, MissingResourceSignalsMinusOne) {
+  qvbase::test::ScopedKernelResources kernel;
+  ASSERT_EQ(kernel.result(), QVRES_OK);
+  PStream stream = GTesselResourceStream(NResourceType(kResTypeRawData), 999);
+  const PError error = Caught([&] { stream.Open(OpenRead); });
+  EXPECT_EQ(error.Code(), kErrResourceMissing);
+  EXPECT_FALSE(stream.IsOpened());
 }
 
 } // namespace

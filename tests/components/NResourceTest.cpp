@@ -3,9 +3,11 @@
 // in 128-byte steps, and the fallback text that a missing string gives.
 #include <qvbase/MemoryManager.h>
 #include <qvbase/NResource.h>
+#include <qvbase/PComponent.h>
 #include <qvbase/PMBString.h>
 
 #include "support/ForwardingManager.h"
+#include "support/KernelResourcesTestSupport.h"
 #include "support/ResourceTestSupport.h"
 
 #include "ResourceTestIds.h"
@@ -331,5 +333,78 @@ TEST(NResourceString, ModuleParameterStaysWhenThePathCannotBeHad) {
   EXPECT_EQ(Text(s), "****^module^: UNDEFINED RESOURCE STRING #5****");
 }
 #endif
+
+// ---------------------------------------------------------------------------
+// This library's own resources
+
+using qvbase::test::ScopedKernelResources;
+
+const char kShortReadText[] = "The stream's medium delivered fewer bytes than were asked for.";
+
+TEST(NTesselResourceLocation, DefaultIsTheTesselFilesLocation) {
+  ScopedKernelResources kernel;
+  ASSERT_EQ(kernel.result(), QVRES_OK);
+  const NTesselResourceLocation location;
+  EXPECT_TRUE(location == gTesselComponentFile.ResourceLocation());
+  EXPECT_EQ(location.ResourceContainer(), kernel.handle());
+  EXPECT_EQ(location.ResourceBase(), 0u);
+}
+
+TEST(NTesselResourceLocation, IsBuiltAndAssignedFromAnyLocation) {
+  int module = 0;
+  NTesselResourceLocation location(NResourceLocation(&module, 40));
+  EXPECT_EQ(location.ResourceContainer(), &module);
+  EXPECT_EQ(location.ResourceBase(), 40u);
+  location = NResourceLocation(nullptr, 7);
+  EXPECT_TRUE(location.IsNotValid());
+  EXPECT_EQ(location.ResourceBase(), 7u);
+}
+
+TEST(NTesselResourceLocation, FollowsTheTesselPartsOffset) {
+  ScopedKernelResources kernel;
+  ASSERT_EQ(kernel.result(), QVRES_OK);
+  gTesselComponentFile.SetResourceOffset(1000);
+  const NTesselResourceLocation shifted;
+  gTesselComponentFile.SetResourceOffset(0);
+  EXPECT_EQ(shifted.ResourceContainer(), kernel.handle());
+  EXPECT_EQ(shifted.ResourceBase(), 1000u);
+}
+
+TEST(GTesselString, GivesTheLibrarysOwnTexts) {
+  ScopedKernelResources kernel;
+  ASSERT_EQ(kernel.result(), QVRES_OK);
+  EXPECT_EQ(Text(GTesselString(1229)), kShortReadText);
+  EXPECT_EQ(Text(GTesselString(0)), "Undefined Resource String");
+}
+
+TEST(GTesselString, MissingTextGivesTheFallbackWithTheModulesPath) {
+  ScopedKernelResources kernel;
+  ASSERT_EQ(kernel.result(), QVRES_OK);
+  EXPECT_EQ(Text(GTesselString(31000)),
+            "****" + ModulePath(kernel.handle()) + ": UNDEFINED RESOURCE STRING #31000****");
+}
+
+TEST(GTesselString, ReadsAtTheTesselPartsOffset) {
+  ScopedKernelResources kernel;
+  ASSERT_EQ(kernel.result(), QVRES_OK);
+  // Shifted by 1000, number 229 is the library's string 1229.
+  gTesselComponentFile.SetResourceOffset(1000);
+  const std::string text = Text(GTesselString(229));
+  const NResourceString resource = GTesselResourceString(229);
+  gTesselComponentFile.SetResourceOffset(0);
+  EXPECT_EQ(text, kShortReadText);
+  EXPECT_EQ(resource.ResourceContainer(), kernel.handle());
+  EXPECT_EQ(resource.ResourceNum(), 1229u);
+}
+
+TEST(GTesselResource, DescribesTheResourceAtTheTesselLocation) {
+  ScopedKernelResources kernel;
+  ASSERT_EQ(kernel.result(), QVRES_OK);
+  const NResourceDesc resource = GTesselResource(NResourceType(kResTypeRawData), 300);
+  EXPECT_EQ(resource.Location().ResourceContainer(), kernel.handle());
+  EXPECT_EQ(resource.Location().ResourceBase(), 300u);
+  EXPECT_TRUE(resource.Type() == kResTypeRawData);
+  EXPECT_TRUE(resource.IsValid());
+}
 
 } // namespace
