@@ -38,6 +38,11 @@ TEST(PErrorDisplayMapper, LibraryCodesShowTheirTextsFromTheLibrarysResources) {
             "A resource is missing, or progress levels were used out of order.");
 }
 
+TEST(PErrorDisplayMapper, AStreamsErrorIsASentenceWithTheModuleTheLibraryFinds) {
+  EXPECT_EQ(Display(kErrStreamShortRead),
+            "The stream's medium delivered fewer bytes than were asked for.");
+}
+
 TEST(PErrorDisplayMapper, ParametersOfALibraryTextTakeTheErrorsInfo) {
   ScopedKernelResources kernel;
   ASSERT_EQ(kernel.result(), QVRES_OK);

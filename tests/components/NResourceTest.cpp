@@ -377,6 +377,13 @@ TEST(GTesselString, GivesTheLibrarysOwnTexts) {
   EXPECT_EQ(Text(GTesselString(0)), "Undefined Resource String");
 }
 
+TEST(GTesselString, FindsTheLibrarysResourceModuleByItself) {
+  // No module given: the registry library finds QVKernelRes12 beside the
+  // library, as it was built.
+  EXPECT_EQ(Text(GTesselString(1229)), kShortReadText);
+  EXPECT_TRUE(NTesselResourceLocation().IsValid());
+}
+
 TEST(GTesselString, MissingTextGivesTheFallbackWithTheModulesPath) {
   ScopedKernelResources kernel;
   ASSERT_EQ(kernel.result(), QVRES_OK);

@@ -9,14 +9,14 @@
 
 namespace qvbase::test {
 
-// Loads QVKernelRes12 as the build left it and makes it the QVKernel
-// component's resource module (SetResHandle), so that the library's own
-// resources (gTesselComponentFile's location) come from it, whatever the
-// registry library finds by itself. At the end the component is given no
-// module again and the module is freed.
+// Loads QVKernelRes12 as the build left it (or another module) and makes it
+// the QVKernel component's resource module (SetResHandle), so that the
+// library's own resources (gTesselComponentFile's location) come from it,
+// whatever the registry library finds by itself. At the end the component is
+// given no module again and the module is freed.
 class ScopedKernelResources {
 public:
-  ScopedKernelResources() : m_module(KernelResourcesPath()) {
+  explicit ScopedKernelResources(const std::string& path = KernelResourcesPath()) : m_module(path) {
     if (m_module.result() == QVRES_OK)
       gQVKernelComponent.SetResHandle(m_module.handle());
   }
