@@ -5,6 +5,7 @@
 
 #include <qvbase/PMBString.h>
 
+#include "components/SystemInfoSource.h"
 #include "native/SystemInfo.h"
 
 #include <string>
@@ -20,6 +21,10 @@ constexpr char kUnknown[] = "Unknown";
 constexpr DWORD kFirstUserNameSize = 64;
 constexpr DWORD kMaxUserNameSize = 1u << 20;
 
+const qvbase::components::SystemInfoSource kPlatformSource = {native::QueryUserName,
+                                                              native::QueryOsVersion};
+const qvbase::components::SystemInfoSource* gSource = &kPlatformSource;
+
 // The system's version, read on first need and kept for the process. A
 // failed read leaves the size word 0, so that the next need asks again.
 native::OsVersionInfo gVersion;
@@ -28,7 +33,7 @@ bool gIsNT = false;
 const native::OsVersionInfo* Version() {
   if (gVersion.dwOSVersionInfoSize == 0) {
     gVersion.dwOSVersionInfoSize = sizeof gVersion;
-    if (!native::QueryOsVersion(&gVersion)) {
+    if (!gSource->queryOsVersion(&gVersion)) {
       gVersion.dwOSVersionInfoSize = 0;
       return nullptr;
     }
@@ -79,6 +84,18 @@ PString ServicePackText() {
 
 } // namespace
 
+namespace qvbase::components {
+
+const SystemInfoSource* SetSystemInfoSource(const SystemInfoSource* source) {
+  const SystemInfoSource* previous = gSource == &kPlatformSource ? nullptr : gSource;
+  gSource = source ? source : &kPlatformSource;
+  gVersion = native::OsVersionInfo{};
+  gIsNT = false;
+  return previous;
+}
+
+} // namespace qvbase::components
+
 WINSystemComponent::WINSystemComponent()
     : PComponent("SYSTEM", PlatformName().c_str(), SystemMajorVersion(), SystemMinorVersion()),
       m_userNameFetched(false) {
@@ -97,7 +114,7 @@ PString WINSystemComponent::UserName() {
   for (DWORD size = kFirstUserNameSize; size <= kMaxUserNameSize; size *= 2) {
     buffer.assign(size, '\0');
     DWORD given = size;
-    LONG rc = native::QueryUserName(buffer.data(), &given);
+    LONG rc = gSource->queryUserName(buffer.data(), &given);
     if (rc != ERROR_MORE_DATA) {
       if (rc != ERROR_SUCCESS)
         buffer.assign(1, '\0');

@@ -309,6 +309,19 @@ TEST(NResourceString, MissingStringGivesTheFallbackWithModulePathAndNumber) {
   EXPECT_FALSE(ModulePath(module.handle()).empty());
 }
 
+TEST(NResourceString, SevenUnderBaseThousandMissingGivesTheFallbackWith1007) {
+  // A module that holds strings, but not 1007.
+  ScopedResourceModule module(qvbase::test::TestModulePath("ResourceTestUnshifted"));
+  ASSERT_EQ(module.result(), QVRES_OK);
+  EXPECT_EQ(Text(NResourceString(IDS_FIRST, NResourceLocation(module.handle()))),
+            "The first string of the other module");
+  NResourceString s(7, NResourceLocation(module.handle(), 1000));
+  const std::string path = ModulePath(module.handle());
+  EXPECT_NE(path.find("ResourceTestUnshifted"), std::string::npos);
+  EXPECT_EQ(Text(s), "****" + path + ": UNDEFINED RESOURCE STRING #1007****");
+  EXPECT_FALSE(s.IsValid());
+}
+
 TEST(NResourceString, MissingStringLeavesTheStringInvalid) {
   ScopedResourceModule module;
   ASSERT_EQ(module.result(), QVRES_OK);

@@ -5,6 +5,7 @@
 
 #include <qvbase/PMBString.h>
 
+#include "components/SystemInfoSource.h"
 #include "native/Process.h"
 #include "native/Registry.h"
 #include "native/SystemInfo.h"
@@ -467,6 +468,183 @@ TEST(WINSystemComponent, UserNameIsFetchedOnceAndKept) {
   EXPECT_EQ(Text(system.UserName()), expected);
   EXPECT_EQ(Text(system.UserName()), expected);
   EXPECT_EQ(Text(gNSystemComponent.UserName()), expected);
+}
+
+// --- The operating system of a machine the test plays ---------------------------
+
+// Answers the operating-system component's calls for as long as it lives,
+// from the fields below, and records what it was asked. At its end the
+// platform's calls are back and a component reads the real machine again,
+// so that IsNT answers as it did before.
+class PlayedMachine {
+public:
+  PlayedMachine() {
+    theirCurrent = this;
+    m_previous = qvbase::components::SetSystemInfoSource(&kSource);
+  }
+  ~PlayedMachine() {
+    qvbase::components::SetSystemInfoSource(m_previous);
+    theirCurrent = nullptr;
+    WINSystemComponent readsTheRealMachine;
+  }
+  PlayedMachine(const PlayedMachine&) = delete;
+  PlayedMachine& operator=(const PlayedMachine&) = delete;
+
+  // The user name, or the error answered instead of it (ERROR_SUCCESS: the
+  // name); with `alwaysMore` every buffer is too small.
+  std::string userName = "player";
+  LONG userNameError = ERROR_SUCCESS;
+  bool alwaysMore = false;
+  // The version record answered, or none when not readable.
+  bool versionReadable = true;
+  native::OsVersionInfo version{};
+
+  // The buffer sizes the user name was asked with, and the version reads.
+  std::vector<DWORD> userNameSizes;
+  int versionReads = 0;
+
+private:
+  static LONG QueryUserName(char* buffer, DWORD* size) {
+    PlayedMachine& self = *theirCurrent;
+    self.userNameSizes.push_back(*size);
+    if (self.userNameError != ERROR_SUCCESS)
+      return self.userNameError;
+    const DWORD needed = static_cast<DWORD>(self.userName.size() + 1);
+    if (self.alwaysMore || *size < needed) {
+      *size = self.alwaysMore ? *size * 2 : needed;
+      return ERROR_MORE_DATA;
+    }
+    self.userName.copy(buffer, self.userName.size());
+    buffer[self.userName.size()] = '\0';
+    *size = needed;
+    return ERROR_SUCCESS;
+  }
+  static bool QueryOsVersion(native::OsVersionInfo* info) {
+    PlayedMachine& self = *theirCurrent;
+    ++self.versionReads;
+    if (!self.versionReadable)
+      return false;
+    const DWORD sizeWord = info->dwOSVersionInfoSize;
+    *info = self.version;
+    info->dwOSVersionInfoSize = sizeWord;
+    return true;
+  }
+
+  static inline PlayedMachine* theirCurrent = nullptr;
+  static constexpr qvbase::components::SystemInfoSource kSource = {QueryUserName, QueryOsVersion};
+  const qvbase::components::SystemInfoSource* m_previous = nullptr;
+};
+
+native::OsVersionInfo PlayedVersion(DWORD platform, DWORD major, DWORD minor, const char* csd) {
+  native::OsVersionInfo info{};
+  info.dwPlatformId = platform;
+  info.dwMajorVersion = major;
+  info.dwMinorVersion = minor;
+  std::string(csd).copy(info.szCSDVersion, sizeof info.szCSDVersion - 1);
+  return info;
+}
+
+TEST(WINSystemComponent, UserNameDoublesItsBufferWhileTheSystemAsksForMore) {
+  struct Row {
+    std::size_t length;
+    std::vector<DWORD> sizes;
+  };
+  const Row rows[] = {
+      {1, {64}},
+      {63, {64}},
+      // 64 characters and the zero do not fit in 64 bytes.
+      {64, {64, 128}},
+      {127, {64, 128}},
+      {200, {64, 128, 256}},
+      {1000, {64, 128, 256, 512, 1024}},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.length);
+    PlayedMachine machine;
+    machine.userName = std::string(row.length, 'u');
+    WINSystemComponent system;
+    EXPECT_EQ(Text(system.UserName()), machine.userName);
+    EXPECT_EQ(machine.userNameSizes, row.sizes);
+    // Kept: the second call asks nothing.
+    EXPECT_EQ(Text(system.UserName()), machine.userName);
+    EXPECT_EQ(machine.userNameSizes.size(), row.sizes.size());
+  }
+}
+
+TEST(WINSystemComponent, UserNameStopsAtAnyOtherErrorAndKeepsAnEmptyName) {
+  for (LONG error : {ERROR_NONE_MAPPED, ERROR_ACCESS_DENIED, ERROR_INVALID_PARAMETER}) {
+    SCOPED_TRACE(error);
+    PlayedMachine machine;
+    machine.userNameError = error;
+    WINSystemComponent system;
+    EXPECT_EQ(Text(system.UserName()), "");
+    EXPECT_EQ(machine.userNameSizes, std::vector<DWORD>{64});
+    // The empty name is kept like any other: no second attempt.
+    machine.userNameError = ERROR_SUCCESS;
+    EXPECT_EQ(Text(system.UserName()), "");
+    EXPECT_EQ(machine.userNameSizes.size(), 1u);
+  }
+}
+
+TEST(WINSystemComponent, UserNameThatNeverFitsStopsAtTheBoundWithAnEmptyName) {
+  PlayedMachine machine;
+  machine.alwaysMore = true;
+  WINSystemComponent system;
+  EXPECT_EQ(Text(system.UserName()), "");
+  std::vector<DWORD> doubling;
+  for (DWORD size = 64; size <= (1u << 20); size *= 2)
+    doubling.push_back(size);
+  EXPECT_EQ(machine.userNameSizes, doubling);
+}
+
+TEST(WINSystemComponent, PlatformIdNamesThePlatform) {
+  struct Row {
+    DWORD platform;
+    const char* name;
+    bool nt;
+  } const rows[] = {
+      {0, "Win32s", false},
+      {1, "Win95", false},
+      {2, "WinNT", true},
+      {3, "Unknown", false},
+      {0xFFFFFFFF, "Unknown", false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    PlayedMachine machine;
+    machine.version = PlayedVersion(row.platform, 4, 10, "Service Pack 9");
+    RecordingComponentRegistry recorder;
+    {
+      WINSystemComponent system;
+      EXPECT_EQ(system.IsNT(), row.nt);
+    }
+    EXPECT_EQ(recorder.calls, (Calls{std::string("ObtainAComponent(") + row.name + ",4,10)",
+                                     "SetComponentDisplayName(c0,Service Pack 9)", "Release(c0)"}));
+    EXPECT_EQ(machine.versionReads, 1);
+  }
+}
+
+TEST(WINSystemComponent, UnreadableVersionFallsBackAndIsAskedAgainAtTheNextNeed) {
+  PlayedMachine machine;
+  machine.versionReadable = false;
+  machine.version = PlayedVersion(2, 6, 1, "Service Pack 1");
+  RecordingComponentRegistry recorder;
+  { WINSystemComponent system; }
+  EXPECT_EQ(recorder.calls, (Calls{"ObtainAComponent(Unknown,0,0)",
+                                   "SetComponentDisplayName(c0,Unknown)", "Release(c0)"}));
+  // Name, major, minor and service pack each asked again.
+  EXPECT_EQ(machine.versionReads, 4);
+
+  machine.versionReadable = true;
+  recorder.Clear();
+  { WINSystemComponent system; }
+  EXPECT_EQ(recorder.calls, (Calls{"ObtainAComponent(WinNT,6,1)",
+                                   "SetComponentDisplayName(c0,Service Pack 1)", "Release(c0)"}));
+  EXPECT_EQ(machine.versionReads, 5);
+
+  // Read once, kept for the process.
+  { WINSystemComponent system; }
+  EXPECT_EQ(machine.versionReads, 5);
 }
 
 } // namespace

@@ -3,8 +3,9 @@
 //
 // The build compiles tests/data/ResourceTest.rc beside the test executables:
 // ResourceTest.res (Linux) or ResourceTest.dll (Windows), and on Linux also
-// the PE images ResourceTestImage.dll (64-bit) and ResourceTestImage32.dll.
-// Its identifiers are in tests/data/ResourceTestIds.h.
+// the PE images ResourceTestImage.dll (64-bit) and ResourceTestImage32.dll;
+// and ResourceTestUnshifted.rc the same way, a second module without the
+// first one's shifted strings. Identifiers are in tests/data/ResourceTestIds.h.
 #pragma once
 
 #include "support/TestSupport.h"
@@ -18,12 +19,12 @@ namespace qvbase::test {
 // A file that the build put beside the test executables.
 inline std::string BuiltFile(const std::string& name) { return BinaryDir() + "/" + name; }
 
-// The test module in the platform's own form.
-inline std::string TestModulePath() {
+// A test module in the platform's own form: ResourceTest unless named.
+inline std::string TestModulePath(const std::string& name = "ResourceTest") {
 #if defined(_WIN32)
-  return BuiltFile("ResourceTest.dll");
+  return BuiltFile(name + ".dll");
 #else
-  return BuiltFile("ResourceTest.res");
+  return BuiltFile(name + ".res");
 #endif
 }
 
