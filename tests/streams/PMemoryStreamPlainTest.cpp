@@ -14,6 +14,7 @@
 
 #include "support/ErrorTestSupport.h"
 #include "support/ForwardingManager.h"
+#include "support/RecordingMemoryHdl.h"
 
 #include <gtest/gtest.h>
 
@@ -28,37 +29,7 @@ using qvbase::test::Content;
 using qvbase::test::CountingHook;
 using qvbase::test::ExpectStreamError;
 using qvbase::test::kNothingThrown;
-
-// A memory handler that records the IO calls the guarded operations make,
-// then carries them out as the memory handler does.
-class WatchingHdl : public PMemoryStreamHdl {
-public:
-  explicit WatchingHdl(ULONG granularity) : PMemoryStreamHdl(granularity) {}
-
-  std::vector<std::string> calls;
-
-protected:
-  ULONG IORead(char* buffer, ULONG count, ULONG itemSize) override {
-    calls.push_back("IORead " + std::to_string(count) + "x" + std::to_string(itemSize));
-    return PMemoryStreamHdl::IORead(buffer, count, itemSize);
-  }
-  ULONG IOWrite(const char* buffer, ULONG count, ULONG itemSize) override {
-    calls.push_back("IOWrite " + std::to_string(count) + "x" + std::to_string(itemSize));
-    return PMemoryStreamHdl::IOWrite(buffer, count, itemSize);
-  }
-  void IOSetSize(unsigned __int64 size) override {
-    calls.push_back("IOSetSize " + std::to_string(size));
-    PMemoryStreamHdl::IOSetSize(size);
-  }
-  void IOSetPos(TypSeekMode mode, unsigned __int64 offset) override {
-    calls.push_back("IOSetPos " + std::to_string(mode) + " " + std::to_string(offset));
-    PMemoryStreamHdl::IOSetPos(mode, offset);
-  }
-  unsigned __int64 IOGetPos() const override {
-    const_cast<WatchingHdl*>(this)->calls.push_back("IOGetPos");
-    return PMemoryStreamHdl::IOGetPos();
-  }
-};
+using qvbase::test::RecordingMemoryHdl;
 
 // What a step left behind: its result and the handler's whole state.
 struct Outcome {
@@ -91,7 +62,7 @@ Outcome RunStep(PStream& stream, PMemoryStreamHdl* handler,
 }
 
 TEST(MemoryStream, DerivedHandlerSeesEveryCallOfTypedValuesInOrder) {
-  WatchingHdl* handler = new WatchingHdl(16);
+  RecordingMemoryHdl* handler = new RecordingMemoryHdl(16);
   PStream stream(handler);
   stream.Open(OpenReadWrite | OpenAllowEmpty);
   handler->calls.clear();
@@ -181,7 +152,7 @@ TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryStep) {
   PStream plainStream(new PMemoryStreamHdl(16));
   plainStream.Open(OpenReadWrite | OpenAllowEmpty);
   auto* plain = static_cast<PMemoryStreamHdl*>(plainStream.GetHandler());
-  WatchingHdl* derived = new WatchingHdl(16);
+  RecordingMemoryHdl* derived = new RecordingMemoryHdl(16);
   PStream derivedStream(derived);
   derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
   for (const auto& [name, step] : steps) {

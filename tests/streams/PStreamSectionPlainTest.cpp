@@ -4,6 +4,8 @@
 #include <qvbase/PMemoryStream.h>
 #include <qvbase/PStreamSection.h>
 
+#include "support/RecordingMemoryHdl.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,42 +13,13 @@
 
 namespace {
 
-// A memory handler that records the IO calls made on it, then carries them
-// out as the memory handler does.
-class WatchingParent : public PMemoryStreamHdl {
-public:
-  WatchingParent() : PMemoryStreamHdl(16) {}
-
-  std::vector<std::string> calls;
-
-protected:
-  ULONG IORead(char* buffer, ULONG count, ULONG itemSize) override {
-    calls.push_back("IORead " + std::to_string(count) + "x" + std::to_string(itemSize));
-    return PMemoryStreamHdl::IORead(buffer, count, itemSize);
-  }
-  ULONG IOWrite(const char* buffer, ULONG count, ULONG itemSize) override {
-    calls.push_back("IOWrite " + std::to_string(count) + "x" + std::to_string(itemSize));
-    return PMemoryStreamHdl::IOWrite(buffer, count, itemSize);
-  }
-  void IOSetSize(unsigned __int64 size) override {
-    calls.push_back("IOSetSize " + std::to_string(size));
-    PMemoryStreamHdl::IOSetSize(size);
-  }
-  void IOSetPos(TypSeekMode mode, unsigned __int64 offset) override {
-    calls.push_back("IOSetPos " + std::to_string(mode) + " " + std::to_string(offset));
-    PMemoryStreamHdl::IOSetPos(mode, offset);
-  }
-  unsigned __int64 IOGetPos() const override {
-    const_cast<WatchingParent*>(this)->calls.push_back("IOGetPos");
-    return PMemoryStreamHdl::IOGetPos();
-  }
-};
+using qvbase::test::RecordingMemoryHdl;
 
 const PAutomaticUID kOuter("Outer");
 const PAutomaticUID kInner("Inner");
 
 TEST(PStreamSection, DerivedParentSeesEveryCallOfASectionInOrder) {
-  WatchingParent* parent = new WatchingParent;
+  RecordingMemoryHdl* parent = new RecordingMemoryHdl(16);
   PStream stream(parent);
   stream.Open(OpenReadWrite | OpenAllowEmpty);
   parent->calls.clear();
@@ -157,7 +130,7 @@ TEST(PStreamSection, PlainParentGivesTheSameBytesAndValuesAsADerivedOne) {
     PStream plainStream(plain);
     plainStream.Open(OpenReadWrite | OpenAllowEmpty);
     plainStream.SetByteOrdering(ordering);
-    WatchingParent* derived = new WatchingParent;
+    RecordingMemoryHdl* derived = new RecordingMemoryHdl(16);
     PStream derivedStream(derived);
     derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
     derivedStream.SetByteOrdering(ordering);
