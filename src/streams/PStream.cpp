@@ -7,9 +7,9 @@
 #include <qvbase/GDbg.h>
 #include <qvbase/PBenchmark.h>
 #include <qvbase/PErrorProtection.h>
-#include <qvbase/PMemoryStream.h> // the plain memory handler's unguarded copies
-#include <qvbase/PProgressHook.h>
-#include <qvbase/PStreamSection.h> // sections over the plain memory handler // the copy reports through the hook's virtual operations
+#include <qvbase/PMemoryStream.h>  // the plain memory handler's unguarded copies
+#include <qvbase/PProgressHook.h>  // the copy reports through the hook's virtual operations
+#include <qvbase/PStreamSection.h> // sections over the plain memory handler
 
 #include <typeinfo>
 
