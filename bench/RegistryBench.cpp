@@ -26,11 +26,15 @@ namespace native = qvbase::native;
 
 enum class Shape { kValues, kKeys };
 
-// The scratch directory the stores are written to (build/registry-bench
-// under the working directory), made once.
+// The scratch directory the stores are written to, made once: a folder in
+// the system's temporary folder (TMPDIR, else /tmp), as the file_ scenarios
+// use, and never the working directory, which may be a source tree. The
+// stores of the large size take some 190 MB and are kept between runs.
 std::string ScratchDirectory() {
   static const std::string dir = [] {
-    const std::filesystem::path path = std::filesystem::current_path() / "registry-bench";
+    const char* folder = std::getenv("TMPDIR");
+    const std::filesystem::path path =
+        std::filesystem::path(folder && *folder ? folder : "/tmp") / "qvbase-bench-registry";
     std::filesystem::create_directories(path);
     return path.string();
   }();
