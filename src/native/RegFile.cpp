@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace qvbase {
 namespace native {
@@ -62,6 +63,7 @@ bool SplitKeyPath(std::string_view path, std::vector<std::string>* names) {
     path.remove_suffix(1);
   if (path.empty())
     return true;
+  names->reserve(static_cast<std::size_t>(std::count(path.begin(), path.end(), '\\')) + 1);
   std::size_t pos = 0;
   while (true) {
     std::size_t slash = path.find('\\', pos);
@@ -205,8 +207,11 @@ public:
     m_subKeys.reserve(statements);
   }
 
-  void Run(const std::vector<Entry>& entries) {
-    for (const Entry& e : entries) {
+  // Statements of a const list have their names and data copied into the
+  // tree; those of a list Apply may use up are moved.
+  template <typename Entries>
+  void Run(Entries& entries) {
+    for (auto& e : entries) {
       if (e.kind == Entry::kDeleteKey) {
         DeleteKey(e);
         continue;
@@ -326,21 +331,25 @@ private:
         m_values.emplace(NameHash(key, key->values[i].name), std::make_pair(key, i));
   }
 
-  void SetValue(Key* key, const Entry& e) {
+  // A const statement's name and data are copied (std::move of a const
+  // member is a copy), another's moved.
+  template <typename E>
+  void SetValue(Key* key, E& e) {
     const std::size_t at = FindValue(key, e.name);
     if (at < key->values.size()) {
       Value& v = key->values[at];
       v.type = e.type;
-      v.data = e.data;
+      v.data = std::move(e.data);
       return;
     }
     Value v;
-    v.name = e.name;
+    v.name = std::move(e.name);
     v.type = e.type;
-    v.data = e.data;
+    v.data = std::move(e.data);
     key->values.push_back(std::move(v));
     if (m_valuesHashed.count(key))
-      m_values.emplace(NameHash(key, e.name), std::make_pair(key, key->values.size() - 1));
+      m_values.emplace(NameHash(key, key->values.back().name),
+                       std::make_pair(key, key->values.size() - 1));
     else if (key->values.size() > kSearchedOneByOne)
       HashValues(key);
   }
@@ -446,6 +455,8 @@ private:
 void Apply(const std::vector<Entry>& entries, Tree* tree) {
   Applier(tree, entries.size()).Run(entries);
 }
+
+void Apply(std::vector<Entry>&& entries, Tree* tree) { Applier(tree, entries.size()).Run(entries); }
 
 } // namespace regfile
 } // namespace native

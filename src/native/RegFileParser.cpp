@@ -48,6 +48,38 @@ bool ParseHexNumber(std::string_view text, std::size_t maxDigits, std::uint32_t*
   return true;
 }
 
+// A hive named in full, as files name it: "HKEY_LOCAL_MACHINE" or
+// "HKEY_CURRENT_USER" in any case. The spelling files nearly always use is
+// compared first as plain bytes, which is cheaper than folding case.
+bool ParseFullRootName(std::string_view text, Root* root) {
+  for (Root candidate : {Root::kLocalMachine, Root::kCurrentUser}) {
+    const std::string_view name = RootName(candidate);
+    if (text == name || NamesEqual(text, name)) {
+      *root = candidate;
+      return true;
+    }
+  }
+  return false;
+}
+
+// The lines that start with '[', '"' or '@', which is about the number of
+// statements in a file: the list of statements is sized once from it instead
+// of moving every statement each time it grows. Only a size: a statement
+// line that starts with blanks is not counted, and the list then grows.
+std::size_t StatementLines(std::string_view text) {
+  std::size_t count = 0;
+  std::size_t pos = 0;
+  while (pos < text.size()) {
+    const char c = text[pos];
+    count += c == '[' || c == '"' || c == '@';
+    const std::size_t end = text.find('\n', pos);
+    if (end == std::string_view::npos)
+      break;
+    pos = end + 1;
+  }
+  return count;
+}
+
 class Parser {
 public:
   Parser(std::string_view text, std::vector<Entry>* entries, ParseError* error)
@@ -141,7 +173,7 @@ bool Parser::ParseKeyLine(std::string_view line) {
   std::string_view rootText = inner.substr(0, slash);
   Root root;
   // Files name hives in full; the short forms are for the command line.
-  if (!ParseRootName(rootText, &root) || !NamesEqual(rootText, RootName(root)))
+  if (!ParseFullRootName(rootText, &root))
     return Fail("unknown root key " + QuotedForMessage(rootText) +
                 ": expected HKEY_LOCAL_MACHINE or HKEY_CURRENT_USER");
   std::vector<std::string> path;
@@ -170,6 +202,14 @@ bool Parser::ParseQuoted(std::string_view* rest, std::string* out) {
   std::size_t i = 1;
   out->clear();
   while (i < rest->size()) {
+    // The characters up to the next quote or backslash go over in one piece.
+    std::size_t end = i;
+    while (end < rest->size() && (*rest)[end] != '"' && (*rest)[end] != '\\')
+      ++end;
+    out->append(rest->data() + i, end - i);
+    i = end;
+    if (i >= rest->size())
+      break;
     char c = (*rest)[i];
     if (c == '"') {
       rest->remove_prefix(i + 1);
@@ -184,10 +224,7 @@ bool Parser::ParseQuoted(std::string_view* rest, std::string* out) {
                     "\" in a quoted text: only \\\\ and \\\" are allowed");
       out->push_back(next);
       i += 2;
-      continue;
     }
-    out->push_back(c);
-    ++i;
   }
   return Fail("a quoted text has no closing quote");
 }
@@ -268,8 +305,10 @@ bool Parser::ParseValueLine(std::string_view line) {
       return Fail("a dword takes 1 to 8 hexadecimal digits");
     entry.kind = Entry::kValue;
     entry.type = kRegDword;
-    for (int k = 0; k < 4; ++k)
-      entry.data.push_back(static_cast<BYTE>(value >> (8 * k)));
+    // Little-endian, as the registry keeps a DWORD.
+    const BYTE bytes[4] = {static_cast<BYTE>(value), static_cast<BYTE>(value >> 8),
+                           static_cast<BYTE>(value >> 16), static_cast<BYTE>(value >> 24)};
+    entry.data.assign(bytes, bytes + 4);
   } else if (rest.substr(0, 3) == "hex") {
     rest.remove_prefix(3);
     std::uint32_t type = kRegBinary; // plain "hex:" is binary data
@@ -319,6 +358,7 @@ bool Parse(std::string_view bytes, std::vector<Entry>* entries, ParseError* erro
   } else if (bytes.substr(0, kUtf8ByteOrderMark.size()) == kUtf8ByteOrderMark) {
     text.remove_prefix(kUtf8ByteOrderMark.size());
   }
+  parsed.reserve(StatementLines(text));
   Parser parser(text, &parsed, error);
   if (!parser.Run())
     return false;

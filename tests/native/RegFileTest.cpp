@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -201,6 +202,64 @@ TEST(RegFile, ManyStatementsOfOneKeyApplyAsEachOnItsOwn) {
   for (const regfile::Value& v : grown.RootKey(Root::kLocalMachine).FindSubKey("Mixed")->values)
     order += v.name;
   EXPECT_EQ(order, "acefghijklmnopb");
+}
+
+// The store moves the statements' names and data into its tree instead of
+// copying them; the tree is the one the copying form builds, statement for
+// statement: names with escapes, values set again and deleted, sub-keys out
+// of order and deleted, lines that start with blanks.
+TEST(RegFile, StatementsMovedIntoTheTreeBuildTheTreeOfCopiedOnes) {
+  std::string text = kHeader + "[HKEY_CURRENT_USER\\Software\\Scale]\n";
+  for (unsigned i = 0; i < 40; ++i) {
+    char line[64];
+    std::snprintf(line, sizeof line, i % 2 ? "\"value%u\"=dword:%x\n" : "\"value%u\"=dword:%08x\n",
+                  i, i * 4099);
+    text += line;
+  }
+  text += "\"a \\\"quoted\\\" \\\\ name\"=\"text with \\\\ and \\\"\"\n"
+          "  \"blank-led\"=dword:ffffffff\r\n"
+          "\"value3\"=\"again\"\n\"VALUE4\"=-\n\"value4\"=hex:01,02\n@=\"default\"\n";
+  for (int i = 29; i >= 0; --i)
+    text += "[HKEY_CURRENT_USER\\Software\\Scale\\key" + std::to_string(i) +
+            "]\n\"value\"=dword:" + std::to_string(i) + "\n\n";
+  text += "[-HKEY_CURRENT_USER\\Software\\Scale\\key7]\n";
+
+  std::vector<Entry> entries;
+  regfile::ParseError error;
+  ASSERT_TRUE(regfile::Parse(text, &entries, &error)) << error.line << ": " << error.message;
+  Tree copied;
+  regfile::Apply(static_cast<const std::vector<Entry>&>(entries), &copied);
+  Tree moved;
+  regfile::Apply(std::move(entries), &moved);
+  EXPECT_EQ(regfile::Write(moved, regfile::Encoding::kUtf8),
+            regfile::Write(copied, regfile::Encoding::kUtf8));
+
+  const regfile::Key* scale = moved.RootKey(Root::kCurrentUser).Find({"Software", "Scale"});
+  ASSERT_NE(scale, nullptr);
+  ASSERT_EQ(scale->values.size(), 43u);
+  EXPECT_EQ(scale->values[0].name, "value0");
+  EXPECT_EQ(scale->values[2].data, (std::vector<BYTE>{0x06, 0x20, 0x00, 0x00})); // 2 * 4099
+  EXPECT_EQ(scale->values[3].type, kRegSz);
+  EXPECT_EQ(scale->values[3].data, Bytes(std::string("again\0", 6)));
+  EXPECT_EQ(scale->values[4].name, "value5");
+  EXPECT_EQ(scale->values[38].name, "value39");
+  EXPECT_EQ(scale->values[38].data, (std::vector<BYTE>{0x75, 0x70, 0x02, 0x00})); // 39 * 4099
+  EXPECT_EQ(scale->values[39].name, "a \"quoted\" \\ name");
+  EXPECT_EQ(scale->values[39].data, Bytes(std::string("text with \\ and \"\0", 18)));
+  EXPECT_EQ(scale->values[40].name, "blank-led");
+  EXPECT_EQ(scale->values[40].data, (std::vector<BYTE>{0xff, 0xff, 0xff, 0xff}));
+  EXPECT_EQ(scale->values[41].name, "value4"); // deleted, then set again at the end
+  EXPECT_EQ(scale->values[41].data, (std::vector<BYTE>{1, 2}));
+  EXPECT_EQ(scale->values[42].name, "");
+  EXPECT_EQ(scale->values[42].data, Bytes(std::string("default\0", 8)));
+  ASSERT_EQ(scale->subKeys.size(), 29u);
+  EXPECT_EQ(scale->subKeys[0]->name, "key0");
+  EXPECT_EQ(scale->subKeys[1]->name, "key1");
+  EXPECT_EQ(scale->subKeys[2]->name, "key10");
+  EXPECT_EQ(scale->FindSubKey("key7"), nullptr);
+  ASSERT_NE(scale->FindSubKey("key29"), nullptr);
+  // "29" after dword: is hexadecimal.
+  EXPECT_EQ(scale->FindSubKey("key29")->values[0].data, (std::vector<BYTE>{0x29, 0, 0, 0}));
 }
 
 // A file applied over a tree that has keys and values already.

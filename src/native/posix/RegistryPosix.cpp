@@ -312,14 +312,17 @@ std::shared_ptr<Tree> Cached(const std::string& file, bool take, Matches matches
   return tree;
 }
 
+// `hash` is HashOf(bytes), which the caller has at hand (a reader computed
+// it to compare with the snapshot): hashing a large store twice would be a
+// second pass over all of its bytes.
 void Remember(const std::string& file, const FileIdentity& identity, const std::string& bytes,
-              std::shared_ptr<Tree> tree) {
+              std::size_t hash, std::shared_ptr<Tree> tree) {
   std::lock_guard<std::mutex> lock(gSnapshotMutex);
   Snapshot& cached = CachedSnapshot();
   cached.tree.reset();
   cached.file = file;
   cached.identity = identity;
-  cached.hash = HashOf(bytes);
+  cached.hash = hash;
   cached.size = bytes.size();
   cached.tree = std::move(tree);
 }
@@ -358,7 +361,7 @@ LONG LoadStore(const std::string& file, bool forChange, std::shared_ptr<Tree>* t
     if (!*tree) {
       *tree = std::make_shared<Tree>();
       if (!forChange)
-        Remember(file, missing, std::string(), *tree);
+        Remember(file, missing, std::string(), HashOf(std::string()), *tree);
     }
     return ERROR_SUCCESS;
   }
@@ -395,10 +398,10 @@ LONG LoadStore(const std::string& file, bool forChange, std::shared_ptr<Tree>* t
   if (!regfile::Parse(bytes, &entries, &error))
     return FailWith(ERROR_BADDB, file + ":" + std::to_string(error.line) + ": " + error.message);
   auto loaded = std::make_shared<Tree>();
-  regfile::Apply(entries, loaded.get());
+  regfile::Apply(std::move(entries), loaded.get());
   *tree = loaded;
   if (!forChange)
-    Remember(file, identity, bytes, std::move(loaded));
+    Remember(file, identity, bytes, hash, std::move(loaded));
   return ERROR_SUCCESS;
 }
 
@@ -457,7 +460,7 @@ LONG SaveStore(const std::string& file, std::shared_ptr<Tree> tree) {
     fsync(directory.get());
   Step();
   if (stat(file.c_str(), &st) == 0)
-    Remember(file, FileIdentity::Of(st), bytes, std::move(tree));
+    Remember(file, FileIdentity::Of(st), bytes, HashOf(bytes), std::move(tree));
   return ERROR_SUCCESS;
 }
 
