@@ -141,9 +141,10 @@ PString::PString() : m_handlerType(nullptr) {
   PStringInit(static_cast<PStringHandler*>(nullptr), nullptr);
 }
 
-PString::PString(const PString& other) : PRoot(other), m_handlerType(nullptr) {
-  PStringInit(other.Handler(), nullptr);
-}
+// The handle is copied: it takes its own reference on the source's handler
+// (PStringInit with no type comes to the same, through more calls).
+PString::PString(const PString& other)
+    : PRoot(other), m_handler(other.m_handler), m_handlerType(nullptr) {}
 
 PString::PString(const char* text, bool copy) : m_handlerType(nullptr) {
   PStringInit(text, copy, nullptr);

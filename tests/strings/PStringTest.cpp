@@ -25,6 +25,7 @@ public:
   InspectedString(PStringHandler* handler, PStringHandlerDec* type) : PString(handler, type) {}
   using PString::operator=;
   PStringHandler* Held() const { return Handler(); }
+  PStringHandlerDec* Declared() const { return DeclaredType(); }
 };
 
 class InspectedASCII : public PASCIIString {
@@ -183,6 +184,35 @@ TEST(PString, CopyThenChangeLeavesSourceUnchanged) {
   EXPECT_NE(source.Held(), copy.Held());
   EXPECT_EQ(Narrow(source), "abc");
   EXPECT_EQ(Narrow(copy), "abcd");
+}
+
+// A copy takes one more reference on the source's handler, gives it back
+// when it goes, and is of free type whatever the source's declared type.
+TEST(PString, CopySharesTheHandlerAndIsOfFreeType) {
+  InspectedASCII ascii("abc", /*copy=*/true);
+  PStringHandler* handler = ascii.Held();
+  ASSERT_NE(handler, nullptr);
+  ASSERT_EQ(handler->NumSmartLocks(), 1u);
+  {
+    InspectedString copy(static_cast<const PString&>(ascii));
+    EXPECT_EQ(copy.Held(), handler);
+    EXPECT_EQ(handler->NumSmartLocks(), 2u);
+    EXPECT_EQ(copy.Declared(), nullptr);
+    InspectedString again(copy);
+    EXPECT_EQ(again.Held(), handler);
+    EXPECT_EQ(handler->NumSmartLocks(), 3u);
+    // Of free type, the copy takes a Unicode handler as it is.
+    copy = PUNIString(kWideAbc, /*copy=*/true);
+    EXPECT_EQ(copy.CodeSet(), kCodeSetUnicode);
+    EXPECT_EQ(handler->NumSmartLocks(), 2u);
+  }
+  EXPECT_EQ(handler->NumSmartLocks(), 1u);
+  EXPECT_EQ(Narrow(ascii), "abc");
+
+  InspectedString empty;
+  InspectedString emptyCopy(empty);
+  EXPECT_EQ(emptyCopy.Held(), nullptr);
+  EXPECT_TRUE(emptyCopy.IsEmpty());
 }
 
 TEST(PString, FreeTypeAsciiTextReceivingUnicodeBecomesUnicode) {
