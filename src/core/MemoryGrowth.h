@@ -1,4 +1,5 @@
-// MemoryGrowth.h - growing a GMem* block, for the library's own containers.
+// MemoryGrowth.h - growing a GMem* block, for the library's own containers,
+// and whether the calls on a block reach only the C runtime heap.
 // Part of qvbase, the QVKernel foundation class library.
 #pragma once
 
@@ -21,6 +22,15 @@ namespace core {
 // ones they define; only GMemSize of the block, which is the runtime's
 // usable size and at least what was asked anyway, can be larger.
 void* GrowBlock(void* block, ULONG keep, ULONG newSize);
+
+// Whether `block` (a non-null GMem* block) belongs to the manager that a new
+// block would come from now, and that manager is the runtime heap: a record
+// that still holds the system manager's allocate, reallocate and release.
+// Then every call the library makes for the block, and for a new block in
+// its place, ends in the C runtime and in no function an application
+// installed or patched, so a caller may keep, resize or reuse the block
+// instead of making those calls without anybody seeing the difference.
+bool OwnedByDefaultRuntimeHeap(void* block);
 
 } // namespace core
 

@@ -156,9 +156,10 @@ void* GCPPAllocation(unsigned int size, MemoryManager* /*manager*/) { return ::o
 namespace {
 
 // A record that still holds the runtime-heap functions: its allocate, copy
-// and release together are exactly what one realloc does. The system record
-// is writable, and an application that patched its functions sees the calls
-// it asked to see.
+// and release together are exactly what one realloc does, and a block kept
+// in place of one released and one allocated is missed by nobody. The
+// system record is writable, and an application that patched its functions
+// sees the calls it asked to see.
 bool IsRuntimeHeap(const MemoryManager* manager) {
   return manager->allocate == SysAllocate && manager->reallocate == SysReallocate &&
          manager->release == SysRelease;
@@ -166,11 +167,16 @@ bool IsRuntimeHeap(const MemoryManager* manager) {
 
 } // namespace
 
+bool qvbase::core::OwnedByDefaultRuntimeHeap(void* block) {
+  MemoryManager* owner = OwnerOf(block);
+  // A new block would carry the default manager in its header, the kept
+  // one carries its owner's: both must be the same record.
+  return owner == ResolveManager(nullptr) && IsRuntimeHeap(owner);
+}
+
 void* qvbase::core::GrowBlock(void* block, ULONG keep, ULONG newSize) {
-  MemoryManager* owner = block ? OwnerOf(block) : nullptr;
-  // The new block would carry the default manager in its header; a resized
-  // one keeps its owner's, so both must be the same record.
-  if (owner && owner == ResolveManager(nullptr) && IsRuntimeHeap(owner)) {
+  if (block && OwnedByDefaultRuntimeHeap(block)) {
+    MemoryManager* owner = OwnerOf(block);
     if (newSize > kMaxBlockSize)
       return nullptr;
     void* header = HeaderOf(block);
