@@ -246,9 +246,14 @@ public:
   void Read(float* value);
   void Read(double* value);
   void Read(bool* value);
+  // Reads a 4-byte length and that many bytes, which become the target's
+  // multibyte text; a length of 0 makes it empty. The target's own handler
+  // may be refilled with them when it is the library's multibyte handler,
+  // unshared and of the capacity a new one would get; with an installed
+  // memory manager the blocks are asked for as always.
   void Read(PString* text);
   // Reads up to the terminator, which is consumed; reading also stops where
-  // the data end.
+  // the data end. The target is given the bytes as Read(PString*) gives them.
   void Read(PString* text, char terminator);
   void Read(PUniversalID* id);
   void Read(PTime* time);

@@ -20,6 +20,8 @@
 #include <optional>
 #include <vector>
 
+#include "strings/PMBStringRefill.h"
+
 namespace {
 
 // Byte runs of this size and more are reversed in a scratch block; smaller
@@ -114,7 +116,13 @@ public:
 // `text`, as PMBString(text, true) makes it. When they are all 7-bit, each is
 // one character in every locale, so the handler is made over their count
 // without measuring them character by character: the same content, size and
-// length.
+// length. Such text is written into the target's own handler instead when
+// the handler and the block it would replace are ones nobody can tell from
+// new ones: the library's multibyte handler, unshared, of the capacity the
+// new one would get, its block from the runtime heap that the new one would
+// come from too (RefillSevenBitText says which conditions and why). A
+// target read over and over, the usual case, then costs no allocation and
+// no release per string.
 void AssignMultibyteText(PString* target, const char* text) {
   std::size_t bytes = 0;
   while (text[bytes] != '\0' && static_cast<unsigned char>(text[bytes]) < 0x80)
@@ -124,6 +132,8 @@ void AssignMultibyteText(PString* target, const char* text) {
     return;
   }
   const ULONG count = static_cast<ULONG>(bytes);
+  if (qvbase::strings::RefillSevenBitText(target, text, count))
+    return;
   *target = HandlerAccess(PMBStringHandler::FromBytes(text, count, count));
 }
 

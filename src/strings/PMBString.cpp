@@ -5,7 +5,9 @@
 #include <qvbase/PMBString.h>
 #include <qvbase/PUNIString.h>
 
+#include "core/MemoryGrowth.h"
 #include "errors/RaiseError.h"
+#include "strings/PMBStringRefill.h"
 #include "strings/PStringHandlerImpl.h"
 #include "native/Locale.h"
 
@@ -665,3 +667,77 @@ PMBString::operator const char*() const {
 }
 
 LONG PMBString::operator[](ULONG pos) const { return GetChar(pos); }
+
+// ---------------------------------------------------------------------------
+// Refilling a string's own handler
+
+namespace {
+
+// What the refill below reads and writes of a string and of its handler.
+// Both are protected; pointers to them taken through derived classes reach
+// them in any PString and any PMBStringHandler.
+class RefilledString : public PString {
+public:
+  static PStringHandler* HandlerOf(const PString& text) {
+    return (text.*&RefilledString::Handler)();
+  }
+  static PStringHandlerDec* DeclaredTypeOf(const PString& text) {
+    return (text.*&RefilledString::DeclaredType)();
+  }
+};
+
+class RefilledHandler : public PMBStringHandler {
+public:
+  static char* BufferOf(const PMBStringHandler& handler) {
+    return handler.*&RefilledHandler::buffer;
+  }
+  static void SetSevenBitContent(PMBStringHandler& handler, const char* text, ULONG bytes) {
+    char* buffer = BufferOf(handler);
+    // The bytes behind the text are zeroed up to the end of the buffer, as
+    // in the zero-filled block that a new handler's content is copied into.
+    std::memcpy(buffer, text, bytes);
+    std::memset(buffer + bytes, 0, (handler.*&RefilledHandler::capacity) - bytes);
+    (handler.*&RefilledHandler::size) = bytes;
+    (handler.*&RefilledHandler::len) = bytes;
+    // What ReTestForAscii finds: as many characters as bytes, all 7-bit.
+    (handler.*&RefilledHandler::isAscii) = true;
+  }
+};
+
+} // namespace
+
+// Assigning a new handler (one object from operator new and one zero-filled
+// block from the default manager, then the target's old handler and block
+// given back) is replaced by writing the text into the old handler, when
+// nobody can tell the two apart:
+// - the handler is exactly the library's multibyte handler: a class derived
+//   from it may watch its calls, its creation or its destruction;
+// - the string is of free type or declared multibyte: any other declared
+//   type would convert the new handler;
+// - the handler owns its buffer and this string is its only reference: a
+//   borrowed buffer belongs to the caller, and a copy sharing the handler
+//   keeps its text (copy-on-write);
+// - a new handler would get the capacity this one has, so that every field
+//   ends as it would in the new one;
+// - the buffer belongs to the default manager and that manager is the
+//   runtime heap, which is where the new block would come from: a manager
+//   that an application installed, or whose functions it patched, sees one
+//   allocation and one release for every read as it always has.
+// The typed stream reads call this for every string they read, usually into
+// the same target over and over.
+bool qvbase::strings::RefillSevenBitText(PString* target, const char* text, ULONG bytes) {
+  PStringHandler* held = RefilledString::HandlerOf(*target);
+  if (!held || &typeid(*held) != &typeid(PMBStringHandler))
+    return false;
+  PStringHandlerDec* declared = RefilledString::DeclaredTypeOf(*target);
+  if (declared && declared != &gMBStringHandlerDec)
+    return false;
+  PMBStringHandler& handler = *static_cast<PMBStringHandler*>(held);
+  const ULONG capacity = handler.Capacity();
+  if (capacity == 0 || handler.NumSmartLocks() != 1 ||
+      qvbase::strings::RoundUp(bytes + 2, 8) != capacity ||
+      !qvbase::core::OwnedByDefaultRuntimeHeap(RefilledHandler::BufferOf(handler)))
+    return false;
+  RefilledHandler::SetSevenBitContent(handler, text, bytes);
+  return true;
+}
