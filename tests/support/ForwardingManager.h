@@ -56,4 +56,85 @@ private:
   MemoryManager* m_previous;
 };
 
+// Installs a default manager that passes every call through and counts the
+// blocks it allocates and releases, for the lifetime of the scope. Blocks it
+// made go on naming it after the scope, so the strings and streams holding
+// them must end before it does.
+class ScopedAllocationCount {
+public:
+  ScopedAllocationCount() : m_previous(GGetDefaultMemManager()) {
+    theirCurrent = this;
+    GSetDefaultMemManager(&m_manager);
+  }
+  ~ScopedAllocationCount() {
+    if (GGetDefaultMemManager() == &m_manager)
+      GSetDefaultMemManager(m_previous);
+    theirCurrent = nullptr;
+  }
+  ScopedAllocationCount(const ScopedAllocationCount&) = delete;
+  ScopedAllocationCount& operator=(const ScopedAllocationCount&) = delete;
+
+  // Stops being the default manager and puts the previous one back; blocks
+  // it made are still counted when they are released.
+  void Uninstall() { GSetDefaultMemManager(m_previous); }
+
+  int allocations = 0;
+  int releases = 0;
+
+private:
+  static void* Allocate(MemoryManager* self, ULONG size, unsigned short mode) {
+    if (theirCurrent)
+      ++theirCurrent->allocations;
+    return SystemCalls::Allocate(self, size, mode);
+  }
+  static void Release(MemoryManager* self, void* block) {
+    if (theirCurrent)
+      ++theirCurrent->releases;
+    SystemCalls::Release(self, block);
+  }
+
+  static inline ScopedAllocationCount* theirCurrent = nullptr;
+  MemoryManager m_manager = {
+      0,       "Counted",         Allocate, SystemCalls::Reallocate, SystemCalls::Size,
+      Release, SystemCalls::Stats};
+  MemoryManager* m_previous;
+};
+
+// Replaces the system manager's allocate and release by ones that count
+// their calls and then call the originals, and puts the originals back at
+// the end of the scope: an application that patched the system record.
+// Not to be combined with the managers above, which pass through to it.
+class ScopedPatchedSystemCount {
+public:
+  ScopedPatchedSystemCount() : m_allocate(gSysManager->allocate), m_release(gSysManager->release) {
+    theirCurrent = this;
+    gSysManager->allocate = Allocate;
+    gSysManager->release = Release;
+  }
+  ~ScopedPatchedSystemCount() {
+    gSysManager->allocate = m_allocate;
+    gSysManager->release = m_release;
+    theirCurrent = nullptr;
+  }
+  ScopedPatchedSystemCount(const ScopedPatchedSystemCount&) = delete;
+  ScopedPatchedSystemCount& operator=(const ScopedPatchedSystemCount&) = delete;
+
+  int allocations = 0;
+  int releases = 0;
+
+private:
+  static void* Allocate(MemoryManager* self, ULONG size, unsigned short mode) {
+    ++theirCurrent->allocations;
+    return theirCurrent->m_allocate(self, size, mode);
+  }
+  static void Release(MemoryManager* self, void* block) {
+    ++theirCurrent->releases;
+    theirCurrent->m_release(self, block);
+  }
+
+  static inline ScopedPatchedSystemCount* theirCurrent = nullptr;
+  decltype(MemoryManager::allocate) m_allocate;
+  decltype(MemoryManager::release) m_release;
+};
+
 } // namespace qvbase::test
