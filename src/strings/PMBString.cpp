@@ -734,9 +734,10 @@ bool qvbase::strings::RefillSevenBitText(PString* target, const char* text, ULON
     return false;
   PMBStringHandler& handler = *static_cast<PMBStringHandler*>(held);
   const ULONG capacity = handler.Capacity();
-  if (capacity == 0 || handler.NumSmartLocks() != 1 ||
+  char* buffer = RefilledHandler::BufferOf(handler);
+  if (capacity == 0 || buffer == gVoidCharString || handler.NumSmartLocks() != 1 ||
       qvbase::strings::RoundUp(bytes + 2, 8) != capacity ||
-      !qvbase::core::OwnedByDefaultRuntimeHeap(RefilledHandler::BufferOf(handler)))
+      !qvbase::core::OwnedByDefaultRuntimeHeap(buffer))
     return false;
   RefilledHandler::SetSevenBitContent(handler, text, bytes);
   return true;
