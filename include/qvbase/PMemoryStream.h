@@ -72,22 +72,9 @@ protected:
   virtual void MemoryRead(char* buffer, ULONG size);
 
 private:
-  // The stream's guarded read and write take these first for a handler of
-  // exactly this class (see PStreamHdl::Read).
-  friend class PStreamHdl;
-
-  // Copies a read that lies wholly inside the content; false, with nothing
-  // done, for any other read (not readable, nothing asked, running over the
-  // end), which then takes the general path.
-  bool ReadInsideContent(char* buffer, ULONG count, ULONG itemSize);
-  // Copies a write that needs no new block: the stream is writable and the
-  // write ends inside the current block's last granularity step (or inside
-  // the content), so that nothing is allocated and nothing can fail; false,
-  // with nothing done, for any other write.
-  bool WriteInsideBlock(const char* buffer, ULONG count, ULONG itemSize);
-  // Moves to a position inside the content (its end included) for a seek
-  // that raises nothing; false, with nothing done, for any other seek.
-  bool SeekInsideContent(TypSeekMode mode, unsigned __int64 offset);
+  // Reads, writes and seeks that stay inside the block are carried out
+  // without the guard for a handler of exactly this class.
+  friend struct qvbase::streams::InPlace;
 
   // Signals a memory-stream error, prepared by this handler first.
   void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line);

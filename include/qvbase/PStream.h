@@ -39,6 +39,12 @@ class PTime;
 class PUTDate;
 class PUniversalID;
 
+namespace qvbase {
+namespace streams {
+struct InPlace;
+} // namespace streams
+} // namespace qvbase
+
 // Open modes are bit masks; 0 is closed.
 constexpr ULONG OpenRead = 0x20000000;  // bit 29: readable
 constexpr ULONG OpenWrite = 0x10000000; // bit 28: writable
@@ -140,22 +146,13 @@ protected:
   void SetFailed(bool failed) { m_failed = failed; }
 
 private:
-  // The stream front takes the in-place copies of the plain memory handler
-  // without going through the guarded operations, and so does a section of
-  // the library's own over such a handler.
-  friend class PStream;
-  friend class PStreamSectionHdl;
+  // Reads, writes and seeks of the library's own memory handler (and of its
+  // sections over one) that can neither fail nor call out are carried out
+  // without the guard; see the library's stream sources.
+  friend struct qvbase::streams::InPlace;
 
   template <typename Operation>
   auto RunGuarded(Operation operation, bool restorePosition) -> decltype(operation());
-  // For a handler of exactly the library's memory handler class: carries out
-  // a read, write or seek that stays inside its content or block and so can
-  // neither fail nor call anything else, as the guarded operation would
-  // (the attempt clears the failed flag); false, with nothing done, for any
-  // other handler or request.
-  bool ReadInPlace(char* buffer, ULONG count, ULONG itemSize);
-  bool WriteInPlace(const char* buffer, ULONG count, ULONG itemSize);
-  bool SeekInPlace(TypSeekMode mode, unsigned __int64 offset);
 
   bool m_failed;
 };

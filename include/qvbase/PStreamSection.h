@@ -61,17 +61,9 @@ protected:
   bool IOIsAtEnd() const override;
 
 private:
-  // The stream's guarded read and write take these first for a handler of
-  // exactly this class (see PStreamHdl::Read).
-  friend class PStreamHdl;
-
-  // A read or write of a section open in that mode whose parent carries it
-  // out in place (the parent is the plain memory handler and the bytes stay
-  // inside its block): what IORead or IOWrite would do, with the same calls
-  // on the parent but the position query of the guard; false, with nothing
-  // done, for any other request.
-  bool ReadThroughParent(char* buffer, ULONG count, ULONG itemSize);
-  bool WriteThroughParent(const char* buffer, ULONG count, ULONG itemSize);
+  // A read or write of a section of exactly this class whose parent
+  // carries it out in place skips the section's guard too.
+  friend struct qvbase::streams::InPlace;
 
   void RaiseError(int code, TypErrorSeverityEnum severity, ULONG line);
   // Raises the error for an operation that needs `mode`: kErrStreamClosed when closed,

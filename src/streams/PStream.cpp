@@ -7,15 +7,14 @@
 #include <qvbase/GDbg.h>
 #include <qvbase/PBenchmark.h>
 #include <qvbase/PErrorProtection.h>
-#include <qvbase/PMemoryStream.h>  // the plain memory handler's unguarded copies
-#include <qvbase/PProgressHook.h>  // the copy reports through the hook's virtual operations
-#include <qvbase/PStreamSection.h> // sections over the plain memory handler
-
-#include <typeinfo>
+#include <qvbase/PProgressHook.h> // the copy reports through the hook's virtual operations
 
 #include "errors/ErrorTrace.h"
 #include "errors/RaiseError.h"
+#include "streams/InPlace.h"
 #include "streams/PStreamHandlerRef.h"
+
+using qvbase::streams::InPlace;
 
 namespace {
 
@@ -82,76 +81,40 @@ auto PStreamHdl::RunGuarded(Operation operation, bool restorePosition) -> declty
   }
 }
 
-// True for a handler of exactly the library's memory handler class, not one
-// derived from it: nobody else can see its IO calls, so a read, write or
-// seek that can neither fail nor call out (a copy inside its block) may skip
-// the guard. A derived memory handler, which may watch its IO calls, always
-// takes the guarded path and sees every call. The type records are compared
-// by address: where a platform keeps more than one record of the class, a
-// handler may miss the shortcut, never take it wrongly.
+// The section cases of the in-place copies: a section of exactly the
+// library's class over a parent that carries the request out in place.
+bool qvbase::streams::InPlace::SectionReadOutOfLine(PStreamSectionHdl* s, char* to,
+                                                    unsigned __int64 bytes) {
+  return SectionRead(s, to, bytes);
+}
+
+bool qvbase::streams::InPlace::SectionWriteOutOfLine(PStreamSectionHdl* s, const char* from,
+                                                     unsigned __int64 bytes) {
+  return SectionWrite(s, from, bytes);
+}
+
 namespace {
-bool IsPlainMemoryHandler(const PStreamHdl& handler) {
-  return &typeid(handler) == &typeid(PMemoryStreamHdl);
+unsigned __int64 Bytes(ULONG count, ULONG itemSize) {
+  return static_cast<unsigned __int64>(count) * itemSize;
 }
 } // namespace
 
-// What the guarded pattern gives for such a request: the attempt clears the
-// failed flag, the copy raises nothing, so no retry can follow and the
-// protection and the remembered position go unused.
-
-// The same holds for a section of exactly the library's section class over
-// such a handler: its read or write is one in-place copy of the parent, and
-// the parent, the plain memory handler, sees nothing of the position query
-// the section's guard would have made.
-
-bool PStreamHdl::ReadInPlace(char* buffer, ULONG count, ULONG itemSize) {
-  const std::type_info& type = typeid(*this);
-  if (&type == &typeid(PMemoryStreamHdl)) {
-    if (!static_cast<PMemoryStreamHdl*>(this)->ReadInsideContent(buffer, count, itemSize))
-      return false;
-  } else if (&type != &typeid(PStreamSectionHdl) ||
-             !static_cast<PStreamSectionHdl*>(this)->ReadThroughParent(buffer, count, itemSize)) {
-    return false;
-  }
-  m_failed = false;
-  return true;
-}
-
-bool PStreamHdl::WriteInPlace(const char* buffer, ULONG count, ULONG itemSize) {
-  const std::type_info& type = typeid(*this);
-  if (&type == &typeid(PMemoryStreamHdl)) {
-    if (!static_cast<PMemoryStreamHdl*>(this)->WriteInsideBlock(buffer, count, itemSize))
-      return false;
-  } else if (&type != &typeid(PStreamSectionHdl) ||
-             !static_cast<PStreamSectionHdl*>(this)->WriteThroughParent(buffer, count, itemSize)) {
-    return false;
-  }
-  m_failed = false;
-  return true;
-}
-
-bool PStreamHdl::SeekInPlace(TypSeekMode mode, unsigned __int64 offset) {
-  if (!IsPlainMemoryHandler(*this) ||
-      !static_cast<PMemoryStreamHdl*>(this)->SeekInsideContent(mode, offset))
-    return false;
-  m_failed = false;
-  return true;
-}
-
 ULONG PStreamHdl::Read(char* buffer, ULONG count, ULONG itemSize) {
-  if (ReadInPlace(buffer, count, itemSize))
+  if (InPlace::Read(this, buffer, Bytes(count, itemSize)))
     return count;
   return RunGuarded([&] { return IORead(buffer, count, itemSize); }, /*restorePosition=*/true);
 }
 
 ULONG PStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSize) {
-  if (WriteInPlace(buffer, count, itemSize))
+  if (InPlace::Write(this, buffer, Bytes(count, itemSize)))
     return count;
   return RunGuarded([&] { return IOWrite(buffer, count, itemSize); }, /*restorePosition=*/true);
 }
 
 void PStreamHdl::Open(ULONG mode) {
   PBenchmarkCall call(kProfiledClass, "Open", kSourceFile);
+  if (InPlace::OpenSection(this, mode))
+    return;
   RunGuarded([&] { IOOpen(mode); }, /*restorePosition=*/false);
 }
 
@@ -163,6 +126,8 @@ ULONG PStreamHdl::GetAvailableOpenModes() const { return IOGetAvailableOpenModes
 
 void PStreamHdl::Close() {
   PBenchmarkCall call(kProfiledClass, "Close", kSourceFile);
+  if (InPlace::CloseSection(this))
+    return;
   RunGuarded([&] { IOClose(); }, /*restorePosition=*/false);
 }
 
@@ -179,7 +144,7 @@ void PStreamHdl::SetSize(unsigned __int64 size) {
 unsigned __int64 PStreamHdl::GetSize() const { return IOGetSize(); }
 
 void PStreamHdl::SetPos(TypSeekMode mode, unsigned __int64 offset) {
-  if (SeekInPlace(mode, offset))
+  if (InPlace::Seek(this, mode, offset))
     return;
   RunGuarded([&] { IOSetPos(mode, offset); }, /*restorePosition=*/false);
 }
@@ -263,13 +228,13 @@ void PStream::Flush() {
 // same call without the virtual dispatch.
 
 ULONG PStream::Read(char* buffer, ULONG count, ULONG itemSize) {
-  if (m_handler && m_handler->ReadInPlace(buffer, count, itemSize))
+  if (m_handler && InPlace::Read(m_handler, buffer, Bytes(count, itemSize)))
     return count;
   return CheckHandler() ? m_handler->Read(buffer, count, itemSize) : 0;
 }
 
 ULONG PStream::Write(const char* buffer, ULONG count, ULONG itemSize) {
-  if (m_handler && m_handler->WriteInPlace(buffer, count, itemSize))
+  if (m_handler && InPlace::Write(m_handler, buffer, Bytes(count, itemSize)))
     return count;
   return CheckHandler() ? m_handler->Write(buffer, count, itemSize) : 0;
 }
@@ -280,7 +245,7 @@ void PStream::SetSize(unsigned __int64 size) {
 }
 
 void PStream::SetPos(TypSeekMode mode, unsigned __int64 offset) {
-  if (m_handler && m_handler->SeekInPlace(mode, offset))
+  if (m_handler && InPlace::Seek(m_handler, mode, offset))
     return;
   if (CheckHandler())
     m_handler->SetPos(mode, offset);

@@ -20,7 +20,10 @@
 #include <optional>
 #include <vector>
 
+#include "streams/InPlace.h"
 #include "strings/PMBStringRefill.h"
+
+using qvbase::streams::InPlace;
 
 namespace {
 
@@ -93,7 +96,30 @@ template <typename T>
 ULONG WriteValue(PStream& stream, T value) {
   if (stream.GetByteOrdering() == kByteOrderingMotorola)
     value = ByteSwap(value);
-  return stream.Write(reinterpret_cast<const char*>(&value), 1, sizeof(T));
+  const char* bytes = reinterpret_cast<const char*>(&value);
+  PStreamHdl* handler = stream.GetHandler();
+  if (handler && InPlace::Write(handler, bytes, sizeof(T)))
+    return 1;
+  return stream.Write(bytes, 1, sizeof(T));
+}
+
+// One integer value read into a local of the stream's own and ordered there;
+// the handler sees one item of sizeof(T) bytes, as ReadInts would give it.
+// The value is stored whatever the handler delivered: a short read leaves
+// what it left in the local, which starts as the caller's value.
+template <typename T>
+ULONG ReadValue(PStream& stream, void* target) {
+  T value;
+  std::memcpy(&value, target, sizeof(T));
+  char* bytes = reinterpret_cast<char*>(&value);
+  PStreamHdl* handler = stream.GetHandler();
+  ULONG read = 1;
+  if (!handler || !InPlace::Read(handler, bytes, sizeof(T)))
+    read = stream.Read(bytes, 1, sizeof(T));
+  if (stream.GetByteOrdering() == kByteOrderingMotorola)
+    value = ByteSwap(value);
+  std::memcpy(target, &value, sizeof(T));
+  return read;
 }
 
 // The identifier's 16 bytes in memory order.
@@ -286,11 +312,11 @@ void PStream::Write(const PUTDate& date) { Write(date.GetValue()); }
 
 void PStream::Read(char* value) { Read(value, 1, 1); }
 
-void PStream::Read(short* value) { ReadInts(reinterpret_cast<char*>(value), 1, 2); }
+void PStream::Read(short* value) { ReadValue<std::uint16_t>(*this, value); }
 
-void PStream::Read(LONG* value) { ReadInts(reinterpret_cast<char*>(value), 1, 4); }
+void PStream::Read(LONG* value) { ReadValue<std::uint32_t>(*this, value); }
 
-void PStream::Read(__int64* value) { ReadInts(reinterpret_cast<char*>(value), 1, 8); }
+void PStream::Read(__int64* value) { ReadValue<std::uint64_t>(*this, value); }
 
 void PStream::Read(float* value) {
   double wide = 0;
@@ -305,8 +331,8 @@ void PStream::Read(double* value) {
 }
 
 void PStream::Read(bool* value) {
-  short local = 0;
-  ReadInts(reinterpret_cast<char*>(&local), 1, 2);
+  std::uint16_t local = 0;
+  ReadValue<std::uint16_t>(*this, &local);
   *value = local != 0;
 }
 

@@ -5,8 +5,11 @@
 #include <qvbase/PBenchmark.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 #include "errors/RaiseError.h"
+#include "streams/InPlace.h"
 
 namespace {
 
@@ -131,18 +134,90 @@ ULONG PStreamSectionHdl::IORead(char* buffer, ULONG count, ULONG itemSize) {
   return m_stream.Read(buffer, count, itemSize);
 }
 
-bool PStreamSectionHdl::ReadThroughParent(char* buffer, ULONG count, ULONG itemSize) {
-  PStreamHdl* parent = m_stream.GetHandler();
-  return m_openMode == OpenRead && parent && parent->ReadInPlace(buffer, count, itemSize);
+// ---------------------------------------------------------------------------
+// Opening and closing without the guard
+
+namespace {
+
+// True when a write of `bytes` at `position` is an in-place copy of a plain
+// memory handler with that size, capacity and granularity: it ends inside
+// the content, or inside the block's last granularity step.
+bool WritesInPlace(ULONG position, ULONG size, ULONG capacity, ULONG granularity,
+                   unsigned __int64 bytes) {
+  const unsigned __int64 end = position + bytes;
+  return end <= size || (end <= capacity && end > capacity - granularity);
 }
 
-bool PStreamSectionHdl::WriteThroughParent(const char* buffer, ULONG count, ULONG itemSize) {
-  PStreamHdl* parent = m_stream.GetHandler();
-  if (m_openMode != OpenWrite || !parent || !parent->WriteInPlace(buffer, count, itemSize))
+} // namespace
+
+// Opening reads or writes the 28-byte header where the parent stands; when
+// the parent is the plain memory handler, open in that mode and standing
+// inside its content with the whole header inside it (reading) or inside its
+// block (writing), every call of IOOpen is an in-place copy. Reading also
+// needs a size field of at least a header's length, which is the one thing
+// IOOpen refuses. Writing under "MM" orders the identifier in a scratch
+// block, which an installed memory manager is asked for: that open stays
+// guarded.
+bool qvbase::streams::InPlace::OpenSection(PStreamHdl* handler, ULONG mode) {
+  PStreamSectionHdl* s = PlainSection(handler);
+  if (!s || s->m_openMode != 0)
     return false;
-  const unsigned __int64 position = parent->GetPos() - m_start;
-  if (position > m_size)
-    m_size = position;
+  PStreamHdl* parentHandler = s->m_stream.GetHandler();
+  const PMemoryStreamHdl* m = parentHandler ? PlainMemory(parentHandler) : nullptr;
+  if (!m || m->m_position > m->m_size)
+    return false;
+  const bool motorola = s->m_stream.GetByteOrdering() == kByteOrderingMotorola;
+  if (mode == OpenRead) {
+    if ((m->m_openMode & OpenRead) == 0 ||
+        static_cast<unsigned __int64>(m->m_position) + kHeaderSize > m->m_size)
+      return false;
+    std::uint64_t size = 0;
+    std::memcpy(&size, m->m_buffer + m->m_position + 20, sizeof size);
+    if (motorola)
+      size = __builtin_bswap64(size);
+    if (size < kHeaderSize)
+      return false;
+  } else if (mode == OpenWrite) {
+    if ((m->m_openMode & OpenWrite) == 0 || motorola)
+      return false;
+    // The identifier, the version and the size: each write must stay in
+    // place, and the first that extends the content decides.
+    for (const unsigned __int64 end : {16u, 20u, 28u}) {
+      if (!WritesInPlace(m->m_position, m->m_size, m->m_capacity, m->m_granularity, end))
+        return false;
+    }
+  } else {
+    return false;
+  }
+  s->m_failed = false;
+  s->PStreamSectionHdl::IOOpen(mode);
+  return true;
+}
+
+// Closing a written section seeks back to its version and size, rewrites
+// them and seeks to where the writer stood; closing a read one seeks past
+// its end. With the plain memory handler as the parent and every one of
+// those positions inside its content, each call is an in-place copy.
+bool qvbase::streams::InPlace::CloseSection(PStreamHdl* handler) {
+  PStreamSectionHdl* s = PlainSection(handler);
+  if (!s)
+    return false;
+  PStreamHdl* parentHandler = s->m_stream.GetHandler();
+  const PMemoryStreamHdl* m = parentHandler ? PlainMemory(parentHandler) : nullptr;
+  if (!m || m->m_position > m->m_size)
+    return false;
+  if (s->m_openMode == OpenWrite) {
+    if ((m->m_openMode & OpenWrite) == 0 || s->m_afterIdentifier > m->m_size ||
+        m->m_size - s->m_afterIdentifier < 12)
+      return false;
+  } else if (s->m_openMode == OpenRead) {
+    if (m->m_openMode == 0 || SaturatingAdd(s->m_start, s->m_size) > m->m_size)
+      return false;
+  } else {
+    return false;
+  }
+  s->m_failed = false;
+  s->PStreamSectionHdl::IOClose();
   return true;
 }
 

@@ -171,6 +171,111 @@ TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryStep) {
   EXPECT_FALSE(derived->calls.empty());
 }
 
+// A typed value read as the step's result: the value's bits folded into 32,
+// so that two handlers that delivered different bytes give different results.
+template <typename T>
+ULONG ReadTyped(PStream& s, T start) {
+  T value = start;
+  s.Read(&value);
+  const unsigned __int64 bits = static_cast<unsigned __int64>(value);
+  return static_cast<ULONG>(bits ^ (bits >> 32));
+}
+
+TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryTypedStep) {
+  // Typed values take their own in-place copy of the plain handler: set
+  // against the guarded path in both byte orderings, inside the block, across
+  // it, over the end, from past the end and with a value half read.
+  for (const unsigned short ordering : {kByteOrderingIntel, kByteOrderingMotorola}) {
+    SCOPED_TRACE(ordering == kByteOrderingIntel ? "II" : "MM");
+    const std::vector<std::pair<const char*, std::function<ULONG(PStream&)>>> steps = {
+        {"a long into an empty stream",
+         [](PStream& s) {
+           s.Write(LONG(0x01020304));
+           return 0u;
+         }},
+        {"a 64-bit integer",
+         [](PStream& s) {
+           s.Write(static_cast<__int64>(0x1122334455667788));
+           return 0u;
+         }},
+        {"a short and a bool up to the block's end",
+         [](PStream& s) {
+           s.Write(short(0x0A0B));
+           s.Write(true);
+           return 0u;
+         }},
+        {"a long across into the next step",
+         [](PStream& s) {
+           s.Write(LONG(-2));
+           return 0u;
+         }},
+        {"back to the start",
+         [](PStream& s) {
+           s.MoveTo(0);
+           return 0u;
+         }},
+        {"read the long", [](PStream& s) { return ReadTyped<LONG>(s, 0); }},
+        {"read the 64-bit integer", [](PStream& s) { return ReadTyped<__int64>(s, 0); }},
+        {"read the short", [](PStream& s) { return ReadTyped<short>(s, 0); }},
+        {"read the bool",
+         [](PStream& s) {
+           bool b = false;
+           s.Read(&b);
+           return b ? 1u : 0u;
+         }},
+        {"overwrite the bool inside the content",
+         [](PStream& s) {
+           s.MoveBack(2);
+           s.Write(false);
+           return 0u;
+         }},
+        {"a long with two bytes left",
+         [](PStream& s) {
+           s.MoveFromEnd(2);
+           return ReadTyped<LONG>(s, 0x55555555);
+         }},
+        {"a short from past the end", [](PStream& s) { return ReadTyped<short>(s, 0x1234); }},
+        {"a 64-bit integer at the end exactly",
+         [](PStream& s) {
+           s.MoveFromEnd(0);
+           return ReadTyped<__int64>(s, 7);
+         }},
+        {"a long written inside the content after a failed seek",
+         [](PStream& s) {
+           s.MoveTo(4);
+           try {
+             s.MoveBack(1000);
+           } catch (const PError&) {
+           }
+           s.Write(LONG(9));
+           return 0u;
+         }},
+    };
+    PStream plainStream(new PMemoryStreamHdl(16));
+    plainStream.Open(OpenReadWrite | OpenAllowEmpty);
+    plainStream.SetByteOrdering(ordering);
+    auto* plain = static_cast<PMemoryStreamHdl*>(plainStream.GetHandler());
+    RecordingMemoryHdl* derived = new RecordingMemoryHdl(16);
+    PStream derivedStream(derived);
+    derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
+    derivedStream.SetByteOrdering(ordering);
+    for (const auto& [name, step] : steps) {
+      SCOPED_TRACE(name);
+      const Outcome a = RunStep(plainStream, plain, step);
+      const Outcome b = RunStep(derivedStream, derived, step);
+      EXPECT_EQ(a.result, b.result);
+      EXPECT_EQ(a.content, b.content);
+      EXPECT_EQ(a.size, b.size);
+      EXPECT_EQ(a.position, b.position);
+      EXPECT_EQ(a.capacity, b.capacity);
+      EXPECT_EQ(a.dirty, b.dirty);
+      EXPECT_EQ(a.failed, b.failed);
+      EXPECT_EQ(a.thrown, b.thrown);
+    }
+    EXPECT_FALSE(derived->calls.empty());
+  }
+}
+
 TEST(MemoryStream, PlainHandlerErrorsStillComeThroughTheGuard) {
   PStream stream(new PMemoryStreamHdl(16));
   stream.Open(OpenRead | OpenAllowEmpty);
