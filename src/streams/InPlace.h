@@ -26,8 +26,9 @@
 #include <qvbase/PStream.h>
 #include <qvbase/PStreamSection.h>
 
-#include <cstring>
 #include <typeinfo>
+
+#include "streams/CopyBytes.h"
 
 namespace qvbase {
 namespace streams {
@@ -48,30 +49,12 @@ struct InPlace {
                : nullptr;
   }
 
-  // Copies of 2, 4 and 8 bytes are single moves; `bytes` is often a
-  // constant, and the switch then folds away.
-  static void CopyBytes(char* to, const char* from, unsigned __int64 bytes) {
-    switch (bytes) {
-    case 2:
-      std::memcpy(to, from, 2);
-      return;
-    case 4:
-      std::memcpy(to, from, 4);
-      return;
-    case 8:
-      std::memcpy(to, from, 8);
-      return;
-    default:
-      std::memcpy(to, from, static_cast<size_t>(bytes));
-    }
-  }
-
   // IORead for a read that lies wholly inside the content.
   static bool MemoryRead(PMemoryStreamHdl* m, char* to, unsigned __int64 bytes) {
     if ((m->m_openMode & OpenRead) == 0 || bytes == 0 || m->m_position >= m->m_size ||
         bytes > m->m_size - m->m_position)
       return false;
-    CopyBytes(to, m->m_buffer + m->m_position, bytes);
+    CopyBytes(to, m->m_buffer + m->m_position, static_cast<size_t>(bytes));
     m->m_position += static_cast<ULONG>(bytes);
     m->m_failed = false;
     return true;
@@ -91,7 +74,7 @@ struct InPlace {
         return false;
       m->m_size = static_cast<ULONG>(end);
     }
-    CopyBytes(m->m_buffer + m->m_position, from, bytes);
+    CopyBytes(m->m_buffer + m->m_position, from, static_cast<size_t>(bytes));
     m->m_position = static_cast<ULONG>(end);
     m->m_dirty = true;
     m->m_failed = false;

@@ -10,9 +10,8 @@
 #include <qvbase/PErrorProtection.h>
 #include <qvbase/PList.h>
 
-#include <cstring>
-
 #include "errors/RaiseError.h"
+#include "streams/CopyBytes.h"
 
 namespace {
 
@@ -65,27 +64,6 @@ ULONG gCurrentTotal = 0;
 ULONG gMaximumTotal = kBufferizedDefaultMaxSize;
 
 ULONG Smaller(unsigned __int64 a, ULONG b) { return a < b ? static_cast<ULONG>(a) : b; }
-
-// Copies a chunk between the block and the caller. The item sizes of typed
-// values get copies the compiler inlines; only other sizes call memcpy.
-void CopyChunk(char* to, const char* from, ULONG bytes) {
-  switch (bytes) {
-  case 1:
-    *to = *from;
-    break;
-  case 2:
-    std::memcpy(to, from, 2);
-    break;
-  case 4:
-    std::memcpy(to, from, 4);
-    break;
-  case 8:
-    std::memcpy(to, from, 8);
-    break;
-  default:
-    std::memcpy(to, from, bytes);
-  }
-}
 
 // Whole items in `bytes`. Reads and writes of single bytes, and of anything
 // under 4 GiB, avoid a 64-bit division: it would cost more than the copy.
@@ -314,7 +292,7 @@ ULONG PBufferizedStreamHdl::Read(char* buffer, ULONG count, ULONG itemSize) {
   for (;;) {
     const ULONG available = m_validBytes > m_offsetInBlock ? m_validBytes - m_offsetInBlock : 0;
     const ULONG chunk = Smaller(wanted, available);
-    CopyChunk(buffer + done, m_block + m_offsetInBlock, chunk);
+    qvbase::streams::CopyBytes(buffer + done, m_block + m_offsetInBlock, chunk);
     m_position += chunk;
     m_offsetInBlock += chunk;
     done += chunk;
@@ -351,7 +329,7 @@ ULONG PBufferizedStreamHdl::Write(const char* buffer, ULONG count, ULONG itemSiz
   for (;;) {
     // A write may fill the block past its valid bytes.
     const ULONG chunk = Smaller(left, m_blockSize - m_offsetInBlock);
-    CopyChunk(m_block + m_offsetInBlock, buffer + done, chunk);
+    qvbase::streams::CopyBytes(m_block + m_offsetInBlock, buffer + done, chunk);
     m_dirty = true;
     m_position += chunk;
     m_offsetInBlock += chunk;

@@ -61,6 +61,17 @@ Outcome RunStep(PStream& stream, PMemoryStreamHdl* handler,
   return o;
 }
 
+void ExpectSameOutcome(const Outcome& a, const Outcome& b) {
+  EXPECT_EQ(a.result, b.result);
+  EXPECT_EQ(a.content, b.content);
+  EXPECT_EQ(a.size, b.size);
+  EXPECT_EQ(a.position, b.position);
+  EXPECT_EQ(a.capacity, b.capacity);
+  EXPECT_EQ(a.dirty, b.dirty);
+  EXPECT_EQ(a.failed, b.failed);
+  EXPECT_EQ(a.thrown, b.thrown);
+}
+
 TEST(MemoryStream, DerivedHandlerSeesEveryCallOfTypedValuesInOrder) {
   RecordingMemoryHdl* handler = new RecordingMemoryHdl(16);
   PStream stream(handler);
@@ -159,14 +170,7 @@ TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryStep) {
     SCOPED_TRACE(name);
     const Outcome a = RunStep(plainStream, plain, step);
     const Outcome b = RunStep(derivedStream, derived, step);
-    EXPECT_EQ(a.result, b.result);
-    EXPECT_EQ(a.content, b.content);
-    EXPECT_EQ(a.size, b.size);
-    EXPECT_EQ(a.position, b.position);
-    EXPECT_EQ(a.capacity, b.capacity);
-    EXPECT_EQ(a.dirty, b.dirty);
-    EXPECT_EQ(a.failed, b.failed);
-    EXPECT_EQ(a.thrown, b.thrown);
+    ExpectSameOutcome(a, b);
   }
   EXPECT_FALSE(derived->calls.empty());
 }
@@ -263,14 +267,7 @@ TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryTypedSte
       SCOPED_TRACE(name);
       const Outcome a = RunStep(plainStream, plain, step);
       const Outcome b = RunStep(derivedStream, derived, step);
-      EXPECT_EQ(a.result, b.result);
-      EXPECT_EQ(a.content, b.content);
-      EXPECT_EQ(a.size, b.size);
-      EXPECT_EQ(a.position, b.position);
-      EXPECT_EQ(a.capacity, b.capacity);
-      EXPECT_EQ(a.dirty, b.dirty);
-      EXPECT_EQ(a.failed, b.failed);
-      EXPECT_EQ(a.thrown, b.thrown);
+      ExpectSameOutcome(a, b);
     }
     EXPECT_FALSE(derived->calls.empty());
   }

@@ -129,17 +129,22 @@ std::string Bytes(PStream& stream, const PMemoryStreamHdl* handler) {
   return std::string(handler->GetBuffer(), static_cast<size_t>(stream.GetSize()));
 }
 
+// A stream over `handler`, open for reading and writing with nothing loaded,
+// in the given byte ordering.
+PStream OpenedOver(PMemoryStreamHdl* handler, unsigned short ordering) {
+  PStream stream(handler);
+  stream.Open(OpenReadWrite | OpenAllowEmpty);
+  stream.SetByteOrdering(ordering);
+  return stream;
+}
+
 TEST(PStreamSection, PlainParentGivesTheSameBytesAndValuesAsADerivedOne) {
   for (unsigned short ordering : {kByteOrderingIntel, kByteOrderingMotorola}) {
     SCOPED_TRACE(ordering);
     PMemoryStreamHdl* plain = new PMemoryStreamHdl(16);
-    PStream plainStream(plain);
-    plainStream.Open(OpenReadWrite | OpenAllowEmpty);
-    plainStream.SetByteOrdering(ordering);
+    PStream plainStream = OpenedOver(plain, ordering);
     RecordingMemoryHdl* derived = new RecordingMemoryHdl(16);
-    PStream derivedStream(derived);
-    derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
-    derivedStream.SetByteOrdering(ordering);
+    PStream derivedStream = OpenedOver(derived, ordering);
 
     const std::vector<LONG> plainSeen = WriteAndReadNested(plainStream);
     const std::vector<LONG> derivedSeen = WriteAndReadNested(derivedStream);
@@ -290,13 +295,9 @@ TEST(PStreamSection, PlainParentOpensAndClosesAsADerivedOneInEveryCase) {
     for (const SectionCase& c : cases) {
       SCOPED_TRACE(c.name);
       PMemoryStreamHdl* plain = new PMemoryStreamHdl(16);
-      PStream plainStream(plain);
-      plainStream.Open(OpenReadWrite | OpenAllowEmpty);
-      plainStream.SetByteOrdering(ordering);
+      PStream plainStream = OpenedOver(plain, ordering);
       RecordingMemoryHdl* derived = new RecordingMemoryHdl(16);
-      PStream derivedStream(derived);
-      derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
-      derivedStream.SetByteOrdering(ordering);
+      PStream derivedStream = OpenedOver(derived, ordering);
 
       const std::vector<LONG> plainSeen = RunCase(plainStream, c);
       const std::vector<LONG> derivedSeen = RunCase(derivedStream, c);
