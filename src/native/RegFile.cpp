@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <unordered_map>
 #include <unordered_set>
-#include <utility>
 
 namespace qvbase {
 namespace native {
@@ -207,11 +206,8 @@ public:
     m_subKeys.reserve(statements);
   }
 
-  // Statements of a const list have their names and data copied into the
-  // tree; those of a list Apply may use up are moved.
-  template <typename Entries>
-  void Run(Entries& entries) {
-    for (auto& e : entries) {
+  void Run(const std::vector<Entry>& entries) {
+    for (const Entry& e : entries) {
       if (e.kind == Entry::kDeleteKey) {
         DeleteKey(e);
         continue;
@@ -331,25 +327,21 @@ private:
         m_values.emplace(NameHash(key, key->values[i].name), std::make_pair(key, i));
   }
 
-  // A const statement's name and data are copied (std::move of a const
-  // member is a copy), another's moved.
-  template <typename E>
-  void SetValue(Key* key, E& e) {
+  void SetValue(Key* key, const Entry& e) {
     const std::size_t at = FindValue(key, e.name);
     if (at < key->values.size()) {
       Value& v = key->values[at];
       v.type = e.type;
-      v.data = std::move(e.data);
+      v.data = e.data;
       return;
     }
     Value v;
-    v.name = std::move(e.name);
+    v.name = e.name;
     v.type = e.type;
-    v.data = std::move(e.data);
+    v.data = e.data;
     key->values.push_back(std::move(v));
     if (m_valuesHashed.count(key))
-      m_values.emplace(NameHash(key, key->values.back().name),
-                       std::make_pair(key, key->values.size() - 1));
+      m_values.emplace(NameHash(key, e.name), std::make_pair(key, key->values.size() - 1));
     else if (key->values.size() > kSearchedOneByOne)
       HashValues(key);
   }
@@ -455,8 +447,6 @@ private:
 void Apply(const std::vector<Entry>& entries, Tree* tree) {
   Applier(tree, entries.size()).Run(entries);
 }
-
-void Apply(std::vector<Entry>&& entries, Tree* tree) { Applier(tree, entries.size()).Run(entries); }
 
 } // namespace regfile
 } // namespace native

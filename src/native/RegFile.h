@@ -118,11 +118,8 @@ struct Entry {
 };
 
 // Applies parsed statements in order: keys are created with every key above
-// them, values set, deletions carried out. The second form moves the values'
-// names and data into the tree instead of copying them, and leaves
-// `entries` with their paths only; the tree is the same.
+// them, values set, deletions carried out.
 void Apply(const std::vector<Entry>& entries, Tree* tree);
-void Apply(std::vector<Entry>&& entries, Tree* tree);
 
 } // namespace regfile
 } // namespace native

@@ -398,7 +398,12 @@ LONG LoadStore(const std::string& file, bool forChange, std::shared_ptr<Tree>* t
   if (!regfile::Parse(bytes, &entries, &error))
     return FailWith(ERROR_BADDB, file + ":" + std::to_string(error.line) + ": " + error.message);
   auto loaded = std::make_shared<Tree>();
-  regfile::Apply(std::move(entries), loaded.get());
+  // The tree copies the values' names and data out of the statements, which
+  // go right after, instead of moving them: moving takes fewer instructions,
+  // but a tree whose data lies scattered among the statements' freed blocks
+  // made a load of 10,000 keys (which also releases the tree before it) take
+  // half as long again.
+  regfile::Apply(entries, loaded.get());
   *tree = loaded;
   if (!forChange)
     Remember(file, identity, bytes, hash, std::move(loaded));
