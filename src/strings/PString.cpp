@@ -141,10 +141,13 @@ PString::PString() : m_handlerType(nullptr) {
   PStringInit(static_cast<PStringHandler*>(nullptr), nullptr);
 }
 
-// The handle is copied: it takes its own reference on the source's handler
-// (PStringInit with no type comes to the same, through more calls).
-PString::PString(const PString& other)
-    : PRoot(other), m_handler(other.m_handler), m_handlerType(nullptr) {}
+// Through PStringInit, on an empty handle. Copying the handle itself saves
+// two calls (104 instructions a copy and release instead of 120) and was
+// faster over 1,000 strings, but a quarter slower over 100,000, whose
+// handlers are out of the caches; it is not used.
+PString::PString(const PString& other) : PRoot(other), m_handlerType(nullptr) {
+  PStringInit(other.Handler(), nullptr);
+}
 
 PString::PString(const char* text, bool copy) : m_handlerType(nullptr) {
   PStringInit(text, copy, nullptr);
