@@ -73,6 +73,8 @@ PStream CountedStream(std::initializer_list<std::string> texts) {
 }
 
 // Everything a reader of a string and of its handler can see.
+// Classes are compared as type_info objects, not by the records' addresses:
+// on Windows the test program and the library each keep a record of a class.
 struct Seen {
   std::string text;
   ULONG len = 0;
@@ -95,7 +97,7 @@ Seen Observe(const PString& text, const PStringHandler* held) {
   if (!held)
     return seen;
   seen.handlerClass = &typeid(*held);
-  if (seen.handlerClass == &typeid(PMBStringHandler)) {
+  if (*seen.handlerClass == typeid(PMBStringHandler)) {
     const auto* mb = static_cast<const PMBStringHandler*>(held);
     seen.capacity = mb->Capacity();
     seen.buffer.assign(static_cast<const char*>(mb->GetContent()), mb->Capacity());
@@ -109,7 +111,10 @@ void ExpectSame(const Seen& got, const Seen& expected) {
   EXPECT_EQ(got.size, expected.size);
   EXPECT_EQ(got.codeSet, expected.codeSet);
   EXPECT_EQ(got.type, expected.type);
-  EXPECT_EQ(got.handlerClass, expected.handlerClass);
+  ASSERT_EQ(got.handlerClass == nullptr, expected.handlerClass == nullptr);
+  if (got.handlerClass) {
+    EXPECT_TRUE(*got.handlerClass == *expected.handlerClass);
+  }
   EXPECT_EQ(got.capacity, expected.capacity);
   EXPECT_EQ(got.buffer, expected.buffer);
 }
@@ -213,7 +218,7 @@ TEST(PStreamIO, DeclaredAsciiAndUnicodeTargetsGetTheirOwnHandlerType) {
     PStringHandler* before = target.Held();
     stream.Read(&target);
     EXPECT_NE(target.Held(), before);
-    EXPECT_EQ(&typeid(*target.Held()), &typeid(PASCIIStringHandler));
+    EXPECT_TRUE(typeid(*target.Held()) == typeid(PASCIIStringHandler));
     EXPECT_EQ(target.HandlerType(), &gASCIIStringHandlerDec);
     EXPECT_EQ(qvbase::test::Text(target), "xyz");
     EXPECT_EQ(target.Len(), 3u);
@@ -228,7 +233,7 @@ TEST(PStreamIO, DeclaredAsciiAndUnicodeTargetsGetTheirOwnHandlerType) {
     PStringHandler* before = target.Held();
     stream.Read(&target);
     EXPECT_NE(target.Held(), before);
-    EXPECT_EQ(&typeid(*target.Held()), &typeid(PUNIStringHandler));
+    EXPECT_TRUE(typeid(*target.Held()) == typeid(PUNIStringHandler));
     EXPECT_EQ(qvbase::test::Text(target), "xyz");
     EXPECT_EQ(target.Len(), 3u);
     EXPECT_EQ(target.CodeSet(), kCodeSetUnicode);
@@ -241,7 +246,7 @@ TEST(PStreamIO, FreeTargetHoldingAnotherHandlerClassGetsANewMultibyteHandler) {
     PStream stream = CountedStream({"xyz"});
     Inspected<PString> target(PASCIIString("abc", /*copy=*/true));
     PStringHandler* before = target.Held();
-    ASSERT_EQ(&typeid(*before), &typeid(PASCIIStringHandler));
+    ASSERT_TRUE(typeid(*before) == typeid(PASCIIStringHandler));
     stream.Read(&target);
     EXPECT_NE(target.Held(), before);
     ExpectSame(Observe(target, target.Held()), FreshRead("xyz"));
