@@ -60,17 +60,30 @@ struct InPlace {
     return true;
   }
 
-  // IOWrite for a write that needs no new block: it ends inside the content,
-  // or beyond it but inside the block's last granularity step, where the
-  // size IOSetSize would set keeps the capacity. A capacity is always a whole
-  // number of steps (it is only ever set to a rounded size or 0), so an end
-  // in its last step rounds up to it.
+  // True when a content of `bytes` rounds up to `capacity`. A capacity is
+  // always a whole number of granularity steps (it is only ever set to a
+  // rounded size or 0), so a non-zero count in its last step does: a write
+  // that stays inside the block needs no division to know that it stays. A
+  // capacity of 0 has no last step: the subtraction wraps and nothing lies
+  // above it.
+  static bool InLastStep(unsigned __int64 bytes, ULONG capacity, ULONG granularity) {
+    return bytes <= capacity && bytes > static_cast<ULONG>(capacity - granularity);
+  }
+
+  // True when a write ending at `end` needs no new block: it ends inside the
+  // content, or beyond it but inside the block's last granularity step,
+  // where the size IOSetSize would set keeps the capacity.
+  static bool EndsInsideBlock(const PMemoryStreamHdl* m, unsigned __int64 end) {
+    return end <= m->m_size || InLastStep(end, m->m_capacity, m->m_granularity);
+  }
+
+  // IOWrite for a write that needs no new block.
   static bool MemoryWrite(PMemoryStreamHdl* m, const char* from, unsigned __int64 bytes) {
     if ((m->m_openMode & OpenWrite) == 0 || bytes == 0)
       return false;
     const unsigned __int64 end = m->m_position + bytes;
     if (end > m->m_size) {
-      if (end > m->m_capacity || end <= m->m_capacity - m->m_granularity)
+      if (!InLastStep(end, m->m_capacity, m->m_granularity))
         return false;
       m->m_size = static_cast<ULONG>(end);
     }
@@ -115,28 +128,6 @@ struct InPlace {
     return true;
   }
 
-  // A section's IORead and IOWrite when its parent carries the request out
-  // in place: the same calls on the parent, without the section's guard.
-  static bool SectionRead(PStreamSectionHdl* s, char* to, unsigned __int64 bytes) {
-    PStreamHdl* parent = s->m_stream.GetHandler();
-    if (s->m_openMode != OpenRead || !parent || !Read(parent, to, bytes))
-      return false;
-    s->m_failed = false;
-    return true;
-  }
-
-  static bool SectionWrite(PStreamSectionHdl* s, const char* from, unsigned __int64 bytes) {
-    PStreamHdl* parent = s->m_stream.GetHandler();
-    if (s->m_openMode != OpenWrite || !parent || !Write(parent, from, bytes))
-      return false;
-    const PMemoryStreamHdl* memory = PlainMemory(parent);
-    const unsigned __int64 position = (memory ? memory->m_position : parent->GetPos()) - s->m_start;
-    if (position > s->m_size)
-      s->m_size = position;
-    s->m_failed = false;
-    return true;
-  }
-
   // A read or write of `bytes` carried out in place, or false with nothing
   // done. Sections nest: a section over a section over the plain memory
   // handler goes down to it.
@@ -144,7 +135,7 @@ struct InPlace {
     if (PMemoryStreamHdl* m = PlainMemory(handler))
       return MemoryRead(m, to, bytes);
     if (PStreamSectionHdl* s = PlainSection(handler))
-      return SectionReadOutOfLine(s, to, bytes);
+      return SectionRead(s, to, bytes);
     return false;
   }
 
@@ -152,7 +143,7 @@ struct InPlace {
     if (PMemoryStreamHdl* m = PlainMemory(handler))
       return MemoryWrite(m, from, bytes);
     if (PStreamSectionHdl* s = PlainSection(handler))
-      return SectionWriteOutOfLine(s, from, bytes);
+      return SectionWrite(s, from, bytes);
     return false;
   }
 
@@ -168,10 +159,11 @@ struct InPlace {
   static bool OpenSection(PStreamHdl* handler, ULONG mode);
   static bool CloseSection(PStreamHdl* handler);
 
-  // The section cases, kept out of line so that the memory case stays small
-  // where it is inlined.
-  static bool SectionReadOutOfLine(PStreamSectionHdl* s, char* to, unsigned __int64 bytes);
-  static bool SectionWriteOutOfLine(PStreamSectionHdl* s, const char* from, unsigned __int64 bytes);
+  // A section's IORead and IOWrite when its parent carries the request out
+  // in place: the same calls on the parent, without the section's guard.
+  // Out of line, so that the memory case stays small where it is inlined.
+  static bool SectionRead(PStreamSectionHdl* s, char* to, unsigned __int64 bytes);
+  static bool SectionWrite(PStreamSectionHdl* s, const char* from, unsigned __int64 bytes);
 };
 
 } // namespace streams

@@ -7,6 +7,7 @@
 
 #include "core/MemoryGrowth.h"
 #include "errors/RaiseError.h"
+#include "streams/InPlace.h"
 
 namespace {
 
@@ -21,14 +22,6 @@ constexpr unsigned __int64 kMaxPosition = 0xFFFFFFFFull;
 // Positions are 32-bit: a move beyond that stops at the last one.
 ULONG SaturatedPosition(unsigned __int64 position) {
   return position > kMaxPosition ? static_cast<ULONG>(kMaxPosition) : static_cast<ULONG>(position);
-}
-
-// True when `bytes` rounds up to `capacity`. A capacity is always a whole
-// number of granularity steps (it is only ever set to a rounded size or 0),
-// so a non-zero count in its last step does: a write that stays inside the
-// block needs no division to know that the block stays.
-bool InLastStep(ULONG bytes, ULONG capacity, ULONG granularity) {
-  return capacity != 0 && bytes <= capacity && bytes > capacity - granularity;
 }
 
 } // namespace
@@ -259,7 +252,7 @@ void PMemoryStreamHdl::IOSetSize(unsigned __int64 size) {
   // Deliberately only the low 32 bits count: the content is 32-bit.
   const ULONG newSize = static_cast<ULONG>(size);
   ULONG newCapacity = 0;
-  if (InLastStep(newSize, m_capacity, m_granularity)) {
+  if (qvbase::streams::InPlace::InLastStep(newSize, m_capacity, m_granularity)) {
     // The rounded size is the present capacity: no rounding needed.
     newCapacity = m_capacity;
   } else if (!RoundUp(newSize, &newCapacity)) {

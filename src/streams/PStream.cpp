@@ -83,14 +83,24 @@ auto PStreamHdl::RunGuarded(Operation operation, bool restorePosition) -> declty
 
 // The section cases of the in-place copies: a section of exactly the
 // library's class over a parent that carries the request out in place.
-bool qvbase::streams::InPlace::SectionReadOutOfLine(PStreamSectionHdl* s, char* to,
-                                                    unsigned __int64 bytes) {
-  return SectionRead(s, to, bytes);
+bool InPlace::SectionRead(PStreamSectionHdl* s, char* to, unsigned __int64 bytes) {
+  PStreamHdl* parent = s->m_stream.GetHandler();
+  if (s->m_openMode != OpenRead || !parent || !Read(parent, to, bytes))
+    return false;
+  s->m_failed = false;
+  return true;
 }
 
-bool qvbase::streams::InPlace::SectionWriteOutOfLine(PStreamSectionHdl* s, const char* from,
-                                                     unsigned __int64 bytes) {
-  return SectionWrite(s, from, bytes);
+bool InPlace::SectionWrite(PStreamSectionHdl* s, const char* from, unsigned __int64 bytes) {
+  PStreamHdl* parent = s->m_stream.GetHandler();
+  if (s->m_openMode != OpenWrite || !parent || !Write(parent, from, bytes))
+    return false;
+  const PMemoryStreamHdl* memory = PlainMemory(parent);
+  const unsigned __int64 position = (memory ? memory->m_position : parent->GetPos()) - s->m_start;
+  if (position > s->m_size)
+    s->m_size = position;
+  s->m_failed = false;
+  return true;
 }
 
 namespace {

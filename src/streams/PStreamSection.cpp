@@ -137,19 +137,6 @@ ULONG PStreamSectionHdl::IORead(char* buffer, ULONG count, ULONG itemSize) {
 // ---------------------------------------------------------------------------
 // Opening and closing without the guard
 
-namespace {
-
-// True when a write of `bytes` at `position` is an in-place copy of a plain
-// memory handler with that size, capacity and granularity: it ends inside
-// the content, or inside the block's last granularity step.
-bool WritesInPlace(ULONG position, ULONG size, ULONG capacity, ULONG granularity,
-                   unsigned __int64 bytes) {
-  const unsigned __int64 end = position + bytes;
-  return end <= size || (end <= capacity && end > capacity - granularity);
-}
-
-} // namespace
-
 // Opening reads or writes the 28-byte header where the parent stands; when
 // the parent is the plain memory handler, open in that mode and standing
 // inside its content with the whole header inside it (reading) or inside its
@@ -182,8 +169,8 @@ bool qvbase::streams::InPlace::OpenSection(PStreamHdl* handler, ULONG mode) {
       return false;
     // The identifier, the version and the size: each write must stay in
     // place, and the first that extends the content decides.
-    for (const unsigned __int64 end : {16u, 20u, 28u}) {
-      if (!WritesInPlace(m->m_position, m->m_size, m->m_capacity, m->m_granularity, end))
+    for (const ULONG written : {16u, 20u, 28u}) {
+      if (!EndsInsideBlock(m, static_cast<unsigned __int64>(m->m_position) + written))
         return false;
     }
   } else {

@@ -72,6 +72,28 @@ void ExpectSameOutcome(const Outcome& a, const Outcome& b) {
   EXPECT_EQ(a.thrown, b.thrown);
 }
 
+using Steps = std::vector<std::pair<const char*, std::function<ULONG(PStream&)>>>;
+
+// Runs `steps` in turn over a plain handler and over a derived one, both of
+// granularity 16 and in `ordering`, and expects the same outcome after each.
+void ExpectSameStateAfterEveryStep(const Steps& steps, unsigned short ordering) {
+  PStream plainStream(new PMemoryStreamHdl(16));
+  plainStream.Open(OpenReadWrite | OpenAllowEmpty);
+  plainStream.SetByteOrdering(ordering);
+  auto* plain = static_cast<PMemoryStreamHdl*>(plainStream.GetHandler());
+  RecordingMemoryHdl* derived = new RecordingMemoryHdl(16);
+  PStream derivedStream(derived);
+  derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
+  derivedStream.SetByteOrdering(ordering);
+  for (const auto& [name, step] : steps) {
+    SCOPED_TRACE(name);
+    const Outcome a = RunStep(plainStream, plain, step);
+    const Outcome b = RunStep(derivedStream, derived, step);
+    ExpectSameOutcome(a, b);
+  }
+  EXPECT_FALSE(derived->calls.empty());
+}
+
 TEST(MemoryStream, DerivedHandlerSeesEveryCallOfTypedValuesInOrder) {
   RecordingMemoryHdl* handler = new RecordingMemoryHdl(16);
   PStream stream(handler);
@@ -108,7 +130,7 @@ TEST(MemoryStream, DerivedHandlerSeesEveryCallOfTypedValuesInOrder) {
 TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryStep) {
   // Steps inside the block (unguarded for the plain handler) and across it
   // or over the end (guarded for both).
-  const std::vector<std::pair<const char*, std::function<ULONG(PStream&)>>> steps = {
+  const Steps steps = {
       {"write 4 into an empty stream", [](PStream& s) { return s.Write("abcd", 1, 4); }},
       {"write up to the block's end", [](PStream& s) { return s.Write("0123456789ab", 3, 4); }},
       {"write across into the next step", [](PStream& s) { return s.Write("xy", 2, 1); }},
@@ -160,19 +182,7 @@ TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryStep) {
          return 0u;
        }},
   };
-  PStream plainStream(new PMemoryStreamHdl(16));
-  plainStream.Open(OpenReadWrite | OpenAllowEmpty);
-  auto* plain = static_cast<PMemoryStreamHdl*>(plainStream.GetHandler());
-  RecordingMemoryHdl* derived = new RecordingMemoryHdl(16);
-  PStream derivedStream(derived);
-  derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
-  for (const auto& [name, step] : steps) {
-    SCOPED_TRACE(name);
-    const Outcome a = RunStep(plainStream, plain, step);
-    const Outcome b = RunStep(derivedStream, derived, step);
-    ExpectSameOutcome(a, b);
-  }
-  EXPECT_FALSE(derived->calls.empty());
+  ExpectSameStateAfterEveryStep(steps, kByteOrderingIntel);
 }
 
 // A typed value read as the step's result: the value's bits folded into 32,
@@ -191,7 +201,7 @@ TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryTypedSte
   // it, over the end, from past the end and with a value half read.
   for (const unsigned short ordering : {kByteOrderingIntel, kByteOrderingMotorola}) {
     SCOPED_TRACE(ordering == kByteOrderingIntel ? "II" : "MM");
-    const std::vector<std::pair<const char*, std::function<ULONG(PStream&)>>> steps = {
+    const Steps steps = {
         {"a long into an empty stream",
          [](PStream& s) {
            s.Write(LONG(0x01020304));
@@ -255,21 +265,7 @@ TEST(MemoryStream, PlainHandlerLeavesTheSameStateAsADerivedOneAfterEveryTypedSte
            return 0u;
          }},
     };
-    PStream plainStream(new PMemoryStreamHdl(16));
-    plainStream.Open(OpenReadWrite | OpenAllowEmpty);
-    plainStream.SetByteOrdering(ordering);
-    auto* plain = static_cast<PMemoryStreamHdl*>(plainStream.GetHandler());
-    RecordingMemoryHdl* derived = new RecordingMemoryHdl(16);
-    PStream derivedStream(derived);
-    derivedStream.Open(OpenReadWrite | OpenAllowEmpty);
-    derivedStream.SetByteOrdering(ordering);
-    for (const auto& [name, step] : steps) {
-      SCOPED_TRACE(name);
-      const Outcome a = RunStep(plainStream, plain, step);
-      const Outcome b = RunStep(derivedStream, derived, step);
-      ExpectSameOutcome(a, b);
-    }
-    EXPECT_FALSE(derived->calls.empty());
+    ExpectSameStateAfterEveryStep(steps, ordering);
   }
 }
 
